@@ -1,0 +1,183 @@
+// The light XML layer: byte streams, a parsed tree of elements, parsing and serialising.
+//
+// The tree holds elements only: text becomes its element's value, and whitespace, comments,
+// processing instructions and the document type declaration are never children. Elements handed
+// out by GetChild, and strings returned by reference, stay valid while any VEKLightXmlElement that
+// designates a node of the same document lives.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+#include "VEKExport.h"
+#include "VEKUnicodeString.h"
+
+class VEK_API VEKLightXmlInputStream {
+ public:
+  virtual ~VEKLightXmlInputStream();
+  // Number of bytes the stream holds.
+  virtual int GetLength() const = 0;
+  // The bytes as one contiguous block, or null when the stream has no such block.
+  virtual const unsigned char* GetBytes() const = 0;
+  // Copies up to `capacity` bytes from the current position into `target`; returns the count
+  // copied, 0 at the end.
+  virtual int Read(unsigned char* target, int capacity) = 0;
+};
+
+class VEK_API VEKLightXmlOutputStream {
+ public:
+  virtual ~VEKLightXmlOutputStream();
+  // Appends `length` bytes; returns the count taken (less than `length` when memory runs out).
+  virtual int Write(const unsigned char* bytes, int length) = 0;
+  // Number of bytes written so far.
+  virtual int GetLength() const = 0;
+  // Forgets everything written.
+  virtual void Clear() = 0;
+};
+
+// An input stream over `length` bytes owned by the caller (not copied, not freed).
+class VEK_API VEKLightXmlInputStreamBuffer final : public VEKLightXmlInputStream {
+ public:
+  VEKLightXmlInputStreamBuffer(const unsigned char* bytes, int length) noexcept;
+  ~VEKLightXmlInputStreamBuffer() override;
+  int GetLength() const override;
+  const unsigned char* GetBytes() const override;
+  int Read(unsigned char* target, int capacity) override;
+
+ private:
+  const unsigned char* bytes_;
+  int length_;
+  int position_ = 0;
+};
+
+// An output stream collecting bytes in memory.
+class VEK_API VEKLightXmlOutputStreamBuffer final : public VEKLightXmlOutputStream {
+ public:
+  VEKLightXmlOutputStreamBuffer() noexcept;
+  ~VEKLightXmlOutputStreamBuffer() override;
+  VEKLightXmlOutputStreamBuffer(const VEKLightXmlOutputStreamBuffer&) = delete;
+  VEKLightXmlOutputStreamBuffer& operator=(const VEKLightXmlOutputStreamBuffer&) = delete;
+  int Write(const unsigned char* bytes, int length) override;
+  int GetLength() const override;
+  void Clear() override;
+  // Hands the collected bytes over as an array owned by the caller (release with delete[]) and
+  // their count, and leaves the stream empty. Nothing collected: `bytes` null and `length` 0.
+  void GetBuffer(unsigned char*& bytes, int& length) noexcept;
+
+ private:
+  unsigned char* bytes_ = nullptr;
+  int length_ = 0;
+  int capacity_ = 0;
+};
+
+// One element of a parsed tree. Every read on an element that designates nothing returns an
+// empty result (null position, null child, empty string, 0).
+class VEK_API VEKLightXmlElementItf {
+ public:
+  virtual ~VEKLightXmlElementItf();
+
+  // Whether this element designates no node.
+  virtual bool IsNull() const = 0;
+  // Makes this element designate the same node as `other` (null: nothing). Returns non-zero on
+  // success; 0 when this element cannot be redirected (elements handed out by GetChild always
+  // designate their own node) or `other` is not of this XML layer.
+  virtual int SetElement(VEKLightXmlElementItf* other) = 0;
+  // Number of element children.
+  virtual int GetChildCount() const = 0;
+  // Position of the first child element; null when there is none.
+  virtual void* GetChildren() const = 0;
+  // The child at `position`; advances `position` to the next child (null after the last).
+  // Children come in document order. A null position gives null.
+  virtual VEKLightXmlElementItf* GetChild(void*& position) const = 0;
+  // The parent element; null for the root or an empty element.
+  virtual VEKLightXmlElementItf* GetParent() const = 0;
+  // The tag name.
+  virtual const VEKUnicodeString& GetName() const = 0;
+  // Number of attributes.
+  virtual int GetAttributeCount() const = 0;
+  // Value of attribute `name`, or `defaultValue` when absent.
+  virtual const VEKUnicodeString& GetAttributeValue(const VEKUnicodeString& name,
+                                                    const VEKUnicodeString& defaultValue) const = 0;
+  // Value of attribute `name`; the empty string when absent.
+  virtual const VEKUnicodeString& GetAttributeValue(const VEKUnicodeString& name) const = 0;
+  // Name of attribute `index` (1-based, document order); empty outside 1..GetAttributeCount().
+  virtual const VEKUnicodeString& GetAttributeName(int index) const = 0;
+  // Value of attribute `index` (1-based); empty outside the range.
+  virtual const VEKUnicodeString& GetAttributeValueAt(int index) const = 0;
+  // Whether attribute `name` is present.
+  virtual bool HasAttribute(const VEKUnicodeString& name) const = 0;
+  // The text content: the element's own text and CDATA children, concatenated in order.
+  virtual const VEKUnicodeString& GetValue() const = 0;
+  // Byte offset of the element's start in the parsed input (after conversion to UTF-8 for UTF-16
+  // input); -1 when unknown.
+  virtual std::ptrdiff_t GetSourceOffset() const = 0;
+  // An opaque identity of the designated node: equal for two elements designating the same node,
+  // null for an element designating nothing.
+  virtual const void* GetNodeIdentity() const = 0;
+};
+
+namespace vek_lightxml_detail {
+class Document;
+class Node;
+}  // namespace vek_lightxml_detail
+
+// A handle on an element: default-constructed it designates nothing; it receives a parse result
+// (and then owns the document) or is made to designate another element's node with SetElement.
+// The document lives as long as any handle on one of its nodes.
+class VEK_API VEKLightXmlElement final : public VEKLightXmlElementItf {
+ public:
+  VEKLightXmlElement() noexcept;
+  VEKLightXmlElement(const VEKLightXmlElement& other) noexcept;
+  VEKLightXmlElement& operator=(const VEKLightXmlElement& other) noexcept;
+  ~VEKLightXmlElement() override;
+
+  bool IsNull() const override;
+  int SetElement(VEKLightXmlElementItf* other) override;
+  int GetChildCount() const override;
+  void* GetChildren() const override;
+  VEKLightXmlElementItf* GetChild(void*& position) const override;
+  VEKLightXmlElementItf* GetParent() const override;
+  const VEKUnicodeString& GetName() const override;
+  int GetAttributeCount() const override;
+  const VEKUnicodeString& GetAttributeValue(const VEKUnicodeString& name,
+                                            const VEKUnicodeString& defaultValue) const override;
+  const VEKUnicodeString& GetAttributeValue(const VEKUnicodeString& name) const override;
+  const VEKUnicodeString& GetAttributeName(int index) const override;
+  const VEKUnicodeString& GetAttributeValueAt(int index) const override;
+  bool HasAttribute(const VEKUnicodeString& name) const override;
+  const VEKUnicodeString& GetValue() const override;
+  std::ptrdiff_t GetSourceOffset() const override;
+  const void* GetNodeIdentity() const override;
+
+ private:
+  friend class VEKLightXmlParser;
+  std::shared_ptr<vek_lightxml_detail::Document> document_;
+  vek_lightxml_detail::Node* node_ = nullptr;
+};
+
+class VEK_API VEKLightXmlParser {
+ public:
+  VEKLightXmlParser() noexcept;
+  ~VEKLightXmlParser();
+  VEKLightXmlParser(const VEKLightXmlParser&) = delete;
+  VEKLightXmlParser& operator=(const VEKLightXmlParser&) = delete;
+
+  // Parses all of `input` (UTF-8 with or without BOM, or UTF-16 with a BOM) into `root`, which
+  // must be a VEKLightXmlElement; `root` then designates the document element. Returns non-zero
+  // on success; 0 on malformed input, input without exactly one root element, a `root` of another
+  // class, or when memory runs out (`root` is then left designating nothing).
+  int Parse(VEKLightXmlInputStream& input, VEKLightXmlElementItf& root) noexcept;
+  // Writes `root` and everything under it as XML text (UTF-8, no declaration, no indentation)
+  // that parses back to the same tree. Returns non-zero on success, 0 when `root` designates
+  // nothing or the output did not take every byte.
+  int GetXml(const VEKLightXmlElementItf& root, VEKLightXmlOutputStream& output) noexcept;
+
+  // Where the last Parse failed: byte offset into the input (-1 when it did not fail or the
+  // failure has no place) and a short English description (empty when it did not fail).
+  std::ptrdiff_t GetErrorOffset() const noexcept;
+  const char* GetErrorDescription() const noexcept;
+
+ private:
+  std::ptrdiff_t errorOffset_ = -1;
+  const char* errorDescription_ = "";
+};

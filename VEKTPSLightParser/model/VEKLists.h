@@ -1,0 +1,76 @@
+// 1-based value lists: VEKListValVEKUnicodeString (strings), VEKRawCollint (ints) and
+// VEKRawCollPV (untyped pointers). Reading an index outside 1..Size() is harmless: it yields an
+// empty item (empty string, 0, null), never undefined behaviour.
+#pragma once
+
+#include <new>
+#include <vector>
+
+#include "VEKTypes.h"
+#include "VEKUnicodeString.h"
+
+template <class T>
+class VEKOneBasedList {
+ public:
+  VEKOneBasedList() noexcept = default;
+  // `capacity` is a hint; a failed reservation is ignored.
+  explicit VEKOneBasedList(int capacity) noexcept {
+    if (capacity > 0) {
+      try {
+        items_.reserve(static_cast<std::size_t>(capacity));
+      } catch (const std::bad_alloc&) {
+      }
+    }
+  }
+  // A copy is independent of the original; when memory runs out the copy is empty.
+  VEKOneBasedList(const VEKOneBasedList& other) noexcept {
+    try {
+      items_ = other.items_;
+    } catch (const std::bad_alloc&) {
+      items_.clear();
+    }
+  }
+  VEKOneBasedList(VEKOneBasedList&& other) noexcept = default;
+  VEKOneBasedList& operator=(const VEKOneBasedList& other) noexcept {
+    if (this != &other) {
+      VEKOneBasedList copy(other);
+      items_.swap(copy.items_);
+    }
+    return *this;
+  }
+  VEKOneBasedList& operator=(VEKOneBasedList&& other) noexcept = default;
+
+  int Size() const noexcept { return static_cast<int>(items_.size()); }
+
+  // Item `index` (1-based). Outside 1..Size() this is a scratch item reset to the empty value.
+  T& operator[](int index) noexcept {
+    if (index < 1 || index > Size()) {
+      outOfRange_ = T();
+      return outOfRange_;
+    }
+    return items_[static_cast<std::size_t>(index - 1)];
+  }
+  const T& operator[](int index) const noexcept {
+    static const T empty{};
+    if (index < 1 || index > Size()) return empty;
+    return items_[static_cast<std::size_t>(index - 1)];
+  }
+
+  // Adds a copy at the end; E_OUTOFMEMORY (list unchanged) when memory runs out.
+  HRESULT Append(const T& item) noexcept {
+    try {
+      items_.push_back(item);
+      return S_OK;
+    } catch (const std::bad_alloc&) {
+      return E_OUTOFMEMORY;
+    }
+  }
+
+ private:
+  std::vector<T> items_;
+  T outOfRange_{};
+};
+
+using VEKListValVEKUnicodeString = VEKOneBasedList<VEKUnicodeString>;
+using VEKRawCollint = VEKOneBasedList<int>;
+using VEKRawCollPV = VEKOneBasedList<void*>;

@@ -1,0 +1,79 @@
+// Unicode string value type. Held as UTF-8; positions and lengths count characters (code
+// points), not bytes. Text that is not valid UTF-8 is repaired on entry: each invalid byte
+// becomes U+FFFD, so a string always holds valid UTF-8.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "VEKExport.h"
+
+class VEK_API VEKUnicodeString {
+ public:
+  enum VEKSearchMode { VEKSearchForward = 1 };
+
+  VEKUnicodeString() noexcept;
+  // From a zero-terminated UTF-8 text; null gives the empty string.
+  VEKUnicodeString(const char* utf8) noexcept;
+  // From `byteLength` bytes of UTF-8 (zero bytes included).
+  VEKUnicodeString(const char* utf8, std::size_t byteLength) noexcept;
+  // From a zero-terminated UTF-32 text (wchar_t is 4 bytes); invalid code points become U+FFFD.
+  explicit VEKUnicodeString(const wchar_t* utf32) noexcept;
+  VEKUnicodeString(const VEKUnicodeString& other) noexcept;
+  VEKUnicodeString(VEKUnicodeString&& other) noexcept;
+  ~VEKUnicodeString();
+  VEKUnicodeString& operator=(const VEKUnicodeString& other) noexcept;
+  VEKUnicodeString& operator=(VEKUnicodeString&& other) noexcept;
+
+  // Exact, case-sensitive comparison of the whole string; non-zero when the relation holds.
+  int operator==(const char* utf8) const noexcept;
+  int operator==(const VEKUnicodeString& other) const noexcept;
+  int operator!=(const char* utf8) const noexcept;
+  int operator!=(const VEKUnicodeString& other) const noexcept;
+
+  // Number of characters; 0 for the empty string.
+  int GetLengthInChar() const noexcept;
+  // Number of bytes of the UTF-8 form, without the terminating zero.
+  std::size_t GetLengthInByte() const noexcept;
+
+  // The UTF-8 form, zero-terminated, owned by the string and valid until it changes; never null.
+  const char* ConvertToChar() const noexcept;
+  // The same text as a C string (used for file names).
+  const char* CastToCharPtr() const noexcept;
+  // Writes the characters as UTF-32 plus a terminating zero into `target`, which must hold
+  // GetLengthInChar() + 1 wide characters. Null target: nothing is written.
+  void ConvertToWChar(wchar_t* target) const noexcept;
+
+  // scanf-like conversion, independent of the C locale. "%d": optional leading blanks, a sign and
+  // decimal digits; values beyond the int range saturate to INT_MIN / INT_MAX. "%le" (also "%lf",
+  // "%lg"): a decimal or hexadecimal floating number, "inf" or "nan"; overflow gives +-infinity.
+  // Text after the number is ignored. Returns 1 when a number was stored, 0 when nothing converts
+  // or the format is not supported, -1 when the string is empty or blank; `*value` is written
+  // only on 1.
+  int ConvertToNum(int* value, const char* format) const noexcept;
+  int ConvertToNum(double* value, const char* format) const noexcept;
+  // Makes the string the decimal form of `value` ("%d"); returns its length, or -1 (string left
+  // unchanged) for any other format.
+  int BuildFromNum(int value, const char* format) noexcept;
+
+  // Position of the first occurrence of `sub` at or after character `start` (negative start
+  // counts as 0), or -1 when there is none. An empty `sub` is found at `start` when start is
+  // within the string or at its end.
+  int SearchSubString(const VEKUnicodeString& sub, int start, VEKSearchMode mode) const noexcept;
+  // The `length` characters from `start`, clamped to the string: a negative start counts from
+  // 0, a negative length or a start past the end gives the empty string.
+  VEKUnicodeString SubString(int start, int length) const noexcept;
+
+ private:
+  void Assign(const char* utf8, std::size_t byteLength) noexcept;
+  std::size_t ByteOffsetOf(int charPosition) const noexcept;
+
+  std::string utf8_;
+  std::int32_t length_ = 0;
+  bool ascii_ = true;
+  // Last character position translated to a byte offset in a non-ASCII string: sequential
+  // scans then cost linear time in total instead of quadratic.
+  mutable std::int32_t cursorChar_ = 0;
+  mutable std::size_t cursorByte_ = 0;
+};
