@@ -1,0 +1,437 @@
+// The Unicode string: UTF-8 storage, character positions, repair of invalid input and
+// locale-independent number conversions.
+#include "VEKUnicodeString.h"
+
+#include <locale.h>
+#include <charconv>
+#include <climits>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <system_error>
+#include <utility>
+
+static_assert(sizeof(wchar_t) == 4, "wide characters are UTF-32");
+
+namespace {
+
+constexpr char32_t kReplacement = 0xFFFD;
+constexpr char kReplacementUtf8[] = "\xEF\xBF\xBD";
+constexpr std::size_t kReplacementBytes = 3;
+constexpr std::uint64_t kHighBits = 0x8080808080808080ull;
+
+bool IsContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
+
+// Offset of the first byte >= 0x80 in [bytes, bytes + count), or count; eight bytes per step.
+std::size_t AsciiPrefixLength(const unsigned char* bytes, std::size_t count) {
+  std::size_t i = 0;
+  for (; i + 8 <= count; i += 8) {
+    std::uint64_t word;
+    std::memcpy(&word, bytes + i, sizeof word);
+    if (word & kHighBits) break;
+  }
+  while (i < count && bytes[i] < 0x80) ++i;
+  return i;
+}
+
+// Length of the well-formed UTF-8 sequence at `bytes` (1 to 4), or 0 when its first byte cannot
+// start one: overlong forms, surrogates, code points above U+10FFFF, truncated sequences and
+// stray continuation bytes.
+std::size_t SequenceLength(const unsigned char* bytes, std::size_t available) {
+  const unsigned char lead = bytes[0];
+  if (lead < 0x80) return 1;
+  if (lead < 0xC2) return 0;
+  if (lead < 0xE0) return available >= 2 && IsContinuation(bytes[1]) ? 2 : 0;
+  if (lead < 0xF0) {
+    if (available < 3) return 0;
+    const unsigned char low = lead == 0xE0 ? 0xA0 : 0x80;
+    const unsigned char high = lead == 0xED ? 0x9F : 0xBF;
+    return bytes[1] >= low && bytes[1] <= high && IsContinuation(bytes[2]) ? 3 : 0;
+  }
+  if (lead < 0xF5) {
+    if (available < 4) return 0;
+    const unsigned char low = lead == 0xF0 ? 0x90 : 0x80;
+    const unsigned char high = lead == 0xF4 ? 0x8F : 0xBF;
+    return bytes[1] >= low && bytes[1] <= high && IsContinuation(bytes[2]) &&
+                   IsContinuation(bytes[3])
+               ? 4
+               : 0;
+  }
+  return 0;
+}
+
+// Length of the sequence whose first byte is `lead`, in text already known to be valid.
+std::size_t ValidSequenceLength(unsigned char lead) {
+  if (lead < 0x80) return 1;
+  if (lead < 0xE0) return 2;
+  if (lead < 0xF0) return 3;
+  return 4;
+}
+
+std::size_t EncodeUtf8(char32_t codePoint, char* out) {
+  if (codePoint < 0x80) {
+    out[0] = static_cast<char>(codePoint);
+    return 1;
+  }
+  if (codePoint < 0x800) {
+    out[0] = static_cast<char>(0xC0 | (codePoint >> 6));
+    out[1] = static_cast<char>(0x80 | (codePoint & 0x3F));
+    return 2;
+  }
+  if (codePoint < 0x10000) {
+    out[0] = static_cast<char>(0xE0 | (codePoint >> 12));
+    out[1] = static_cast<char>(0x80 | ((codePoint >> 6) & 0x3F));
+    out[2] = static_cast<char>(0x80 | (codePoint & 0x3F));
+    return 3;
+  }
+  out[0] = static_cast<char>(0xF0 | (codePoint >> 18));
+  out[1] = static_cast<char>(0x80 | ((codePoint >> 12) & 0x3F));
+  out[2] = static_cast<char>(0x80 | ((codePoint >> 6) & 0x3F));
+  out[3] = static_cast<char>(0x80 | (codePoint & 0x3F));
+  return 4;
+}
+
+char32_t ValidCodePoint(wchar_t wide) {
+  const auto codePoint = static_cast<std::uint32_t>(wide);
+  if (codePoint > 0x10FFFF || (codePoint >= 0xD800 && codePoint <= 0xDFFF)) return kReplacement;
+  return codePoint;
+}
+
+// The blanks of the "C" locale's isspace, tested without consulting the current locale.
+bool IsBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
+}
+
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+// Case-insensitive match of the lowercase ASCII `word` at the start of [text, end).
+bool StartsWithWord(const char* text, const char* end, const char* word) {
+  for (; *word; ++word, ++text) {
+    if (text == end || (*text | 0x20) != *word) return false;
+  }
+  return true;
+}
+
+// A "C" locale made once, for the strtod_l fallback that decides overflow and underflow.
+locale_t ClassicLocale() {
+  static const locale_t locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
+  return locale;
+}
+
+// Points past the leading blanks of the zero-terminated text; null when only blanks remain.
+const char* SkipBlanks(const char* text, const char* end) {
+  while (text != end && IsBlank(*text)) ++text;
+  return text == end || *text == '\0' ? nullptr : text;
+}
+
+// Parses a floating number without a sign at [text, end) into *magnitude; false when none.
+// `signedText` is the zero-terminated text from its sign, for the out-of-range fallback.
+bool ParseUnsignedDouble(const char* text, const char* end, const char* signedText,
+                         double* magnitude) {
+  if (StartsWithWord(text, end, "inf")) {
+    *magnitude = std::numeric_limits<double>::infinity();
+    return true;
+  }
+  if (StartsWithWord(text, end, "nan")) {
+    *magnitude = std::numeric_limits<double>::quiet_NaN();
+    return true;
+  }
+  std::from_chars_result result{text, std::errc::invalid_argument};
+  if (end - text > 2 && text[0] == '0' && (text[1] | 0x20) == 'x') {
+    result = std::from_chars(text + 2, end, *magnitude, std::chars_format::hex);
+  }
+  if (result.ec == std::errc::invalid_argument) {
+    result = std::from_chars(text, end, *magnitude, std::chars_format::general);
+  }
+  if (result.ec == std::errc::result_out_of_range) {
+    // strtod_l gives the correctly rounded +-HUGE_VAL, subnormal or zero; its sign is undone
+    // here because the caller applies it.
+    const locale_t classic = ClassicLocale();
+    if (!classic) return false;
+    *magnitude = std::fabs(strtod_l(signedText, nullptr, classic));
+    return true;
+  }
+  return result.ec == std::errc();
+}
+
+}  // namespace
+
+VEKUnicodeString::VEKUnicodeString() noexcept = default;
+
+VEKUnicodeString::VEKUnicodeString(const char* utf8) noexcept {
+  if (utf8) Assign(utf8, std::strlen(utf8));
+}
+
+VEKUnicodeString::VEKUnicodeString(const char* utf8, std::size_t byteLength) noexcept {
+  if (utf8) Assign(utf8, byteLength);
+}
+
+VEKUnicodeString::VEKUnicodeString(const wchar_t* utf32) noexcept {
+  if (!utf32) return;
+  std::size_t bytes = 0;
+  std::size_t chars = 0;
+  char scratch[4];
+  for (const wchar_t* wide = utf32; *wide; ++wide, ++chars) {
+    bytes += EncodeUtf8(ValidCodePoint(*wide), scratch);
+  }
+  if (chars > static_cast<std::size_t>(INT32_MAX)) return;
+  try {
+    utf8_.resize(bytes);
+  } catch (const std::bad_alloc&) {
+    return;
+  }
+  char* out = &utf8_[0];
+  for (const wchar_t* wide = utf32; *wide; ++wide) out += EncodeUtf8(ValidCodePoint(*wide), out);
+  length_ = static_cast<std::int32_t>(chars);
+  ascii_ = bytes == chars;
+}
+
+VEKUnicodeString::VEKUnicodeString(const VEKUnicodeString& other) noexcept {
+  try {
+    utf8_ = other.utf8_;
+    length_ = other.length_;
+    ascii_ = other.ascii_;
+  } catch (const std::bad_alloc&) {
+    utf8_.clear();
+  }
+}
+
+VEKUnicodeString::VEKUnicodeString(VEKUnicodeString&& other) noexcept
+    : utf8_(std::move(other.utf8_)), length_(other.length_), ascii_(other.ascii_) {
+  other.utf8_.clear();
+  other.length_ = 0;
+  other.ascii_ = true;
+  other.cursorChar_ = 0;
+  other.cursorByte_ = 0;
+}
+
+VEKUnicodeString::~VEKUnicodeString() = default;
+
+VEKUnicodeString& VEKUnicodeString::operator=(const VEKUnicodeString& other) noexcept {
+  if (this != &other) {
+    VEKUnicodeString copy(other);
+    *this = std::move(copy);
+  }
+  return *this;
+}
+
+VEKUnicodeString& VEKUnicodeString::operator=(VEKUnicodeString&& other) noexcept {
+  if (this != &other) {
+    utf8_.swap(other.utf8_);
+    length_ = other.length_;
+    ascii_ = other.ascii_;
+    cursorChar_ = 0;
+    cursorByte_ = 0;
+    other.utf8_.clear();
+    other.length_ = 0;
+    other.ascii_ = true;
+    other.cursorChar_ = 0;
+    other.cursorByte_ = 0;
+  }
+  return *this;
+}
+
+int VEKUnicodeString::operator==(const char* utf8) const noexcept {
+  return utf8_.compare(utf8 ? utf8 : "") == 0;
+}
+
+int VEKUnicodeString::operator==(const VEKUnicodeString& other) const noexcept {
+  return utf8_ == other.utf8_;
+}
+
+int VEKUnicodeString::operator!=(const char* utf8) const noexcept { return !(*this == utf8); }
+
+int VEKUnicodeString::operator!=(const VEKUnicodeString& other) const noexcept {
+  return !(*this == other);
+}
+
+int VEKUnicodeString::GetLengthInChar() const noexcept { return length_; }
+
+std::size_t VEKUnicodeString::GetLengthInByte() const noexcept { return utf8_.size(); }
+
+const char* VEKUnicodeString::ConvertToChar() const noexcept { return utf8_.c_str(); }
+
+const char* VEKUnicodeString::CastToCharPtr() const noexcept { return utf8_.c_str(); }
+
+void VEKUnicodeString::ConvertToWChar(wchar_t* target) const noexcept {
+  if (!target) return;
+  const auto* bytes = reinterpret_cast<const unsigned char*>(utf8_.data());
+  const std::size_t count = utf8_.size();
+  for (std::size_t i = 0; i < count;) {
+    const unsigned char lead = bytes[i];
+    const std::size_t length = ValidSequenceLength(lead);
+    std::uint32_t codePoint = length == 1 ? lead : lead & (0x7F >> length);
+    for (std::size_t k = 1; k < length; ++k) codePoint = (codePoint << 6) | (bytes[i + k] & 0x3F);
+    *target++ = static_cast<wchar_t>(codePoint);
+    i += length;
+  }
+  *target = L'\0';
+}
+
+int VEKUnicodeString::ConvertToNum(int* value, const char* format) const noexcept {
+  if (!value || !format || std::strcmp(format, "%d") != 0) return 0;
+  const char* end = utf8_.data() + utf8_.size();
+  const char* text = SkipBlanks(utf8_.data(), end);
+  if (!text) return -1;
+  const bool negative = *text == '-';
+  const char* digits = (negative || *text == '+') ? text + 1 : text;
+  if (digits == end || !IsDigit(*digits)) return 0;
+  int parsed = 0;
+  // from_chars takes the minus sign itself, so INT_MIN parses without overflow.
+  const auto result = std::from_chars(negative ? text : digits, end, parsed);
+  if (result.ec == std::errc::result_out_of_range) {
+    parsed = negative ? INT_MIN : INT_MAX;
+  } else if (result.ec != std::errc()) {
+    return 0;
+  }
+  *value = parsed;
+  return 1;
+}
+
+int VEKUnicodeString::ConvertToNum(double* value, const char* format) const noexcept {
+  if (!value || !format ||
+      (std::strcmp(format, "%le") != 0 && std::strcmp(format, "%lf") != 0 &&
+       std::strcmp(format, "%lg") != 0)) {
+    return 0;
+  }
+  const char* end = utf8_.data() + utf8_.size();
+  const char* text = SkipBlanks(utf8_.data(), end);
+  if (!text) return -1;
+  const bool negative = *text == '-';
+  const char* unsignedText = (negative || *text == '+') ? text + 1 : text;
+  double magnitude = 0.0;
+  if (!ParseUnsignedDouble(unsignedText, end, text, &magnitude)) return 0;
+  *value = negative ? -magnitude : magnitude;
+  return 1;
+}
+
+int VEKUnicodeString::BuildFromNum(int value, const char* format) noexcept {
+  if (!format || std::strcmp(format, "%d") != 0) return -1;
+  char digits[16];
+  const auto result = std::to_chars(digits, digits + sizeof digits, value);
+  Assign(digits, static_cast<std::size_t>(result.ptr - digits));
+  return length_;
+}
+
+int VEKUnicodeString::SearchSubString(const VEKUnicodeString& sub, int start,
+                                      VEKSearchMode mode) const noexcept {
+  if (mode != VEKSearchForward) return -1;
+  if (start < 0) start = 0;
+  if (start > length_) return -1;
+  if (sub.utf8_.empty()) return start;
+  const std::size_t from = ByteOffsetOf(start);
+  const std::size_t found = utf8_.find(sub.utf8_, from);
+  if (found == std::string::npos) return -1;
+  if (ascii_) return static_cast<int>(found);
+  // Both texts are valid UTF-8, so a byte match starts on a character boundary.
+  std::int32_t position = start;
+  for (std::size_t i = from; i < found; ++i) {
+    position += !IsContinuation(static_cast<unsigned char>(utf8_[i]));
+  }
+  cursorChar_ = position;
+  cursorByte_ = found;
+  return position;
+}
+
+VEKUnicodeString VEKUnicodeString::SubString(int start, int length) const noexcept {
+  VEKUnicodeString piece;
+  if (start < 0) start = 0;
+  if (length <= 0 || start >= length_) return piece;
+  const std::int32_t count = length < length_ - start ? length : length_ - start;
+  const std::size_t first = ByteOffsetOf(start);
+  const std::size_t last = ByteOffsetOf(start + count);
+  try {
+    piece.utf8_.assign(utf8_, first, last - first);
+  } catch (const std::bad_alloc&) {
+    return piece;
+  }
+  piece.length_ = count;
+  piece.ascii_ = static_cast<std::size_t>(count) == last - first;
+  return piece;
+}
+
+void VEKUnicodeString::Assign(const char* utf8, std::size_t byteLength) noexcept {
+  utf8_.clear();
+  length_ = 0;
+  ascii_ = true;
+  cursorChar_ = 0;
+  cursorByte_ = 0;
+  const auto* bytes = reinterpret_cast<const unsigned char*>(utf8);
+
+  // One pass counts the characters and the invalid bytes; valid text is then copied as it is.
+  std::size_t chars = 0;
+  std::size_t invalid = 0;
+  for (std::size_t i = 0; i < byteLength;) {
+    const std::size_t ascii = AsciiPrefixLength(bytes + i, byteLength - i);
+    chars += ascii;
+    i += ascii;
+    if (i == byteLength) break;
+    const std::size_t length = SequenceLength(bytes + i, byteLength - i);
+    ++chars;
+    if (length == 0) {
+      ++invalid;
+      ++i;
+    } else {
+      i += length;
+    }
+  }
+  if (chars > static_cast<std::size_t>(INT32_MAX)) return;
+
+  try {
+    if (invalid == 0) {
+      utf8_.assign(utf8, byteLength);
+    } else {
+      utf8_.reserve(byteLength + invalid * (kReplacementBytes - 1));
+      for (std::size_t i = 0; i < byteLength;) {
+        const std::size_t length = SequenceLength(bytes + i, byteLength - i);
+        if (length == 0) {
+          utf8_.append(kReplacementUtf8, kReplacementBytes);
+          ++i;
+        } else {
+          utf8_.append(utf8 + i, length);
+          i += length;
+        }
+      }
+    }
+  } catch (const std::bad_alloc&) {
+    utf8_.clear();
+    return;
+  }
+  length_ = static_cast<std::int32_t>(chars);
+  ascii_ = utf8_.size() == chars;
+}
+
+std::size_t VEKUnicodeString::ByteOffsetOf(int charPosition) const noexcept {
+  if (ascii_) return static_cast<std::size_t>(charPosition);
+  const auto* bytes = reinterpret_cast<const unsigned char*>(utf8_.data());
+  // Start from whichever known point is nearest: the beginning, the cursor or the end.
+  std::int32_t position = 0;
+  std::size_t offset = 0;
+  std::int32_t distance = charPosition;
+  const std::int32_t fromCursor =
+      charPosition >= cursorChar_ ? charPosition - cursorChar_ : cursorChar_ - charPosition;
+  if (fromCursor < distance) {
+    position = cursorChar_;
+    offset = cursorByte_;
+    distance = fromCursor;
+  }
+  if (length_ - charPosition < distance) {
+    position = length_;
+    offset = utf8_.size();
+  }
+  while (position < charPosition) {
+    offset += ValidSequenceLength(bytes[offset]);
+    ++position;
+  }
+  while (position > charPosition) {
+    do {
+      --offset;
+    } while (IsContinuation(bytes[offset]));
+    --position;
+  }
+  cursorChar_ = position;
+  cursorByte_ = offset;
+  return offset;
+}

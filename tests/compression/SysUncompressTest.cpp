@@ -1,0 +1,131 @@
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <string>
+#include <vector>
+
+#include "VEKSysUncompress.h"
+
+namespace {
+
+// A stream made by zlib: windowBits 15 gives the zlib format, -15 raw deflate, 31 gzip.
+std::string Compress(const std::string& data, int windowBits = 15) {
+  z_stream stream{};
+  EXPECT_EQ(deflateInit2(&stream, 6, Z_DEFLATED, windowBits, 8, Z_DEFAULT_STRATEGY), Z_OK);
+  std::string out(deflateBound(&stream, data.size()), '\0');
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
+  stream.avail_in = static_cast<uInt>(data.size());
+  stream.next_out = reinterpret_cast<Bytef*>(&out[0]);
+  stream.avail_out = static_cast<uInt>(out.size());
+  EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
+  out.resize(stream.total_out);
+  (void)deflateEnd(&stream);
+  return out;
+}
+
+std::string Payload(std::size_t size) {
+  std::string data;
+  for (std::size_t i = 0; data.size() < size; ++i) {
+    data += "<TPS Id=\"" + std::to_string(i * 7919 % 1000) + "\"/>\n";
+  }
+  data.resize(size);
+  return data;
+}
+
+constexpr char kCanary = '\x5A';
+constexpr std::size_t kCanaryBytes = 16;
+
+struct Outcome {
+  int result;
+  unsigned int length;
+  std::string output;
+};
+
+// Decompresses into a buffer of `capacity` bytes followed by canary bytes that must survive.
+Outcome Uncompress(const std::string& stream, unsigned int capacity) {
+  std::vector<char> target(capacity + kCanaryBytes, kCanary);
+  unsigned int length = capacity;
+  const int result =
+      VEKSysUncompress(stream.data(), static_cast<int>(stream.size()), target.data(), &length);
+  for (std::size_t i = capacity; i < target.size(); ++i) EXPECT_EQ(target[i], kCanary);
+  return {result, length, std::string(target.data(), result == 0 ? length : 0)};
+}
+
+TEST(SysUncompress, RoundTripsAtExactCapacity) {
+  for (const std::size_t size :
+       {std::size_t{0}, std::size_t{1}, std::size_t{1000}, std::size_t{1} << 20}) {
+    const std::string data = Payload(size);
+    const Outcome exact = Uncompress(Compress(data), static_cast<unsigned int>(size));
+    EXPECT_EQ(exact.result, 0) << size;
+    EXPECT_EQ(exact.length, size);
+    EXPECT_EQ(exact.output, data);
+    const Outcome roomy = Uncompress(Compress(data), static_cast<unsigned int>(size + 100));
+    EXPECT_EQ(roomy.result, 0) << size;
+    EXPECT_EQ(roomy.length, size);
+  }
+}
+
+TEST(SysUncompress, RejectsOutputOneByteOverCapacity) {
+  for (const std::size_t size : {std::size_t{1}, std::size_t{1000}, std::size_t{1} << 20}) {
+    const Outcome shortTarget =
+        Uncompress(Compress(Payload(size)), static_cast<unsigned int>(size - 1));
+    EXPECT_LT(shortTarget.result, 0) << size;
+    EXPECT_EQ(shortTarget.length, size - 1) << "length must stay as it was";
+  }
+}
+
+TEST(SysUncompress, RejectsTruncatedStreams) {
+  const std::string stream = Compress(Payload(5000));
+  for (const std::size_t kept : {std::size_t{0}, std::size_t{1}, std::size_t{2}, stream.size() / 2,
+                                 stream.size() - 4, stream.size() - 1}) {
+    const Outcome outcome = Uncompress(stream.substr(0, kept), 5000);
+    EXPECT_LT(outcome.result, 0) << "kept " << kept;
+    EXPECT_EQ(outcome.length, 5000u);
+  }
+}
+
+TEST(SysUncompress, RejectsCorruptHeaderChecksumAndTrailingBytes) {
+  const std::string data = Payload(5000);
+  const std::string stream = Compress(data);
+  struct Damage {
+    const char* what;
+    std::size_t offset;
+    char flip;
+  };
+  const Damage damages[] = {
+      {"compression method", 0, 0x01},
+      {"header check", 1, 0x01},
+      {"preset dictionary flag", 1, 0x20},
+      {"adler-32", stream.size() - 1, 0x01},
+  };
+  for (const Damage& damage : damages) {
+    std::string corrupt = stream;
+    corrupt[damage.offset] = static_cast<char>(corrupt[damage.offset] ^ damage.flip);
+    EXPECT_LT(Uncompress(corrupt, 5000).result, 0) << damage.what;
+  }
+  EXPECT_LT(Uncompress(stream + '\0', 5000).result, 0) << "one trailing byte";
+  EXPECT_LT(Uncompress(stream + stream, 10000).result, 0) << "a second stream";
+}
+
+TEST(SysUncompress, RejectsOtherDeflateContainers) {
+  const std::string data = Payload(5000);
+  EXPECT_LT(Uncompress(Compress(data, -15), 5000).result, 0) << "raw deflate";
+  EXPECT_LT(Uncompress(Compress(data, 31), 5000).result, 0) << "gzip";
+}
+
+TEST(SysUncompress, RejectsBadArguments) {
+  const std::string stream = Compress("payload");
+  char target[16];
+  unsigned int length = sizeof target;
+  const int size = static_cast<int>(stream.size());
+  EXPECT_LT(VEKSysUncompress(nullptr, size, target, &length), 0);
+  EXPECT_LT(VEKSysUncompress(stream.data(), size, nullptr, &length), 0);
+  EXPECT_LT(VEKSysUncompress(stream.data(), size, target, nullptr), 0);
+  EXPECT_LT(VEKSysUncompress(stream.data(), -1, target, &length), 0);
+  EXPECT_LT(VEKSysUncompress(stream.data(), -2147483647 - 1, target, &length), 0);
+  EXPECT_EQ(length, sizeof target);
+  EXPECT_EQ(VEKSysUncompress(stream.data(), size, target, &length), 0);
+  EXPECT_EQ(std::string(target, length), "payload");
+}
+
+}  // namespace

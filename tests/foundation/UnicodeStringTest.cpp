@@ -1,0 +1,201 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "FailingAllocator.h"
+#include "VEKUnicodeString.h"
+
+namespace {
+
+// One character each of 1, 2, 3 and 4 UTF-8 bytes, then a 3-byte symbol and ASCII.
+const char kMixed[] = "a\xC3\xA9\xE2\x8C\x80\xF0\x9F\x98\x80\xE2\x93\x82z";
+const std::u32string kMixed32 = U"a\u00E9\u2300\U0001F600\u24C2z";
+
+std::u32string Wide(const VEKUnicodeString& text) {
+  std::vector<wchar_t> wide(static_cast<std::size_t>(text.GetLengthInChar()) + 1, L'?');
+  text.ConvertToWChar(wide.data());
+  EXPECT_EQ(wide.back(), L'\0');
+  return std::u32string(wide.begin(), wide.end() - 1);
+}
+
+TEST(UnicodeString, CountsCharactersAndComparesExactly) {
+  const VEKUnicodeString text(kMixed);
+  EXPECT_EQ(text.GetLengthInChar(), 6);
+  EXPECT_EQ(text.GetLengthInByte(), sizeof kMixed - 1);
+  EXPECT_EQ(Wide(text), kMixed32);
+  EXPECT_TRUE(text == kMixed && text == VEKUnicodeString(kMixed));
+  EXPECT_TRUE(text != "A\xC3\xA9\xE2\x8C\x80\xF0\x9F\x98\x80\xE2\x93\x82z");
+  EXPECT_TRUE(text != "a" && text != VEKUnicodeString());
+
+  const VEKUnicodeString empty(static_cast<const char*>(nullptr));
+  EXPECT_EQ(empty.GetLengthInChar(), 0);
+  EXPECT_STREQ(empty.CastToCharPtr(), "");
+  EXPECT_TRUE(empty == static_cast<const char*>(nullptr));
+  const VEKUnicodeString withZero("a\0b", 3);
+  EXPECT_EQ(withZero.GetLengthInChar(), 3);
+  EXPECT_TRUE(withZero != "a");
+}
+
+TEST(UnicodeString, BuildsFromUtf32AndReplacesInvalidCodePoints) {
+  const VEKUnicodeString text(
+      L"\u2300"
+      L"0.05 \u24C2\U0001F600");
+  EXPECT_TRUE(text ==
+              "\xE2\x8C\x80"
+              "0.05 \xE2\x93\x82\xF0\x9F\x98\x80");
+  EXPECT_EQ(text.GetLengthInChar(), 8);
+
+  const wchar_t invalid[] = {static_cast<wchar_t>(0xD800), static_cast<wchar_t>(0x110000), L'x',
+                             L'\0'};
+  EXPECT_TRUE(VEKUnicodeString(invalid) == "\xEF\xBF\xBD\xEF\xBF\xBDx");
+  EXPECT_TRUE(VEKUnicodeString(static_cast<const wchar_t*>(nullptr)) == "");
+}
+
+TEST(UnicodeString, RepairsEachInvalidByte) {
+  struct Row {
+    std::string input;
+    std::u32string expected;
+  };
+  const std::u32string bad(1, U'\uFFFD');
+  const Row rows[] = {
+      {"\xC0\xAF", bad + bad},                      // overlong '/'
+      {"\xE0\x80\xAF", bad + bad + bad},            // overlong, three bytes
+      {"\xED\xA0\x80", bad + bad + bad},            // surrogate U+D800
+      {"\xF4\x90\x80\x80", bad + bad + bad + bad},  // above U+10FFFF
+      {"\xF5\x80", bad + bad},                      // lead byte never valid
+      {"\xE2\x82", bad + bad},                      // truncated at the end
+      {"\xE2\x82"
+       "A",
+       bad + bad + U"A"},  // truncated before ASCII
+      {"a\x80"
+       "b",
+       U"a" + bad + U"b"},                                    // stray continuation
+      {"\xFF\xFE", bad + bad},                                // never in UTF-8
+      {"\xF0\x9F\x98\x80\xE2\x82\xAC", U"\U0001F600\u20AC"},  // valid, kept
+  };
+  for (const Row& row : rows) {
+    const VEKUnicodeString text(row.input.data(), row.input.size());
+    EXPECT_EQ(Wide(text), row.expected) << "input of " << row.input.size() << " bytes";
+    EXPECT_EQ(text.GetLengthInChar(), static_cast<int>(row.expected.size()));
+  }
+}
+
+TEST(UnicodeString, CopiesAndMovesAreValues) {
+  VEKUnicodeString original(kMixed);
+  VEKUnicodeString copy(original);
+  original = VEKUnicodeString("changed");
+  EXPECT_TRUE(copy == kMixed);
+  const VEKUnicodeString moved(std::move(copy));
+  EXPECT_EQ(moved.GetLengthInChar(), 6);
+  EXPECT_EQ(copy.GetLengthInChar(), 0);  // NOLINT(bugprone-use-after-move): moved-from is empty
+}
+
+TEST(UnicodeString, SearchesForwardInCharacterPositions) {
+  const VEKUnicodeString text(
+      "\xE2\x8C\x80"
+      "0.05 \xE2\x93\x82 0.05");
+  const VEKUnicodeString number("0.05");
+  struct Row {
+    int start;
+    int expected;
+  };
+  const Row rows[] = {{-5, 1}, {0, 1}, {1, 1}, {2, 8}, {8, 8}, {9, -1}, {12, -1}, {13, -1}};
+  for (const Row& row : rows) {
+    EXPECT_EQ(text.SearchSubString(number, row.start, VEKUnicodeString::VEKSearchForward),
+              row.expected)
+        << "start " << row.start;
+  }
+  const VEKUnicodeString empty;
+  EXPECT_EQ(text.SearchSubString(empty, 12, VEKUnicodeString::VEKSearchForward), 12);
+  EXPECT_EQ(text.SearchSubString(empty, 13, VEKUnicodeString::VEKSearchForward), -1);
+  EXPECT_EQ(
+      text.SearchSubString(VEKUnicodeString("\xE2\x93\x82"), 0, VEKUnicodeString::VEKSearchForward),
+      6);
+  EXPECT_EQ(VEKUnicodeString("abc").SearchSubString(VEKUnicodeString("abcd"), 0,
+                                                    VEKUnicodeString::VEKSearchForward),
+            -1);
+}
+
+TEST(UnicodeString, SubStringClampsToTheString) {
+  const VEKUnicodeString text(kMixed);
+  struct Row {
+    int start;
+    int length;
+    std::u32string expected;
+  };
+  const Row rows[] = {
+      {0, 6, kMixed32},
+      {0, 100, kMixed32},
+      {2, 2, U"\u2300\U0001F600"},
+      {-3, 2, U"a\u00E9"},
+      {5, 1, U"z"},
+      {5, 2, U"z"},
+      {6, 1, U""},
+      {7, 1, U""},
+      {1, 0, U""},
+      {1, -1, U""},
+      {0, 2147483647, kMixed32},
+  };
+  for (const Row& row : rows) {
+    const VEKUnicodeString piece = text.SubString(row.start, row.length);
+    EXPECT_EQ(Wide(piece), row.expected) << "start " << row.start << " length " << row.length;
+  }
+}
+
+// Positions visited in every order (forward, backward, jumping) must agree with a plain UTF-32
+// reference, whatever the translation cursor remembers from the previous call.
+TEST(UnicodeString, PositionsAgreeWithReferenceInAnyOrder) {
+  std::u32string reference;
+  std::string utf8;
+  for (int i = 0; i < 40; ++i) {
+    reference += kMixed32;
+    utf8 += kMixed;
+  }
+  const VEKUnicodeString text(utf8.c_str());
+  const int length = static_cast<int>(reference.size());
+  std::vector<int> starts;
+  for (int i = 0; i < length; ++i) starts.push_back((i * 97) % length);
+  for (int i = length - 1; i >= 0; i -= 7) starts.push_back(i);
+  for (const int start : starts) {
+    const int pieceLength = start % 5 + 1;
+    ASSERT_EQ(Wide(text.SubString(start, pieceLength)), reference.substr(start, pieceLength))
+        << "start " << start;
+  }
+}
+
+// The split loop that element readers run: sequential searches from the last hit onwards.
+TEST(UnicodeString, SequentialSplitOfNonAsciiText) {
+  const VEKUnicodeString text(";\xE2\x8C\x80;\xE4\xB8\xAD\xE6\x96\x87;;\xF0\x9F\x98\x80 x;");
+  const VEKUnicodeString separator(";");
+  std::vector<std::u32string> items;
+  int start = 1;
+  for (;;) {
+    const int found = text.SearchSubString(separator, start, VEKUnicodeString::VEKSearchForward);
+    if (found < 0) break;
+    if (found > start) items.push_back(Wide(text.SubString(start, found - start)));
+    start = found + 1;
+  }
+  const std::vector<std::u32string> expected = {U"\u2300", U"\u4E2D\u6587", U"\U0001F600 x"};
+  EXPECT_EQ(items, expected);
+}
+
+TEST(UnicodeString, FailedAllocationsLeaveEmptyStrings) {
+  const std::string longText(200, 'x');
+  const VEKUnicodeString source(longText.c_str());
+  VEKUnicodeString copy("kept until assigned");
+  VEKUnicodeString piece;
+  int constructedLength = -1;
+  {
+    vektest::FailingAllocations failAll(1);
+    constructedLength = VEKUnicodeString(longText.c_str()).GetLengthInChar();
+    copy = source;
+    piece = source.SubString(10, 100);
+  }
+  EXPECT_EQ(constructedLength, 0);
+  EXPECT_TRUE(copy == "");
+  EXPECT_EQ(copy.GetLengthInChar(), 0);
+  EXPECT_EQ(piece.GetLengthInChar(), 0);
+}
+
+}  // namespace
