@@ -1,0 +1,94 @@
+// The element handle: a shared reference to a parsed document and one of its nodes.
+#include "VEKLightXml.h"
+#include "VEKLightXmlDocument.h"
+
+using vek_lightxml_detail::EmptyString;
+using vek_lightxml_detail::Node;
+
+VEKLightXmlElementItf::~VEKLightXmlElementItf() = default;
+
+VEKLightXmlElement::VEKLightXmlElement() noexcept = default;
+
+VEKLightXmlElement::VEKLightXmlElement(const VEKLightXmlElement& other) noexcept
+    : document_(other.document_), node_(other.node_) {}
+
+VEKLightXmlElement& VEKLightXmlElement::operator=(const VEKLightXmlElement& other) noexcept {
+  document_ = other.document_;
+  node_ = other.node_;
+  return *this;
+}
+
+VEKLightXmlElement::~VEKLightXmlElement() = default;
+
+bool VEKLightXmlElement::IsNull() const { return node_ == nullptr; }
+
+int VEKLightXmlElement::SetElement(VEKLightXmlElementItf* other) {
+  if (!other) {
+    document_.reset();
+    node_ = nullptr;
+    return 1;
+  }
+  if (auto* handle = dynamic_cast<VEKLightXmlElement*>(other)) {
+    *this = *handle;
+    return 1;
+  }
+  auto* node = dynamic_cast<Node*>(other);
+  if (!node) return 0;
+  // A node is only reachable while a handle keeps its document alive, so the lock succeeds.
+  document_ = node->GetDocument().weak_from_this().lock();
+  node_ = document_ ? node : nullptr;
+  return node_ ? 1 : 0;
+}
+
+int VEKLightXmlElement::GetChildCount() const { return node_ ? node_->GetChildCount() : 0; }
+
+void* VEKLightXmlElement::GetChildren() const { return node_ ? node_->GetChildren() : nullptr; }
+
+VEKLightXmlElementItf* VEKLightXmlElement::GetChild(void*& position) const {
+  if (!node_) {
+    position = nullptr;
+    return nullptr;
+  }
+  return node_->GetChild(position);
+}
+
+VEKLightXmlElementItf* VEKLightXmlElement::GetParent() const {
+  return node_ ? node_->GetParent() : nullptr;
+}
+
+const VEKUnicodeString& VEKLightXmlElement::GetName() const {
+  return node_ ? node_->GetName() : EmptyString();
+}
+
+int VEKLightXmlElement::GetAttributeCount() const { return node_ ? node_->GetAttributeCount() : 0; }
+
+const VEKUnicodeString& VEKLightXmlElement::GetAttributeValue(
+    const VEKUnicodeString& name, const VEKUnicodeString& defaultValue) const {
+  return node_ ? node_->GetAttributeValue(name, defaultValue) : defaultValue;
+}
+
+const VEKUnicodeString& VEKLightXmlElement::GetAttributeValue(const VEKUnicodeString& name) const {
+  return node_ ? node_->GetAttributeValue(name) : EmptyString();
+}
+
+const VEKUnicodeString& VEKLightXmlElement::GetAttributeName(int index) const {
+  return node_ ? node_->GetAttributeName(index) : EmptyString();
+}
+
+const VEKUnicodeString& VEKLightXmlElement::GetAttributeValueAt(int index) const {
+  return node_ ? node_->GetAttributeValueAt(index) : EmptyString();
+}
+
+bool VEKLightXmlElement::HasAttribute(const VEKUnicodeString& name) const {
+  return node_ && node_->HasAttribute(name);
+}
+
+const VEKUnicodeString& VEKLightXmlElement::GetValue() const {
+  return node_ ? node_->GetValue() : EmptyString();
+}
+
+std::ptrdiff_t VEKLightXmlElement::GetSourceOffset() const {
+  return node_ ? node_->GetSourceOffset() : -1;
+}
+
+const void* VEKLightXmlElement::GetNodeIdentity() const { return node_; }

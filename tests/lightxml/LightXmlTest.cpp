@@ -1,0 +1,440 @@
+// The light XML layer: parsing, the element tree, serialising and the memory streams.
+#include <climits>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "FailingAllocator.h"
+#include "LightXmlTestSupport.h"
+#include "VEKLightXml.h"
+
+namespace {
+
+using lightxml_test::Dump;
+using lightxml_test::Parse;
+using lightxml_test::Text;
+using lightxml_test::Tree;
+
+std::vector<VEKLightXmlElementItf*> Children(const VEKLightXmlElementItf& element) {
+  std::vector<VEKLightXmlElementItf*> children;
+  void* position = element.GetChildren();
+  while (position) children.push_back(element.GetChild(position));
+  return children;
+}
+
+// An element of some other XML layer.
+class ForeignElement final : public VEKLightXmlElementItf {
+ public:
+  bool IsNull() const override { return false; }
+  int SetElement(VEKLightXmlElementItf*) override { return 0; }
+  int GetChildCount() const override { return 0; }
+  void* GetChildren() const override { return nullptr; }
+  VEKLightXmlElementItf* GetChild(void*&) const override { return nullptr; }
+  VEKLightXmlElementItf* GetParent() const override { return nullptr; }
+  const VEKUnicodeString& GetName() const override { return text_; }
+  int GetAttributeCount() const override { return 0; }
+  const VEKUnicodeString& GetAttributeValue(const VEKUnicodeString&,
+                                            const VEKUnicodeString&) const override {
+    return text_;
+  }
+  const VEKUnicodeString& GetAttributeValue(const VEKUnicodeString&) const override {
+    return text_;
+  }
+  const VEKUnicodeString& GetAttributeName(int) const override { return text_; }
+  const VEKUnicodeString& GetAttributeValueAt(int) const override { return text_; }
+  bool HasAttribute(const VEKUnicodeString&) const override { return false; }
+  const VEKUnicodeString& GetValue() const override { return text_; }
+  std::ptrdiff_t GetSourceOffset() const override { return -1; }
+  const void* GetNodeIdentity() const override { return this; }
+
+ private:
+  VEKUnicodeString text_{"foreign"};
+};
+
+// An input stream without a contiguous block that hands out a few bytes per read.
+class TrickleStream final : public VEKLightXmlInputStream {
+ public:
+  explicit TrickleStream(std::string bytes) : bytes_(std::move(bytes)) {}
+  int GetLength() const override { return 0; }
+  const unsigned char* GetBytes() const override { return nullptr; }
+  int Read(unsigned char* target, int capacity) override {
+    const int count = std::min({capacity, 3, static_cast<int>(bytes_.size() - position_)});
+    std::memcpy(target, bytes_.data() + position_, static_cast<std::size_t>(count));
+    position_ += static_cast<std::size_t>(count);
+    return count;
+  }
+
+ private:
+  std::string bytes_;
+  std::size_t position_ = 0;
+};
+
+// An output stream that takes at most `budget` bytes in all.
+class FullStream final : public VEKLightXmlOutputStream {
+ public:
+  explicit FullStream(int budget) : budget_(budget) {}
+  int Write(const unsigned char*, int length) override {
+    const int count = std::min(length, budget_ - written_);
+    written_ += count;
+    return count;
+  }
+  int GetLength() const override { return written_; }
+  void Clear() override { written_ = 0; }
+
+ private:
+  int budget_;
+  int written_ = 0;
+};
+
+TEST(LightXmlTest, GetXmlRoundTripsNamesAttributesTextAndOrder) {
+  const std::string source =
+      "<r q=\"a&lt;b&amp;c&quot;d'e\" \xC3\xA9=\"\xE2\x82\xAC\"><x>1 &lt; 2 &amp; 3</x>"
+      "<y><![CDATA[a]]b<c>]]></y><x/><z k=\"&#9;&#10;&#13;\">&#13;</z><s>&#32;&#10;</s></r>";
+  VEKLightXmlElement root;
+  ASSERT_TRUE(Parse(source, root));
+  EXPECT_STREQ(root.GetAttributeValue("q").ConvertToChar(), "a<b&c\"d'e");
+  EXPECT_STREQ(root.GetAttributeValue("\xC3\xA9").ConvertToChar(), "\xE2\x82\xAC");
+
+  const std::string written = Dump(root);
+  EXPECT_EQ(written.rfind("<r ", 0), 0u) << "no declaration, no indentation: " << written;
+  VEKLightXmlElement reparsed;
+  ASSERT_TRUE(Parse(written, reparsed)) << written;
+  EXPECT_EQ(Tree(reparsed), Tree(root));
+  EXPECT_EQ(Tree(root),
+            "r[q=a<b&c\"d'e,\xC3\xA9=\xE2\x82\xAC]{x[]'1 < 2 & 3'{}y[]'a]]b<c>'{}x[]{}"
+            "z[k=\t\n\r]'\r'{}s[]' \n'{}}");
+
+  const std::string plain = "<a x=\"1\"><b>t</b><c/></a>";
+  ASSERT_TRUE(Parse(plain, root));
+  EXPECT_EQ(Dump(root), plain);
+  EXPECT_EQ(Dump(*Children(root)[0]), "<b>t</b>");
+}
+
+TEST(LightXmlTest, ChildrenAreElementsOnlyInDocumentOrder) {
+  VEKLightXmlElement indented;
+  VEKLightXmlElement oneLine;
+  ASSERT_TRUE(
+      Parse("<?xml version=\"1.0\"?>\n<!-- head -->\n<r>\n  <!-- c -->\n  <a/>\n  <?pi x?>\n"
+            "  <b><c/></b>\n  <a/>\n</r>\n<!-- tail -->\n",
+            indented));
+  ASSERT_TRUE(Parse("<r><a/><b><c/></b><a/></r>", oneLine));
+  EXPECT_EQ(Tree(indented), Tree(oneLine));
+
+  const std::vector<VEKLightXmlElementItf*> children = Children(oneLine);
+  ASSERT_EQ(children.size(), 3u);
+  EXPECT_EQ(oneLine.GetChildCount(), 3);
+  EXPECT_STREQ(children[1]->GetName().ConvertToChar(), "b");
+  EXPECT_EQ(children[1]->GetParent()->GetNodeIdentity(), oneLine.GetNodeIdentity());
+  EXPECT_EQ(oneLine.GetParent(), nullptr);
+  EXPECT_EQ(Children(*children[0]).size(), 0u);
+  EXPECT_EQ(children[0]->GetChildren(), nullptr);
+  // A second walk designates the same nodes.
+  EXPECT_EQ(Children(oneLine), children);
+  void* none = nullptr;
+  EXPECT_EQ(oneLine.GetChild(none), nullptr);
+  // Offsets point at each element's '<'.
+  EXPECT_EQ(oneLine.GetSourceOffset(), 0);
+  EXPECT_EQ(children[1]->GetSourceOffset(), 7);
+}
+
+TEST(LightXmlTest, AttributesByNameAndIndex) {
+  VEKLightXmlElement root;
+  ASSERT_TRUE(Parse("<r a=\"1\" empty=\"\" b=\"two words\"/>", root));
+  const VEKUnicodeString fallback("fallback");
+  EXPECT_STREQ(root.GetAttributeValue("a", fallback).ConvertToChar(), "1");
+  EXPECT_STREQ(root.GetAttributeValue("empty", fallback).ConvertToChar(), "");
+  EXPECT_EQ(&root.GetAttributeValue("A", fallback), &fallback);
+  EXPECT_STREQ(root.GetAttributeValue("missing").ConvertToChar(), "");
+  EXPECT_TRUE(root.HasAttribute("empty"));
+  EXPECT_FALSE(root.HasAttribute("a "));
+  EXPECT_EQ(root.GetAttributeCount(), 3);
+
+  const struct {
+    int index;
+    const char* name;
+    const char* value;
+  } rows[] = {{INT_MIN, "", ""}, {-1, "", ""},          {0, "", ""}, {1, "a", "1"},
+              {2, "empty", ""},  {3, "b", "two words"}, {4, "", ""}, {INT_MAX, "", ""}};
+  for (const auto& row : rows) {
+    EXPECT_STREQ(root.GetAttributeName(row.index).ConvertToChar(), row.name) << row.index;
+    EXPECT_STREQ(root.GetAttributeValueAt(row.index).ConvertToChar(), row.value) << row.index;
+  }
+}
+
+TEST(LightXmlTest, ValueJoinsTextAndCdata) {
+  VEKLightXmlElement root;
+  ASSERT_TRUE(Parse("<r>a &amp; <![CDATA[<b>]]><x>inner</x> &#x20AC;&#65;</r>", root));
+  EXPECT_STREQ(root.GetValue().ConvertToChar(),
+               "a & <b> \xE2\x82\xAC"
+               "A");
+  EXPECT_EQ(&root.GetValue(), &root.GetValue());
+  ASSERT_TRUE(Parse("<r><e/></r>", root));
+  EXPECT_STREQ(root.GetValue().ConvertToChar(), "");
+}
+
+TEST(LightXmlTest, SetElementRedirectsHandlesOnly) {
+  VEKLightXmlElement root;
+  ASSERT_TRUE(Parse("<r><a k=\"v\"/><b/></r>", root));
+  VEKLightXmlElementItf* a = Children(root)[0];
+
+  VEKLightXmlElement handle;
+  EXPECT_TRUE(handle.IsNull());
+  EXPECT_EQ(handle.SetElement(a), 1);
+  EXPECT_EQ(handle.GetNodeIdentity(), a->GetNodeIdentity());
+  EXPECT_STREQ(handle.GetAttributeValue("k").ConvertToChar(), "v");
+
+  VEKLightXmlElement copy;
+  EXPECT_EQ(copy.SetElement(&handle), 1);
+  EXPECT_EQ(copy.GetNodeIdentity(), a->GetNodeIdentity());
+  EXPECT_EQ(copy.SetElement(&copy), 1);
+  EXPECT_EQ(copy.GetNodeIdentity(), a->GetNodeIdentity());
+
+  ForeignElement foreign;
+  EXPECT_EQ(copy.SetElement(&foreign), 0);
+  EXPECT_EQ(copy.GetNodeIdentity(), a->GetNodeIdentity());
+  EXPECT_EQ(a->SetElement(&root), 0);
+  EXPECT_STREQ(a->GetName().ConvertToChar(), "a");
+
+  EXPECT_EQ(copy.SetElement(nullptr), 1);
+  EXPECT_TRUE(copy.IsNull());
+  EXPECT_EQ(copy.GetNodeIdentity(), nullptr);
+  void* position = a;
+  EXPECT_EQ(copy.GetChild(position), nullptr);
+  EXPECT_EQ(position, nullptr);
+  EXPECT_EQ(copy.GetChildren(), nullptr);
+  EXPECT_EQ(copy.GetChildCount(), 0);
+  EXPECT_STREQ(copy.GetName().ConvertToChar(), "");
+  EXPECT_EQ(copy.GetSourceOffset(), -1);
+}
+
+TEST(LightXmlTest, HandlesKeepTheDocumentAlive) {
+  VEKLightXmlElement child;
+  const VEKUnicodeString* name = nullptr;
+  {
+    VEKLightXmlElement root;
+    ASSERT_TRUE(Parse("<r><a><b>deep</b></a></r>", root));
+    ASSERT_EQ(child.SetElement(Children(root)[0]), 1);
+    name = &child.GetName();
+  }
+  EXPECT_STREQ(name->ConvertToChar(), "a");
+  EXPECT_STREQ(Children(child)[0]->GetValue().ConvertToChar(), "deep");
+  EXPECT_STREQ(child.GetParent()->GetName().ConvertToChar(), "r");
+  VEKLightXmlElement assigned;
+  assigned = child;
+  child = VEKLightXmlElement();
+  EXPECT_EQ(Dump(assigned), "<a><b>deep</b></a>");
+}
+
+TEST(LightXmlTest, MalformedInputFailsAndLeavesRootEmpty) {
+  constexpr std::ptrdiff_t kUnchecked = -2;
+  const struct {
+    std::string text;
+    std::ptrdiff_t offset;
+  } rows[] = {
+      {"", 0},           {"   ", 3},
+      {"garbage", 7},    {"<!-- only -->", 13},
+      {"<a>", 2},        {"<a></b>", 5},
+      {"<a><b></a>", 8}, {"<a x=1/>", 5},
+      {"<a/><b/>", 4},   {"<a x='1>", 6},
+      {"</a>", 2},       {"<a b=\"1\" b>", 10},
+      {"<>", 1},         {std::string("\xFF\xFE<\0a\0", 6), kUnchecked},
+  };
+  for (const auto& row : rows) {
+    VEKLightXmlElement root;
+    VEKLightXmlParser parser;
+    ASSERT_TRUE(Parse("<old/>", root));
+    EXPECT_FALSE(Parse(row.text, root, &parser)) << row.text;
+    EXPECT_TRUE(root.IsNull()) << row.text;
+    EXPECT_STRNE(parser.GetErrorDescription(), "") << row.text;
+    if (row.offset != kUnchecked) {
+      EXPECT_EQ(parser.GetErrorOffset(), row.offset) << row.text;
+    }
+  }
+
+  const std::string whole = "<r a=\"1\" b='x&amp;y'><c>t<![CDATA[u]]></c><!-- k --><d/></r>";
+  for (std::size_t length = 0; length < whole.size(); ++length) {
+    VEKLightXmlElement root;
+    EXPECT_FALSE(Parse(whole.substr(0, length), root)) << length;
+  }
+  VEKLightXmlElement root;
+  EXPECT_TRUE(Parse(whole, root));
+
+  VEKLightXmlParser parser;
+  VEKLightXmlInputStreamBuffer input(reinterpret_cast<const unsigned char*>("<a/>"), 4);
+  EXPECT_EQ(parser.Parse(input, *Children(root)[0]), 0);
+  ForeignElement foreign;
+  EXPECT_EQ(parser.Parse(input, foreign), 0);
+  EXPECT_EQ(parser.Parse(input, root), 1);
+  EXPECT_EQ(parser.GetErrorOffset(), -1);
+  EXPECT_STREQ(parser.GetErrorDescription(), "");
+}
+
+TEST(LightXmlTest, EncodingsAreReadAsUtf8) {
+  const std::string expected = "e[x=\xC3\xA9]'\xE2\x82\xAC'{}";
+  const std::u16string wide = u"<e x=\"\u00e9\">\u20ac</e>";
+  std::string littleEndian = "\xFF\xFE";
+  std::string bigEndian = "\xFE\xFF";
+  for (char16_t unit : wide) {
+    littleEndian += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
+    bigEndian += {static_cast<char>(unit >> 8), static_cast<char>(unit & 0xFF)};
+  }
+  const std::string inputs[] = {"<e x=\"\xC3\xA9\">\xE2\x82\xAC</e>",
+                                "\xEF\xBB\xBF<e x=\"\xC3\xA9\">\xE2\x82\xAC</e>", littleEndian,
+                                bigEndian};
+  for (const std::string& input : inputs) {
+    VEKLightXmlElement root;
+    ASSERT_TRUE(Parse(input, root)) << input;
+    EXPECT_EQ(Tree(root), expected);
+    EXPECT_EQ(Dump(root), "<e x=\"\xC3\xA9\">\xE2\x82\xAC</e>");
+  }
+}
+
+TEST(LightXmlTest, EntityDeclarationsAreNotExpanded) {
+  std::string text = "<!DOCTYPE r [<!ENTITY l0 \"lol\">";
+  for (int level = 1; level < 10; ++level) {
+    const std::string previous = "&l" + std::to_string(level - 1) + ";";
+    text += "<!ENTITY l" + std::to_string(level) + " \"";
+    for (int copy = 0; copy < 10; ++copy) text += previous;
+    text += "\">";
+  }
+  text += "]><r a=\"&l9;\">&l9;</r>";
+  VEKLightXmlElement root;
+  if (Parse(text, root)) {
+    EXPECT_STREQ(root.GetValue().ConvertToChar(), "&l9;");
+    EXPECT_STREQ(root.GetAttributeValue("a").ConvertToChar(), "&l9;");
+  } else {
+    EXPECT_TRUE(root.IsNull());
+  }
+}
+
+TEST(LightXmlTest, DeepNestingNeedsNoDeepStack) {
+  constexpr int kDepth = 100000;
+  std::string text;
+  for (int level = 1; level < kDepth; ++level) text += "<e>";
+  text += "<e/>";
+  for (int level = 1; level < kDepth; ++level) text += "</e>";
+  VEKLightXmlElement root;
+  ASSERT_TRUE(Parse(text, root));
+  const VEKLightXmlElementItf* element = &root;
+  int depth = 1;
+  for (void* position = root.GetChildren(); position; position = element->GetChildren()) {
+    element = element->GetChild(position);
+    ++depth;
+  }
+  EXPECT_EQ(depth, kDepth);
+  for (; element->GetParent(); element = element->GetParent()) --depth;
+  EXPECT_EQ(depth, 1);
+  EXPECT_EQ(Dump(root), text);
+}
+
+TEST(LightXmlTest, InputStreams) {
+  const std::string text = "<r><a v=\"1\"/>tail</r>";
+  VEKLightXmlElement direct;
+  VEKLightXmlElement trickled;
+  ASSERT_TRUE(Parse(text, direct));
+  TrickleStream trickle(text);
+  VEKLightXmlParser parser;
+  ASSERT_EQ(parser.Parse(trickle, trickled), 1);
+  EXPECT_EQ(Tree(trickled), Tree(direct));
+  TrickleStream nothing("");
+  EXPECT_EQ(parser.Parse(nothing, trickled), 0);
+
+  const auto* bytes = reinterpret_cast<const unsigned char*>("abcde");
+  unsigned char target[8] = {};
+  VEKLightXmlInputStreamBuffer input(bytes, 5);
+  EXPECT_EQ(input.Read(target, 0), 0);
+  EXPECT_EQ(input.Read(nullptr, 4), 0);
+  EXPECT_EQ(input.Read(target, 2), 2);
+  EXPECT_EQ(input.Read(target + 2, 8), 3);
+  EXPECT_EQ(input.Read(target, 8), 0);
+  EXPECT_STREQ(reinterpret_cast<char*>(target), "abcde");
+  for (const auto& empty :
+       {VEKLightXmlInputStreamBuffer(nullptr, 4), VEKLightXmlInputStreamBuffer(bytes, -1),
+        VEKLightXmlInputStreamBuffer(bytes, INT_MIN)}) {
+    EXPECT_EQ(empty.GetLength(), 0);
+  }
+}
+
+TEST(LightXmlTest, OutputStreamBufferGrowsAndHandsOver) {
+  VEKLightXmlOutputStreamBuffer output;
+  const auto* piece = reinterpret_cast<const unsigned char*>("0123456789");
+  EXPECT_EQ(output.Write(nullptr, 5), 0);
+  EXPECT_EQ(output.Write(piece, 0), 0);
+  EXPECT_EQ(output.Write(piece, -1), 0);
+  unsigned char* bytes = reinterpret_cast<unsigned char*>(1);
+  int length = 7;
+  output.GetBuffer(bytes, length);
+  EXPECT_EQ(bytes, nullptr);
+  EXPECT_EQ(length, 0);
+
+  std::string expected;
+  for (int i = 0; i < 1000; ++i) {
+    EXPECT_EQ(output.Write(piece, 1 + i % 10), 1 + i % 10);
+    expected.append(reinterpret_cast<const char*>(piece), static_cast<std::size_t>(1 + i % 10));
+  }
+  EXPECT_EQ(output.GetLength(), static_cast<int>(expected.size()));
+  output.GetBuffer(bytes, length);
+  ASSERT_NE(bytes, nullptr);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(bytes), static_cast<std::size_t>(length)),
+            expected);
+  delete[] bytes;
+  EXPECT_EQ(output.GetLength(), 0);
+  EXPECT_EQ(output.Write(piece, 3), 3);
+  output.Clear();
+  EXPECT_EQ(output.GetLength(), 0);
+}
+
+TEST(LightXmlTest, GetXmlReportsIncompleteOutput) {
+  VEKLightXmlElement root;
+  ASSERT_TRUE(Parse("<r><a/></r>", root));
+  VEKLightXmlParser parser;
+  FullStream enough(11);
+  EXPECT_EQ(parser.GetXml(root, enough), 1);
+  FullStream shortByOne(10);
+  EXPECT_EQ(parser.GetXml(root, shortByOne), 0);
+  VEKLightXmlElement empty;
+  EXPECT_EQ(parser.GetXml(empty, enough), 0);
+  ForeignElement foreign;
+  EXPECT_EQ(parser.GetXml(foreign, enough), 0);
+}
+
+TEST(LightXmlTest, RunningOutOfMemoryFailsCleanly) {
+  const std::string text =
+      "<r a=\"1\"><b>text longer than a short string<![CDATA[more]]>tail</b>"
+      "<c x=\"an attribute value of some length\" z=\"w\"/></r>";
+  const VEKUnicodeString names[] = {"a", "x", "z"};
+  bool refused = true;
+  // Fails the first allocation, then the second, and so on until a run needs no more than that.
+  for (std::size_t failing = 1; refused; ++failing) {
+    VEKLightXmlInputStreamBuffer input(reinterpret_cast<const unsigned char*>(text.data()),
+                                       static_cast<int>(text.size()));
+    TrickleStream trickle(text);
+    VEKLightXmlParser parser;
+    VEKLightXmlElement root;
+    VEKLightXmlElement other;
+    VEKLightXmlOutputStreamBuffer output;
+    vektest::FailingAllocations failure(failing);
+    // Nothing here allocates outside the library.
+    if (parser.Parse(input, root) && parser.Parse(trickle, other)) {
+      const VEKLightXmlElementItf* pending[8] = {&root};
+      for (int count = 1; count > 0;) {
+        const VEKLightXmlElementItf* element = pending[--count];
+        (void)element->GetName();
+        (void)element->GetValue();
+        for (const VEKUnicodeString& name : names) (void)element->GetAttributeValue(name);
+        (void)element->GetAttributeName(1);
+        for (void* position = element->GetChildren(); position;) {
+          pending[count++] = element->GetChild(position);
+        }
+      }
+      (void)parser.GetXml(root, output);
+      (void)other.SetElement(root.GetParent());
+    }
+    refused = failure.Refused();
+  }
+}
+
+}  // namespace

@@ -1,0 +1,66 @@
+// Helpers shared by the light XML tests: parse a string, dump an element, describe a tree.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "VEKLightXml.h"
+
+namespace lightxml_test {
+
+inline std::string Text(const VEKUnicodeString& text) {
+  return std::string(text.ConvertToChar(), text.GetLengthInByte());
+}
+
+inline bool Parse(const std::string& text, VEKLightXmlElement& root,
+                  VEKLightXmlParser* parser = nullptr) {
+  VEKLightXmlParser local;
+  VEKLightXmlInputStreamBuffer input(reinterpret_cast<const unsigned char*>(text.data()),
+                                     static_cast<int>(text.size()));
+  return (parser ? parser : &local)->Parse(input, root) != 0;
+}
+
+inline std::string Dump(const VEKLightXmlElementItf& element) {
+  VEKLightXmlParser parser;
+  VEKLightXmlOutputStreamBuffer output;
+  if (!parser.GetXml(element, output)) return "<GetXml failed>";
+  unsigned char* bytes = nullptr;
+  int length = 0;
+  output.GetBuffer(bytes, length);
+  std::string text(reinterpret_cast<char*>(bytes), static_cast<std::size_t>(length));
+  delete[] bytes;
+  return text;
+}
+
+// name[attribute=value,...]'text'{children}, written without recursion.
+inline std::string Tree(const VEKLightXmlElementItf& root) {
+  std::string tree;
+  // Each entry: an element still to write, or null for a closing brace.
+  std::vector<const VEKLightXmlElementItf*> pending{&root};
+  while (!pending.empty()) {
+    const VEKLightXmlElementItf* element = pending.back();
+    pending.pop_back();
+    if (!element) {
+      tree += '}';
+      continue;
+    }
+    tree += Text(element->GetName()) + '[';
+    for (int index = 1; index <= element->GetAttributeCount(); ++index) {
+      if (index > 1) tree += ',';
+      tree +=
+          Text(element->GetAttributeName(index)) + '=' + Text(element->GetAttributeValueAt(index));
+    }
+    tree += ']';
+    if (element->GetValue().GetLengthInByte() > 0) tree += '\'' + Text(element->GetValue()) + '\'';
+    tree += '{';
+    pending.push_back(nullptr);
+    std::vector<const VEKLightXmlElementItf*> children;
+    void* position = element->GetChildren();
+    while (position) children.push_back(element->GetChild(position));
+    pending.insert(pending.end(), children.rbegin(), children.rend());
+  }
+  return tree;
+}
+
+}  // namespace lightxml_test

@@ -1,0 +1,132 @@
+// The W3C XML conformance suite: every document parses or fails cleanly, every accepted document
+// writes back to the same tree, most standalone valid documents are accepted and the share of
+// rejected malformed ones is recorded. The parser is not a validating or fully conforming one.
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "LightXmlTestSupport.h"
+#include "VEKLightXml.h"
+
+namespace {
+
+using lightxml_test::Dump;
+using lightxml_test::Parse;
+using lightxml_test::Text;
+using lightxml_test::Tree;
+
+const std::string kSuite = std::string(VEK_SHARED_DIR) + "/corpora/xmlconf";
+
+struct TestCase {
+  std::string type;
+  std::string path;
+};
+
+bool ReadFile(const std::string& path, std::string& bytes) {
+  std::ifstream file(path, std::ios::binary);
+  bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  return static_cast<bool>(file) || file.eof();
+}
+
+// Every element of the tree under `root`, itself included, without recursion.
+std::vector<const VEKLightXmlElementItf*> Elements(const VEKLightXmlElementItf& root) {
+  std::vector<const VEKLightXmlElementItf*> elements{&root};
+  for (std::size_t next = 0; next < elements.size(); ++next) {
+    void* position = elements[next]->GetChildren();
+    while (position) elements.push_back(elements[next]->GetChild(position));
+  }
+  return elements;
+}
+
+bool Applies(const VEKLightXmlElementItf& test) {
+  const std::string entities = Text(test.GetAttributeValue("ENTITIES", "none"));
+  const std::string recommendation = Text(test.GetAttributeValue("RECOMMENDATION", "XML1.0"));
+  const std::string version = Text(test.GetAttributeValue("VERSION", "1.0"));
+  std::istringstream editions(Text(test.GetAttributeValue("EDITION", "5")));
+  bool fifthEdition = false;
+  for (std::string edition; editions >> edition;) fifthEdition |= edition == "5";
+  return entities == "none" && recommendation.rfind("XML1.1", 0) != 0 &&
+         recommendation.rfind("NS", 0) != 0 && version == "1.0" && fifthEdition;
+}
+
+// The suite's catalog includes one catalog per collection through external entities, which the
+// parser leaves unexpanded: their files come from the entity declarations.
+std::vector<TestCase> StandaloneTests() {
+  std::string top;
+  if (!ReadFile(kSuite + "/xmlconf.xml", top)) return {};
+  std::map<std::string, std::string> catalogs;
+  for (std::size_t at = top.find("<!ENTITY"); at != std::string::npos;
+       at = top.find("<!ENTITY", at + 1)) {
+    std::istringstream declaration(top.substr(at, top.find('>', at) - at));
+    std::string keyword, name, system, file;
+    declaration >> keyword >> name >> system >> file;
+    catalogs[name] = file.substr(1, file.size() - 2);
+  }
+  VEKLightXmlElement suite;
+  if (!Parse(top, suite)) return {};
+  std::vector<TestCase> tests;
+  void* position = suite.GetChildren();
+  while (position) {
+    const VEKLightXmlElementItf* group = suite.GetChild(position);
+    const std::string base = Text(group->GetAttributeValue("xml:base"));
+    std::istringstream references(Text(group->GetValue()));
+    for (std::string reference; references >> reference;) {
+      std::string catalog;
+      if (!ReadFile(kSuite + "/" + catalogs[reference.substr(1, reference.size() - 2)], catalog)) {
+        continue;
+      }
+      if (catalog.rfind("<?xml", 0) == 0) catalog.erase(0, catalog.find("?>") + 2);
+      VEKLightXmlElement cases;
+      EXPECT_TRUE(Parse("<w>" + catalog + "</w>", cases)) << reference;
+      for (const VEKLightXmlElementItf* test : Elements(cases)) {
+        if (test->GetName() != "TEST" || !Applies(*test)) continue;
+        tests.push_back(
+            {Text(test->GetAttributeValue("TYPE")), base + Text(test->GetAttributeValue("URI"))});
+      }
+    }
+  }
+  return tests;
+}
+
+TEST(XmlConformanceTest, ParsesOrRejectsEveryStandaloneDocument) {
+  std::string probe;
+  if (!ReadFile(kSuite + "/xmlconf.xml", probe) || probe.empty()) {
+    GTEST_SKIP() << "no conformance suite in " << kSuite;
+  }
+  const std::vector<TestCase> tests = StandaloneTests();
+  ASSERT_GT(tests.size(), 1000u);
+  std::map<std::string, std::pair<int, int>> acceptedRejected;
+  for (const TestCase& test : tests) {
+    std::string document;
+    ASSERT_TRUE(ReadFile(kSuite + "/" + test.path, document)) << test.path;
+    VEKLightXmlElement root;
+    VEKLightXmlParser parser;
+    const bool accepted = Parse(document, root, &parser);
+    (accepted ? acceptedRejected[test.type].first : acceptedRejected[test.type].second)++;
+    if (!accepted) {
+      EXPECT_TRUE(root.IsNull()) << test.path;
+      EXPECT_STRNE(parser.GetErrorDescription(), "") << test.path;
+      continue;
+    }
+    VEKLightXmlElement reparsed;
+    ASSERT_TRUE(Parse(Dump(root), reparsed)) << test.path;
+    EXPECT_EQ(Tree(reparsed), Tree(root)) << test.path;
+  }
+  for (const auto& [type, counts] : acceptedRejected) {
+    std::cout << type << ": " << counts.first << " accepted, " << counts.second << " rejected\n";
+    RecordProperty(type + "_accepted", counts.first);
+    RecordProperty(type + "_rejected", counts.second);
+  }
+  const auto& valid = acceptedRejected["valid"];
+  EXPECT_GE(valid.first, 9 * (valid.first + valid.second) / 10);
+  const auto& malformed = acceptedRejected["not-wf"];
+  EXPECT_GT(malformed.second, 0);
+}
+
+}  // namespace
