@@ -1,0 +1,343 @@
+// The GLB reader on generated scenes and on corrupted copies of them.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "GlbBuilder.h"
+#include "VEKSceneGraph.h"
+
+namespace {
+
+using Json = nlohmann::json;
+using vek_test::BuildGlb;
+using vek_test::MakeMeshesParts;
+
+std::unique_ptr<VEKRep> Read(std::vector<char> glb) {
+  return std::unique_ptr<VEKRep>(VEKReadSceneGraph(glb.data(), static_cast<int>(glb.size())));
+}
+
+std::uint32_t Get32(const std::vector<char>& glb, std::size_t offset) {
+  std::uint32_t value = 0;
+  for (int byte = 3; byte >= 0; --byte) {
+    value = (value << 8) | static_cast<unsigned char>(glb[offset + byte]);
+  }
+  return value;
+}
+
+void Put32(std::vector<char>& glb, std::size_t offset, std::uint32_t value) {
+  for (int byte = 0; byte < 4; ++byte) {
+    glb[offset + byte] = static_cast<char>((value >> (8 * byte)) & 0xFF);
+  }
+}
+
+std::size_t JsonChunkEnd(const std::vector<char>& glb) { return 20 + Get32(glb, 12); }
+
+TEST(SceneGraphRead, GeneratedSceneKeepsMeshesNodesAndTransforms) {
+  const std::vector<char> glb = vek_test::BuildMeshesGlb(2, 1, 1);
+  const auto rep = Read(glb);
+  ASSERT_TRUE(rep);
+  EXPECT_EQ(rep->GetBlobSize(), glb.size());
+
+  struct Expected {
+    int mode, vertexCount, indexCount;
+  };
+  const Expected expected[] = {{4, 3, 3}, {4, 3, 3}, {1, 2, 0}, {0, 1, 0}};
+  ASSERT_EQ(rep->GetMeshes().size(), 4u);
+  for (int mesh = 0; mesh < 4; ++mesh) {
+    SCOPED_TRACE(mesh);
+    EXPECT_TRUE(rep->GetMeshes()[mesh].name == ("shape" + std::to_string(mesh)).c_str());
+    ASSERT_EQ(rep->GetMeshes()[mesh].primitives.size(), 1u);
+    const VEKRepPrimitive& primitive = rep->GetMeshes()[mesh].primitives[0];
+    EXPECT_EQ(primitive.mode, expected[mesh].mode);
+    EXPECT_EQ(primitive.vertexCount, expected[mesh].vertexCount);
+    EXPECT_EQ(primitive.indexCount, expected[mesh].indexCount);
+    ASSERT_EQ(primitive.positions.size(), 3u * expected[mesh].vertexCount);
+    for (int vertex = 0; vertex < expected[mesh].vertexCount; ++vertex) {
+      EXPECT_EQ(primitive.positions[3 * vertex], float(mesh));
+      EXPECT_EQ(primitive.positions[3 * vertex + 1], float(vertex));
+      EXPECT_EQ(primitive.positions[3 * vertex + 2], 0.5f);
+    }
+  }
+
+  const std::vector<VEKRepNode>& nodes = rep->GetNodes();
+  ASSERT_EQ(nodes.size(), 5u);
+  EXPECT_EQ(rep->GetRootNodes(), std::vector<int>{0});
+  EXPECT_TRUE(nodes[0].name == "root");
+  EXPECT_EQ(nodes[0].mesh, -1);
+  EXPECT_EQ(nodes[0].children, (std::vector<int>{1, 2, 3, 4}));
+  // translation (1, 2, 3) * quarter turn about z * scale 2, column-major
+  const double root[16] = {0, 2, 0, 0, -2, 0, 0, 0, 0, 0, 2, 0, 1, 2, 3, 1};
+  const double third[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 2, 0, 0, 1};
+  for (int i = 0; i < 16; ++i) {
+    EXPECT_NEAR(nodes[0].matrix[i], root[i], 1e-12) << i;
+    EXPECT_EQ(nodes[3].matrix[i], third[i]) << i;
+  }
+  EXPECT_EQ(nodes[3].mesh, 2);
+  EXPECT_TRUE(nodes[3].children.empty());
+}
+
+TEST(SceneGraphRead, NullEmptyAndNegativeLengthsAreRejected) {
+  std::vector<char> glb = vek_test::BuildMeshesGlb(1, 0, 0);
+  EXPECT_EQ(VEKReadSceneGraph(nullptr, 100), nullptr);
+  EXPECT_EQ(VEKReadSceneGraph(glb.data(), 0), nullptr);
+  EXPECT_EQ(VEKReadSceneGraph(glb.data(), -1), nullptr);
+}
+
+TEST(SceneGraphRead, BytesAfterTheDeclaredLengthAreIgnored) {
+  std::vector<char> glb = vek_test::BuildMeshesGlb(1, 0, 0);
+  glb.insert(glb.end(), 5, '\x7F');
+  const auto rep = Read(glb);
+  ASSERT_TRUE(rep);
+  EXPECT_EQ(rep->GetBlobSize(), glb.size());
+}
+
+TEST(SceneGraphRead, EveryTruncationIsRejected) {
+  const std::vector<char> glb = vek_test::BuildMeshesGlb(1, 0, 0);
+  for (std::size_t length = 0; length < glb.size(); ++length) {
+    std::vector<char> prefix(glb.begin(), glb.begin() + length);
+    EXPECT_FALSE(Read(prefix)) << length;
+    if (length >= 12) {  // the same cut with a header that agrees with it
+      Put32(prefix, 8, static_cast<std::uint32_t>(length));
+      EXPECT_FALSE(Read(prefix)) << length << " with matching header";
+    }
+  }
+}
+
+struct ContainerCase {
+  const char* name;
+  std::function<void(std::vector<char>&)> corrupt;
+};
+
+TEST(SceneGraphRead, MalformedContainersAreRejected) {
+  const auto setJsonLength = [](std::uint32_t delta) {
+    return [delta](std::vector<char>& glb) { Put32(glb, 12, Get32(glb, 12) + delta); };
+  };
+  const auto setBinLength = [](std::uint32_t delta) {
+    return [delta](std::vector<char>& glb) {
+      Put32(glb, JsonChunkEnd(glb), Get32(glb, JsonChunkEnd(glb)) + delta);
+    };
+  };
+  const auto setTotal = [](std::uint32_t value) {
+    return [value](std::vector<char>& glb) { Put32(glb, 8, value); };
+  };
+  const ContainerCase cases[] = {
+      {"magic", [](std::vector<char>& glb) { glb[0] = 'G'; }},
+      {"version 1", [](std::vector<char>& glb) { Put32(glb, 4, 1); }},
+      {"version 3", [](std::vector<char>& glb) { Put32(glb, 4, 3); }},
+      {"total one byte over", [](std::vector<char>& glb) { Put32(glb, 8, glb.size() + 1); }},
+      {"total below header", setTotal(19)},
+      {"total INT_MAX + 1", setTotal(0x80000000u)},
+      {"total UINT32_MAX", setTotal(0xFFFFFFFFu)},
+      {"JSON chunk type", [](std::vector<char>& glb) { glb[16] = 'j'; }},
+      {"JSON length 0", [](std::vector<char>& glb) { Put32(glb, 12, 0); }},
+      {"JSON length unaligned", setJsonLength(1)},
+      {"JSON length + 4", setJsonLength(4)},
+      {"JSON length - 4", setJsonLength(static_cast<std::uint32_t>(-4))},
+      {"JSON length past 4 GiB", [](std::vector<char>& glb) { Put32(glb, 12, 0xFFFFFFFCu); }},
+      {"BIN chunk type", [](std::vector<char>& glb) { glb[JsonChunkEnd(glb) + 4] = 'X'; }},
+      {"BIN length + 4", setBinLength(4)},
+      {"BIN length - 4", setBinLength(static_cast<std::uint32_t>(-4))},
+      {"BIN length unaligned", setBinLength(static_cast<std::uint32_t>(-1))},
+      {"BIN length and total unaligned",
+       [](std::vector<char>& glb) {
+         glb.pop_back();
+         Put32(glb, 8, glb.size());
+         Put32(glb, JsonChunkEnd(glb), Get32(glb, JsonChunkEnd(glb)) - 1);
+       }},
+      {"BIN length 0", [](std::vector<char>& glb) { Put32(glb, JsonChunkEnd(glb), 0); }},
+      {"BIN length past 4 GiB",
+       [](std::vector<char>& glb) { Put32(glb, JsonChunkEnd(glb), 0xFFFFFFF0u); }},
+      {"BIN chunk missing",
+       [](std::vector<char>& glb) {
+         glb.resize(JsonChunkEnd(glb));
+         Put32(glb, 8, glb.size());
+       }},
+      {"chunk after BIN",
+       [](std::vector<char>& glb) {
+         const char unknown[] = {4, 0, 0, 0, 'U', 'N', 'K', 0, 1, 2, 3, 4};
+         glb.insert(glb.end(), unknown, unknown + sizeof unknown);
+         Put32(glb, 8, glb.size());
+       }},
+  };
+  for (const ContainerCase& row : cases) {
+    std::vector<char> glb = vek_test::BuildMeshesGlb(1, 0, 0);
+    row.corrupt(glb);
+    EXPECT_FALSE(Read(glb)) << row.name;
+  }
+  const vek_test::GlbParts parts = MakeMeshesParts(1, 0, 0);
+  EXPECT_FALSE(Read(BuildGlb("\xEF\xBB\xBF" + parts.json, parts.bin))) << "byte order mark";
+}
+
+struct JsonCase {
+  const char* name;
+  std::function<void(Json&)> corrupt;
+};
+
+TEST(SceneGraphRead, OutOfRangeIndicesOffsetsAndCyclesAreRejected) {
+  const Json huge = UINT64_MAX;
+  const JsonCase cases[] = {
+      {"accessor offset past its view", [](Json& g) { g["accessors"][0]["byteOffset"] = 40; }},
+      {"accessor last element past its view", [](Json& g) { g["accessors"][0]["byteOffset"] = 4; }},
+      {"accessor offset near 2^64", [&](Json& g) { g["accessors"][0]["byteOffset"] = huge; }},
+      {"accessor count past its view", [](Json& g) { g["accessors"][0]["count"] = 4; }},
+      {"accessor count INT_MAX + 1", [](Json& g) { g["accessors"][0]["count"] = 1u << 31; }},
+      {"accessor count 2^64 - 1", [&](Json& g) { g["accessors"][0]["count"] = huge; }},
+      {"accessor without view, count INT_MAX + 1",
+       [](Json& g) {
+         g["accessors"][0].erase("bufferView");
+         g["accessors"][0]["count"] = 1u << 31;
+       }},
+      {"accessor view index", [](Json& g) { g["accessors"][0]["bufferView"] = 9; }},
+      {"view stride below element size", [](Json& g) { g["bufferViews"][0]["byteStride"] = 4; }},
+      {"view length past buffer", [](Json& g) { g["bufferViews"][0]["byteLength"] = 1000; }},
+      {"view offset near 2^64", [&](Json& g) { g["bufferViews"][0]["byteOffset"] = huge; }},
+      {"view buffer index", [](Json& g) { g["bufferViews"][0]["buffer"] = 1; }},
+      {"view buffer index -1", [](Json& g) { g["bufferViews"][0]["buffer"] = -1; }},
+      {"POSITION accessor index",
+       [](Json& g) { g["meshes"][0]["primitives"][0]["attributes"]["POSITION"] = 7; }},
+      {"POSITION accessor -2",
+       [](Json& g) { g["meshes"][0]["primitives"][0]["attributes"]["POSITION"] = -2; }},
+      {"indices accessor index", [](Json& g) { g["meshes"][0]["primitives"][0]["indices"] = 7; }},
+      {"primitive mode 7", [](Json& g) { g["meshes"][0]["primitives"][0]["mode"] = 7; }},
+      {"node mesh index", [](Json& g) { g["nodes"][1]["mesh"] = 2; }},
+      {"node mesh -2", [](Json& g) { g["nodes"][1]["mesh"] = -2; }},
+      {"child index", [](Json& g) { g["nodes"][0]["children"].push_back(3); }},
+      {"child -1", [](Json& g) { g["nodes"][0]["children"].push_back(-1); }},
+      {"node its own child",
+       [](Json& g) {
+         g["nodes"].push_back({{"children", {2}}});
+       }},
+      {"cycle through the root", [](Json& g) { g["nodes"][1]["children"] = {0}; }},
+      {"cycle outside the scene",
+       [](Json& g) {
+         g["nodes"].push_back({{"children", {3}}});
+         g["nodes"].push_back({{"children", {2}}});
+       }},
+      {"node with two parents",
+       [](Json& g) {
+         g["nodes"].push_back({{"name", "shared"}});
+         g["nodes"][0]["children"].push_back(2);
+         g["nodes"][1]["children"] = {2};
+       }},
+      {"child listed twice", [](Json& g) { g["nodes"][0]["children"].push_back(1); }},
+      {"scene node index", [](Json& g) { g["scenes"][0]["nodes"] = {3}; }},
+      {"scene lists a child node", [](Json& g) { g["scenes"][0]["nodes"] = {1}; }},
+      {"scene lists a node twice",
+       [](Json& g) {
+         g["scenes"][0]["nodes"] = {0, 0};
+       }},
+      {"default scene index", [](Json& g) { g["scene"] = 1; }},
+      {"matrix of 15 values", [](Json& g) { g["nodes"][1]["matrix"] = Json(15, 1.0); }},
+      {"translation of 2 values",
+       [](Json& g) {
+         g["nodes"][1]["translation"] = {1, 2};
+       }},
+      {"external image",
+       [](Json& g) {
+         g["images"] = {{{"uri", "picture.png"}}};
+       }},
+      {"image over a view far past its buffer",
+       [&](Json& g) {
+         g["bufferViews"].push_back(
+             {{"buffer", 0}, {"byteOffset", UINT64_MAX - 8}, {"byteLength", 4}});
+         g["images"] = {{{"bufferView", 2}, {"mimeType", "image/png"}}};
+       }},
+  };
+  const vek_test::GlbParts parts = MakeMeshesParts(1, 0, 0);
+  ASSERT_TRUE(Read(BuildGlb(parts)));
+  for (const JsonCase& row : cases) {
+    Json gltf = Json::parse(parts.json);
+    row.corrupt(gltf);
+    EXPECT_FALSE(Read(BuildGlb(gltf.dump(), parts.bin))) << row.name;
+  }
+}
+
+TEST(SceneGraphRead, UnreadablePositionsKeepCountsOnly) {
+  const vek_test::GlbParts parts = MakeMeshesParts(1, 0, 0);
+  const JsonCase cases[] = {
+      {"no buffer view", [](Json& g) { g["accessors"][0].erase("bufferView"); }},
+      {"integer components", [](Json& g) { g["accessors"][0]["componentType"] = 5125; }},
+      {"compressed view",
+       [](Json& g) {
+         g["bufferViews"][0]["extensions"]["EXT_meshopt_compression"] = Json::object();
+       }},
+  };
+  for (const JsonCase& row : cases) {
+    Json gltf = Json::parse(parts.json);
+    row.corrupt(gltf);
+    const auto rep = Read(BuildGlb(gltf.dump(), parts.bin));
+    ASSERT_TRUE(rep) << row.name;
+    EXPECT_EQ(rep->GetMeshes()[0].primitives[0].vertexCount, 3) << row.name;
+    EXPECT_TRUE(rep->GetMeshes()[0].primitives[0].positions.empty()) << row.name;
+  }
+}
+
+TEST(SceneGraphRead, PositionsFollowTheViewStride) {
+  // Two vertices with 4 bytes of padding after each.
+  const std::vector<unsigned char> bin = vek_test::FloatBytes({1, 2, 3, -1, 4, 5, 6, -1});
+  const Json gltf = {
+      {"asset", {{"version", "2.0"}}},
+      {"buffers", {{{"byteLength", bin.size()}}}},
+      {"bufferViews", {{{"buffer", 0}, {"byteLength", bin.size()}, {"byteStride", 16}}}},
+      {"accessors", {{{"bufferView", 0}, {"componentType", 5126}, {"count", 2}, {"type", "VEC3"}}}},
+      {"meshes", {{{"primitives", {{{"attributes", {{"POSITION", 0}}}, {"mode", 0}}}}}}}};
+  const auto rep = Read(BuildGlb(gltf.dump(), bin));
+  ASSERT_TRUE(rep);
+  EXPECT_EQ(rep->GetMeshes()[0].primitives[0].positions, (std::vector<float>{1, 2, 3, 4, 5, 6}));
+  EXPECT_TRUE(rep->GetRootNodes().empty());
+}
+
+TEST(SceneGraphRead, BuffersNamingFilesAreRefusedEvenWhenTheFileExists) {
+  const vek_test::GlbParts parts = MakeMeshesParts(1, 0, 0);
+  const char* probe = "vek_scenegraph_probe.bin";
+  {
+    std::ofstream file(probe, std::ios::binary);
+    file.write(reinterpret_cast<const char*>(parts.bin.data()),
+               static_cast<std::streamsize>(parts.bin.size()));
+  }
+  for (const char* uri : {probe, "./vek_scenegraph_probe.bin", "file.bin", "../../etc/passwd",
+                          "/etc/passwd", "file:///etc/passwd"}) {
+    Json gltf = Json::parse(parts.json);
+    gltf["buffers"][0]["uri"] = uri;
+    EXPECT_FALSE(Read(BuildGlb(gltf.dump()))) << uri;
+  }
+  (void)std::remove(probe);
+}
+
+TEST(SceneGraphRead, DataUriBufferLoads) {
+  const vek_test::GlbParts parts = MakeMeshesParts(1, 0, 0);
+  Json gltf = Json::parse(parts.json);
+  gltf["buffers"][0]["uri"] = "data:application/octet-stream;base64," +
+                              vek_test::EncodeBase64(parts.bin.data(), parts.bin.size());
+  const auto rep = Read(BuildGlb(gltf.dump()));
+  ASSERT_TRUE(rep);
+  EXPECT_EQ(rep->GetMeshes()[0].primitives[0].positions,
+            (std::vector<float>{0, 0, 0.5f, 0, 1, 0.5f, 0, 2, 0.5f}));
+}
+
+// A valid document whose "extras" holds `depth` nested arrays.
+std::string NestedJson(int depth, const std::string& generator = "") {
+  return R"({"asset":{"version":"2.0","generator":")" + generator + R"("},"extras":)" +
+         std::string(depth, '[') + std::string(depth, ']') + "}";
+}
+
+TEST(SceneGraphRead, JsonNestingIsLimited) {
+  EXPECT_TRUE(Read(BuildGlb(NestedJson(63)))) << "64 levels with the document";
+  EXPECT_FALSE(Read(BuildGlb(NestedJson(64)))) << "65 levels";
+  EXPECT_FALSE(Read(BuildGlb(NestedJson(100000))));
+  // Brackets inside strings do not count, escaped quotes do not end them, and an escaped
+  // backslash does not hide the closing quote.
+  EXPECT_TRUE(Read(BuildGlb(NestedJson(1, R"(\")" + std::string(1000, '[')))));
+  EXPECT_FALSE(Read(BuildGlb(NestedJson(64, R"(x\\)"))));
+}
+
+}  // namespace
