@@ -1,0 +1,60 @@
+// Helpers for the light annotation model tests: a container and a set, typed queries, and an
+// object that comes from no model.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "VEKComPtr.h"
+#include "VEKTPSLightModel.h"
+
+namespace vek_model_test {
+
+inline VEKComPtr<VEKTPSLightContainer> MakeContainer() {
+  VEKComPtr<VEKTPSLightContainer> container;
+  container.Attach(new VEKTPSLightContainer());
+  return container;
+}
+
+inline VEKComPtr<VEKITPSLightSet> MakeSet(VEKTPSLightContainer* container,
+                                          VEKBaseUnknown* father = nullptr) {
+  VEKComPtr<VEKITPSLightSet> set;
+  (void)container->CreateLightSet(set.GetAddressOf(), father);
+  return set;
+}
+
+// Interface U of `object`, or an empty holder when it does not answer it.
+template <class U>
+VEKComPtr<U> Query(VEKBaseUnknown* object) {
+  VEKComPtr<U> face;
+  if (object) (void)object->QueryInterface(U::kIID, face.GetVoidAddressOf());
+  return face;
+}
+
+// The identity face of `object`, without a reference (the model keeps it alive).
+inline VEKBaseUnknown* Identity(VEKBaseUnknown* object) {
+  return Query<VEKBaseUnknown>(object).Get();
+}
+
+inline std::string Utf8(const std::optional<VEKUnicodeString>& text) {
+  return text ? std::string(text->ConvertToChar()) : std::string("<unset>");
+}
+
+// A component of no model: counts its references and answers only VEKBaseUnknown.
+class ForeignObject : public VEKBaseUnknown {
+ public:
+  HRESULT QueryInterface(const IID& iid, void** out) override {
+    if (!out) return E_POINTER;
+    *out = iid == VEKBaseUnknown::kIID ? this : nullptr;
+    if (!*out) return E_NOINTERFACE;
+    AddRef();
+    return S_OK;
+  }
+  std::uint32_t AddRef() override { return ++references; }
+  std::uint32_t Release() override { return --references; }
+
+  std::uint32_t references = 1;
+};
+
+}  // namespace vek_model_test

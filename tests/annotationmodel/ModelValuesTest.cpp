@@ -1,0 +1,283 @@
+// Values, interfaces and the id broker of the model.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <utility>
+#include <vector>
+
+#include "ModelTestSupport.h"
+
+namespace {
+
+using vek_model_test::Identity;
+using vek_model_test::MakeContainer;
+using vek_model_test::MakeSet;
+using vek_model_test::Query;
+using vek_model_test::Utf8;
+
+constexpr int kKindSet = 0;
+
+template <class Interface>
+VEKComPtr<VEKBaseUnknown> Made(HRESULT (VEKTPSLightContainer::*create)(Interface**,
+                                                                       VEKITPSLightSet*),
+                               VEKTPSLightContainer* container, VEKITPSLightSet* set) {
+  VEKComPtr<Interface> object;
+  EXPECT_EQ((container->*create)(object.GetAddressOf(), set), S_OK);
+  return Query<VEKBaseUnknown>(object.Get());
+}
+
+// A new object of `kind` (VEKTPSLightKind) in `set`, or the set itself for kind 0.
+VEKComPtr<VEKBaseUnknown> MakeObject(VEKTPSLightContainer* container, VEKITPSLightSet* set,
+                                     int kind) {
+  switch (kind) {
+    case VEKTPSLightKindAnnotation:
+      return Made(&VEKTPSLightContainer::CreateAnnotation, container, set);
+    case VEKTPSLightKindView:
+      return Made(&VEKTPSLightContainer::CreateView, container, set);
+    case VEKTPSLightKindTTRS:
+      return Made(&VEKTPSLightContainer::CreateTTRS, container, set);
+    case VEKTPSLightKindRefFrame:
+      return Made(&VEKTPSLightContainer::CreateRefFrame, container, set);
+    case VEKTPSLightKindCG:
+      return Made(&VEKTPSLightContainer::CreateCG, container, set);
+    case VEKTPSLightKindCapture:
+      return Made(&VEKTPSLightContainer::CreateCapture, container, set);
+    default:
+      return Query<VEKBaseUnknown>(set);
+  }
+}
+
+class EveryKind : public testing::TestWithParam<int> {
+ protected:
+  VEKComPtr<VEKTPSLightContainer> container_ = MakeContainer();
+  VEKComPtr<VEKITPSLightSet> set_ = MakeSet(container_.Get());
+};
+
+TEST_P(EveryKind, CommonValuesStartUnsetAndKeepTheLastValue) {
+  auto object = MakeObject(container_.Get(), set_.Get(), GetParam());
+  auto light = Query<VEKITPSLight>(object.Get());
+  ASSERT_TRUE(light);
+  EXPECT_FALSE(light->GetName());
+  EXPECT_FALSE(light->GetType());
+  EXPECT_EQ(light->GetRep(), nullptr);
+  EXPECT_FALSE(light->GetId());
+  EXPECT_FALSE(light->GetStatus());
+  EXPECT_FALSE(light->GetUuid());
+
+  EXPECT_EQ(light->SetName(L""), S_OK);
+  EXPECT_EQ(light->SetName(L"Surface \u00e9 \U0001F600"), S_OK);
+  EXPECT_EQ(light->SetName(nullptr), E_POINTER);
+  EXPECT_EQ(light->SetUuid(L"3f2a"), S_OK);
+  EXPECT_EQ(light->SetUuid(nullptr), E_POINTER);
+  EXPECT_EQ(light->SetType(65535), S_OK);
+  EXPECT_EQ(light->SetStatus(0), S_OK);
+  EXPECT_EQ(light->SetId(INT_MIN), S_OK);
+  EXPECT_EQ(light->SetId(INT_MAX), S_OK);
+  EXPECT_EQ(Utf8(light->GetName()), "Surface \u00e9 \U0001F600");
+  EXPECT_EQ(Utf8(light->GetUuid()), "3f2a");
+  EXPECT_EQ(light->GetType(), 65535);
+  EXPECT_EQ(light->GetStatus(), 0);
+  EXPECT_EQ(light->GetId(), INT_MAX);
+}
+
+TEST_P(EveryKind, AnswersItsInterfacesWithOneIdentity) {
+  const std::vector<std::vector<IID>> offered = {
+      {VEKITPSLightSet::kIID, VEKITPSLight::kIID, VEKITPSIdBroker::kIID},
+      {VEKITPSLightAnnotation::kIID, VEKITPSLight::kIID, VEKITPSLightModel::kIID},
+      {VEKITPSLightView::kIID, VEKITPSLight::kIID},
+      {VEKITPSLightTTRS::kIID, VEKITPSLight::kIID},
+      {VEKITPSLightRefFrame::kIID, VEKITPSLight::kIID},
+      {VEKITPSLightCG::kIID, VEKITPSLight::kIID},
+      {VEKITPSLightCapture::kIID, VEKITPSLight::kIID}};
+  const IID every[] = {
+      VEKITPSLight::kIID,        VEKITPSLightSet::kIID,        VEKITPSIdBroker::kIID,
+      VEKITPSLightModel::kIID,   VEKITPSLightAnnotation::kIID, VEKITPSLightView::kIID,
+      VEKITPSLightTTRS::kIID,    VEKITPSLightRefFrame::kIID,   VEKITPSLightCG::kIID,
+      VEKITPSLightCapture::kIID, VEKTPSLightContainer::kIID};
+  const std::vector<IID>& mine = offered[static_cast<std::size_t>(GetParam())];
+  auto object = MakeObject(container_.Get(), set_.Get(), GetParam());
+  for (const IID& iid : every) {
+    const bool expected = std::find(mine.begin(), mine.end(), iid) != mine.end();
+    void* face = reinterpret_cast<void*>(0x1);
+    ASSERT_EQ(object->QueryInterface(iid, &face), expected ? S_OK : E_NOINTERFACE);
+    if (!expected) {
+      EXPECT_EQ(face, nullptr);
+      continue;
+    }
+    VEKComPtr<VEKBaseUnknown> answered;
+    answered.Attach(static_cast<VEKBaseUnknown*>(face));
+    EXPECT_EQ(Identity(answered.Get()), object.Get()) << "every face leads to one identity";
+  }
+  EXPECT_EQ(object->QueryInterface(VEKITPSLight::kIID, nullptr), E_POINTER);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, EveryKind,
+                         testing::Values(kKindSet, VEKTPSLightKindAnnotation, VEKTPSLightKindView,
+                                         VEKTPSLightKindTTRS, VEKTPSLightKindRefFrame,
+                                         VEKTPSLightKindCG, VEKTPSLightKindCapture));
+
+TEST(ModelValues, FamilyValuesStartUnset) {
+  auto container = MakeContainer();
+  auto set = MakeSet(container.Get());
+  EXPECT_FALSE(set->GetStandard());
+  EXPECT_EQ(set->GetFather(), nullptr);
+  EXPECT_EQ(set->GetAnnotations()->Count(), 0);
+  EXPECT_TRUE(set->GetUnresolvedReferences().empty());
+  EXPECT_TRUE(set->GetDuplicateIds().empty());
+
+  VEKComPtr<VEKITPSLightAnnotation> annotation;
+  VEKComPtr<VEKITPSLightView> view;
+  VEKComPtr<VEKITPSLightTTRS> ttrs;
+  VEKComPtr<VEKITPSLightRefFrame> frame;
+  VEKComPtr<VEKITPSLightCG> cg;
+  VEKComPtr<VEKITPSLightCapture> capture;
+  ASSERT_EQ(container->CreateAnnotation(annotation.GetAddressOf(), set.Get()), S_OK);
+  ASSERT_EQ(container->CreateView(view.GetAddressOf(), set.Get()), S_OK);
+  ASSERT_EQ(container->CreateTTRS(ttrs.GetAddressOf(), set.Get()), S_OK);
+  ASSERT_EQ(container->CreateRefFrame(frame.GetAddressOf(), set.Get()), S_OK);
+  ASSERT_EQ(container->CreateCG(cg.GetAddressOf(), set.Get()), S_OK);
+  ASSERT_EQ(container->CreateCapture(capture.GetAddressOf(), set.Get()), S_OK);
+
+  EXPECT_FALSE(annotation->GetValue());
+  EXPECT_FALSE(annotation->IsDefault());
+  EXPECT_TRUE(annotation->GetTTRS().empty());
+  EXPECT_FALSE(annotation->GetReference());
+  EXPECT_FALSE(annotation->GetAttribute());
+  EXPECT_EQ(annotation->GetGraphicRep(), nullptr);
+  EXPECT_EQ(Query<VEKITPSLightModel>(annotation.Get())->GetOrderGroup(), nullptr);
+  EXPECT_EQ(Query<VEKITPSLightModel>(annotation.Get())->GetViews().Count(), 0);
+  EXPECT_FALSE(view->GetOrigin());
+  EXPECT_FALSE(view->GetNormal());
+  EXPECT_FALSE(view->GetDirection());
+  EXPECT_EQ(view->GetAnnotations().Count() + view->GetCaptures().Count(), 0);
+  EXPECT_EQ(ttrs->GetGeometryCount(), 0);
+  EXPECT_EQ(ttrs->GetGeometry(0), nullptr);
+  EXPECT_EQ(frame->GetDatums().Count(), 0);
+  EXPECT_TRUE(frame->GetTTRS().empty());
+  EXPECT_FALSE(frame->GetAttribute());
+  EXPECT_TRUE(cg->GetTTRS().empty());
+  EXPECT_TRUE(cg->GetTReps().empty());
+  EXPECT_FALSE(cg->GetAttribute());
+  EXPECT_EQ(capture->GetAnnotations().Count() + capture->GetViews().Count(), 0);
+  EXPECT_EQ(capture->GetActiveView(), nullptr);
+  EXPECT_FALSE(capture->GetClippingPlane());
+  EXPECT_FALSE(capture->GetCameraPosition());
+  EXPECT_FALSE(capture->GetCameraDirection());
+  EXPECT_FALSE(capture->GetCameraZenith());
+  EXPECT_FALSE(capture->GetCameraTarget());
+  EXPECT_FALSE(capture->GetCameraType());
+  EXPECT_EQ(capture->GetCGs().Count(), 0);
+  EXPECT_EQ(capture->GetGraphicRep(), nullptr);
+}
+
+TEST(ModelValues, DefaultFollowsTheLastFlagAndListsKeepDuplicates) {
+  auto container = MakeContainer();
+  auto set = MakeSet(container.Get());
+  VEKComPtr<VEKITPSLightAnnotation> annotation;
+  VEKComPtr<VEKITPSLightTTRS> ttrs;
+  ASSERT_EQ(container->CreateAnnotation(annotation.GetAddressOf(), set.Get()), S_OK);
+  ASSERT_EQ(container->CreateTTRS(ttrs.GetAddressOf(), set.Get()), S_OK);
+  for (const auto& [flag, expected] :
+       std::vector<std::pair<int, bool>>{{1, true}, {0, false}, {-5, true}, {INT_MIN, true}}) {
+    EXPECT_EQ(annotation->SetDefault(flag), S_OK);
+    EXPECT_EQ(annotation->IsDefault(), expected) << "flag " << flag;
+  }
+  for (int id : {4, 4, 0, -1}) EXPECT_EQ(annotation->AddTTRS(id), S_OK);
+  EXPECT_EQ(annotation->GetTTRS(), (std::vector<int>{4, 4, 0, -1}));
+  EXPECT_EQ(annotation->SetAttribute(nullptr), E_POINTER);
+  EXPECT_FALSE(annotation->GetAttribute());
+
+  auto* ids = new VEKRawCollint();
+  ASSERT_EQ(ids->Append(7), S_OK);
+  EXPECT_EQ(ttrs->AddGeometry(nullptr), S_OK);
+  EXPECT_EQ(ttrs->AddGeometry(ids), S_OK);
+  EXPECT_EQ(ttrs->GetGeometryCount(), 2);
+  EXPECT_EQ(ttrs->GetGeometry(0), nullptr);
+  EXPECT_EQ(ttrs->GetGeometry(1), ids);
+  EXPECT_EQ(ttrs->GetGeometry(2), nullptr);
+  EXPECT_EQ(ttrs->GetGeometry(-1), nullptr);
+}
+
+class IdBroker : public testing::Test {
+ protected:
+  VEKComPtr<VEKBaseUnknown> Make(int kind, std::optional<int> id) {
+    auto object = MakeObject(container_.Get(), set_.Get(), kind);
+    if (id) {
+      EXPECT_EQ(Query<VEKITPSLight>(object.Get())->SetId(*id), S_OK);
+    }
+    return object;
+  }
+  // The object found for (id, kind); null when the lookup fails.
+  VEKBaseUnknown* Find(int id, int kind) {
+    VEKComPtr<VEKBaseUnknown> found;
+    const HRESULT result = broker_->GetObjectFromId(id, kind, found.GetAddressOf());
+    EXPECT_EQ(result, found ? S_OK : E_FAIL);
+    return found.Get();
+  }
+  std::vector<std::pair<int, int>> Recorded(const std::vector<VEKTPSLightUnresolved>& list) {
+    std::vector<std::pair<int, int>> pairs;
+    for (const VEKTPSLightUnresolved& entry : list) pairs.emplace_back(entry.id, entry.kind);
+    return pairs;
+  }
+
+  VEKComPtr<VEKTPSLightContainer> container_ = MakeContainer();
+  VEKComPtr<VEKITPSLightSet> set_ = MakeSet(container_.Get());
+  VEKComPtr<VEKITPSIdBroker> broker_ = Query<VEKITPSIdBroker>(set_.Get());
+};
+
+TEST_F(IdBroker, FindsEachKindSeparatelyAndRecordsEveryMiss) {
+  std::vector<VEKComPtr<VEKBaseUnknown>> objects;
+  for (int kind = VEKTPSLightKindAnnotation; kind <= VEKTPSLightKindCapture; ++kind) {
+    objects.push_back(Make(kind, 7));
+  }
+  ASSERT_EQ(Query<VEKITPSLight>(set_.Get())->SetId(8), S_OK);
+  for (int kind = VEKTPSLightKindAnnotation; kind <= VEKTPSLightKindCapture; ++kind) {
+    EXPECT_EQ(Find(7, kind), objects[static_cast<std::size_t>(kind - 1)].Get());
+  }
+  EXPECT_EQ(Find(8, VEKTPSLightKindAnnotation), nullptr);
+  EXPECT_EQ(Find(7, 0), nullptr);
+  EXPECT_EQ(Find(7, 7), nullptr);
+  EXPECT_EQ(Find(7, -1), nullptr);
+  EXPECT_EQ(broker_->GetObjectFromId(7, VEKTPSLightKindView, nullptr), E_POINTER);
+  EXPECT_EQ(Recorded(set_->GetUnresolvedReferences()),
+            (std::vector<std::pair<int, int>>{{8, 1}, {7, 0}, {7, 7}, {7, -1}}));
+  EXPECT_TRUE(set_->GetDuplicateIds().empty());
+}
+
+TEST_F(IdBroker, TheFoundObjectCarriesAReference) {
+  auto view = Make(VEKTPSLightKindView, 3);
+  const std::uint32_t before = set_->AddRef();
+  VEKComPtr<VEKBaseUnknown> found;
+  ASSERT_EQ(broker_->GetObjectFromId(3, VEKTPSLightKindView, found.GetAddressOf()), S_OK);
+  EXPECT_EQ(set_->Release(), before);
+}
+
+TEST_F(IdBroker, TheFirstCreatedHolderOfAnIdWins) {
+  auto first = Make(VEKTPSLightKindAnnotation, std::nullopt);
+  auto second = Make(VEKTPSLightKindAnnotation, 9);
+  auto third = Make(VEKTPSLightKindAnnotation, 9);
+  EXPECT_EQ(Find(9, VEKTPSLightKindAnnotation), second.Get());
+  ASSERT_EQ(Query<VEKITPSLight>(first.Get())->SetId(9), S_OK);
+  EXPECT_EQ(Find(9, VEKTPSLightKindAnnotation), first.Get()) << "created earlier, set later";
+  ASSERT_EQ(Query<VEKITPSLight>(first.Get())->SetId(9), S_OK);
+  EXPECT_EQ(Recorded(set_->GetDuplicateIds()), (std::vector<std::pair<int, int>>{{9, 1}, {9, 1}}));
+}
+
+TEST_F(IdBroker, ChangingAnIdHandsTheOldOneToTheNextHolder) {
+  auto first = Make(VEKTPSLightKindCG, 5);
+  auto second = Make(VEKTPSLightKindCG, 5);
+  auto third = Make(VEKTPSLightKindCG, 5);
+  ASSERT_EQ(Query<VEKITPSLight>(first.Get())->SetId(6), S_OK);
+  EXPECT_EQ(Find(5, VEKTPSLightKindCG), second.Get());
+  EXPECT_EQ(Find(6, VEKTPSLightKindCG), first.Get());
+  ASSERT_EQ(Query<VEKITPSLight>(third.Get())->SetId(6), S_OK);
+  EXPECT_EQ(Find(6, VEKTPSLightKindCG), first.Get());
+  ASSERT_EQ(Query<VEKITPSLight>(second.Get())->SetId(1), S_OK);
+  EXPECT_EQ(Find(5, VEKTPSLightKindCG), nullptr);
+  EXPECT_EQ(Find(1, VEKTPSLightKindCG), second.Get());
+  EXPECT_EQ(Recorded(set_->GetDuplicateIds()),
+            (std::vector<std::pair<int, int>>{{5, 5}, {5, 5}, {6, 5}}));
+}
+
+}  // namespace
