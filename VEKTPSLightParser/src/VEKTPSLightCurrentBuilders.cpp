@@ -1,0 +1,405 @@
+// Current-schema builders: one walker and one builder per object family. Every walker hands each
+// child of its object's tag to the builder and ignores the builder's result, so one object that
+// fails to build never stops the others.
+#include <new>
+
+#include "VEKComPtr.h"
+#include "VEKTPSLightParserInternal.h"
+#include "VEKTPSLightParserUtil.h"
+
+using vek_parser_detail::VEKForEachChild;
+using vek_parser_detail::VEKPassWide;
+using vek_parser_detail::VEKQueryInterface;
+
+namespace {
+
+// Reads the integer attribute `name` of `element` into a variable preset to `fallback`.
+int ReadIntAttribute(const VEKLightXmlElementItf& element, const VEKUnicodeString& name,
+                     int fallback) {
+  int value = fallback;
+  (void)element.GetAttributeValue(name).ConvertToNum(&value, "%d");
+  return value;
+}
+
+// Looks each id of `ids` up in `broker` with `kind` and hands every object found to `use`;
+// ids that resolve to nothing are passed over.
+template <class Use>
+void ForEachFoundObject(VEKITPSIdBroker& broker, const VEKRawCollint& ids, int kind, Use&& use) {
+  for (int position = 1; position <= ids.Size(); ++position) {
+    VEKComPtr<VEKBaseUnknown> found;
+    if (VEKFailed(broker.GetObjectFromId(ids[position], kind, found.GetAddressOf())) || !found) {
+      continue;
+    }
+    use(found.Get());
+  }
+}
+
+// Calls `use` with each integer of `ids`, in order.
+template <class Use>
+void ForEachInt(const VEKRawCollint& ids, Use&& use) {
+  for (int position = 1; position <= ids.Size(); ++position) use(ids[position]);
+}
+
+// Names looked up on every object, made once.
+const VEKUnicodeString& AttributeName() {
+  static const VEKUnicodeString name("Att");
+  return name;
+}
+// The type of the representation that an annotation or a capture keeps as its own graphic.
+const VEKUnicodeString& GraphicRepType() {
+  static const VEKUnicodeString type("2");
+  return type;
+}
+
+}  // namespace
+
+HRESULT VEKTPSLightParserUtil::GenerateNewTTRS(VEKTPSLightContainer* container,
+                                               VEKITPSLightSet* set,
+                                               VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
+    if (child.GetName() == "TTRS") (void)BuildNewTTRS(container, set, child);
+  });
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::BuildNewTTRS(VEKTPSLightContainer* container, VEKITPSLightSet* set,
+                                            VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKComPtr<VEKITPSLightTTRS> ttrs;
+  if (VEKFailed(container->CreateTTRS(ttrs.GetAddressOf(), set)) || !ttrs) return E_FAIL;
+  {
+    VEKComPtr<VEKITPSLight> light;
+    if (VEKSucceeded(VEKQueryInterface(ttrs.Get(), light)))
+      (void)SetTPSValues(light.Get(), element);
+  }
+  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
+    if (child.GetName() != "GeoP") return;
+    VEKRawCollint ids(0);
+    (void)ReadListInt(child, ids);
+    // The TTRS owns the copy from here on, a null one included.
+    (void)ttrs->AddGeometry(new (std::nothrow) VEKRawCollint(ids));
+  });
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::GenerateNewAnnotations(VEKTPSLightContainer* container,
+                                                      VEKITPSLightSet* set,
+                                                      VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKRawCollPV orderGroups(0);
+  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
+    if (child.GetName() == "TPS") (void)BuildNewAnnotation(container, set, child, &orderGroups);
+  });
+  if (orderGroups.Size() > 0) {
+    // Groups can be linked only now that every annotation of this root exists.
+    (void)AssoTPSOrderGroup(set, orderGroups);
+    for (int position = 1; position <= orderGroups.Size(); ++position) {
+      delete static_cast<VEKListValVEKUnicodeString*>(orderGroups[position]);
+    }
+  }
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::BuildNewAnnotation(VEKTPSLightContainer* container,
+                                                  VEKITPSLightSet* set,
+                                                  VEKLightXmlElementItf& element,
+                                                  VEKRawCollPV* orderGroups) {
+  if (!set || !container || !orderGroups) return E_FAIL;
+  VEKComPtr<VEKITPSLightAnnotation> annotation;
+  if (VEKFailed(container->CreateAnnotation(annotation.GetAddressOf(), set)) || !annotation) {
+    return E_FAIL;
+  }
+  VEKComPtr<VEKITPSLight> light;
+  if (VEKSucceeded(VEKQueryInterface(annotation.Get(), light))) {
+    (void)SetTPSValues(light.Get(), element);
+    static const VEKUnicodeString kValue("Val");
+    static const VEKUnicodeString kDefault("Def");
+    static const VEKUnicodeString kReference("Ref");
+    double value = 0.0;
+    (void)element.GetAttributeValue(kValue).ConvertToNum(&value, "%le");
+    (void)annotation->SetValue(value);
+    // Any non-zero "Def" marks the annotation as default with the flag 1.
+    if (ReadIntAttribute(element, kDefault, 0) != 0) (void)annotation->SetDefault(1);
+    (void)annotation->SetReference(ReadIntAttribute(element, kReference, 0));
+    VEKPassWide(element.GetAttributeValue(AttributeName()),
+                [&](const wchar_t* text) { (void)annotation->SetAttribute(text); });
+    light.Reset();
+  }
+
+  VEKUnicodeString representationType(GraphicRepType());
+  VEKRep* representation = nullptr;
+  if (VEKSucceeded(ReadRep(element, representationType, &representation))) {
+    (void)annotation->SetRep(representation);
+  }
+
+  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
+    const VEKUnicodeString& name = child.GetName();
+    if (name == "TTRS") {
+      VEKRawCollint ids(0);
+      (void)ReadListInt(child, ids);
+      ForEachInt(ids, [&](int id) { (void)annotation->AddTTRS(id); });
+    } else if (name == "Grou") {
+      VEKRawCollint ids(0);
+      (void)ReadListInt(child, ids);
+      VEKListValVEKUnicodeString group;
+      ForEachInt(ids, [&](int id) {
+        if (id <= 0) return;
+        VEKUnicodeString text;
+        (void)text.BuildFromNum(id, "%d");
+        (void)group.Append(text);
+      });
+      // One entry per "Grou", a null one included, keeps the pairing with annotations aligned.
+      auto* entry = new (std::nothrow) VEKListValVEKUnicodeString(group);
+      if (VEKFailed(orderGroups->Append(entry))) delete entry;
+    }
+  });
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::GenerateNewViews(VEKTPSLightContainer* container,
+                                                VEKITPSLightSet* set,
+                                                VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
+    if (child.GetName() == "TPSView") (void)BuildNewView(container, set, child);
+  });
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::BuildNewView(VEKTPSLightContainer* container, VEKITPSLightSet* set,
+                                            VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKComPtr<VEKITPSLightView> view;
+  if (VEKFailed(container->CreateView(view.GetAddressOf(), set)) || !view) return E_FAIL;
+  {
+    VEKComPtr<VEKITPSLight> light;
+    if (VEKSucceeded(VEKQueryInterface(view.Get(), light)))
+      (void)SetTPSValues(light.Get(), element);
+  }
+
+  // Only the first "TPSs" is read; the annotations it names are linked both ways.
+  static const VEKUnicodeString kShown("TPSs");
+  VEKLightXmlElement shown;
+  if (VEKSucceeded(FoundRootNode(element, kShown, shown))) {
+    VEKRawCollint ids(0);
+    (void)ReadListInt(shown, ids);
+    VEKComPtr<VEKITPSIdBroker> broker;
+    if (ids.Size() > 0 && VEKSucceeded(VEKQueryInterface(set, broker)) && broker) {
+      ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindAnnotation, [&](VEKBaseUnknown* found) {
+        VEKComPtr<VEKITPSLightModel> model;
+        if (VEKSucceeded(VEKQueryInterface(found, model)) && model) {
+          (void)model->SetView(view.Get());
+        }
+        model.Reset();
+        (void)view->AddTPS(found);
+      });
+    }
+  }
+
+  // Vectors count only inside "Math"; a number that cannot be read is passed on as 0.0.
+  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
+    if (child.GetName() != "Math") return;
+    VEKForEachChild(child, [&](VEKLightXmlElementItf& vector) {
+      double x = 0.0;
+      double y = 0.0;
+      double z = 0.0;
+      const VEKUnicodeString& name = vector.GetName();
+      if (name == "Or") {
+        (void)ReadMath(vector, x, y, z);
+        (void)view->SetOrigin(x, y, z);
+      } else if (name == "No") {
+        (void)ReadMath(vector, x, y, z);
+        (void)view->SetNormal(x, y, z);
+      } else if (name == "Di") {
+        (void)ReadMath(vector, x, y, z);
+        (void)view->SetDirection(x, y, z);
+      }
+    });
+  });
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::GenerateNewRefFrame(VEKTPSLightContainer* container,
+                                                   VEKITPSLightSet* set,
+                                                   VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
+    if (child.GetName() == "RefFrame") (void)BuildNewRefFrame(container, set, child);
+  });
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::BuildNewRefFrame(VEKTPSLightContainer* container,
+                                                VEKITPSLightSet* set,
+                                                VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKComPtr<VEKITPSLightRefFrame> frame;
+  if (VEKFailed(container->CreateRefFrame(frame.GetAddressOf(), set)) || !frame) return E_FAIL;
+  {
+    VEKComPtr<VEKITPSLight> light;
+    if (VEKSucceeded(VEKQueryInterface(frame.Get(), light))) {
+      (void)SetTPSValues(light.Get(), element);
+      VEKPassWide(element.GetAttributeValue(AttributeName()),
+                  [&](const wchar_t* text) { (void)frame->SetAttribute(text); });
+    }
+  }
+
+  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
+    const VEKUnicodeString& name = child.GetName();
+    if (name == "Datum") {
+      VEKRawCollint ids(0);
+      (void)ReadListInt(child, ids);
+      if (ids.Size() == 0) return;
+      // Datums are annotations already built in this set; the broker is asked once per child.
+      VEKComPtr<VEKITPSIdBroker> broker;
+      if (VEKFailed(VEKQueryInterface(set, broker)) || !broker) return;
+      ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindAnnotation,
+                         [&](VEKBaseUnknown* found) { (void)frame->AddDatum(found); });
+    } else if (name == "TTRS") {
+      VEKRawCollint ids(0);
+      (void)ReadListInt(child, ids);
+      ForEachInt(ids, [&](int id) { (void)frame->AddTTRS(id); });
+    }
+  });
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::GenerateNewCG(VEKTPSLightContainer* container, VEKITPSLightSet* set,
+                                             VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
+    if (child.GetName() == "TPSCG") (void)BuildNewCG(container, set, child);
+  });
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::BuildNewCG(VEKTPSLightContainer* container, VEKITPSLightSet* set,
+                                          VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKComPtr<VEKITPSLightCG> geometry;
+  if (VEKFailed(container->CreateCG(geometry.GetAddressOf(), set)) || !geometry) return E_FAIL;
+  // Stricter than its siblings: an object without the common face is left empty and reported.
+  VEKComPtr<VEKITPSLight> light;
+  if (VEKFailed(VEKQueryInterface(geometry.Get(), light)) || !light) return E_FAIL;
+  (void)SetTPSValues(light.Get(), element);
+  VEKPassWide(element.GetAttributeValue(AttributeName()),
+              [&](const wchar_t* text) { (void)geometry->SetAttribute(text); });
+
+  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
+    const VEKUnicodeString& name = child.GetName();
+    if (name == "TTRS") {
+      VEKRawCollint ids(0);
+      (void)ReadListInt(child, ids);
+      ForEachInt(ids, [&](int id) { (void)geometry->AddTTRS(id); });
+    } else if (name == "TRep") {
+      VEKRawCollint ids(0);
+      (void)ReadListInt(child, ids);
+      ForEachInt(ids, [&](int id) { (void)geometry->AddTRep(id); });
+    }
+  });
+  light.Reset();
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::GenerateNewCapture(VEKTPSLightContainer* container,
+                                                  VEKITPSLightSet* set,
+                                                  VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
+    if (child.GetName() == "TPSCap") (void)BuildNewCapture(container, set, child);
+  });
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::BuildNewCapture(VEKTPSLightContainer* container,
+                                               VEKITPSLightSet* set,
+                                               VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKComPtr<VEKITPSLightCapture> capture;
+  if (VEKFailed(container->CreateCapture(capture.GetAddressOf(), set)) || !capture) {
+    return E_FAIL;
+  }
+  // Without a broker nothing of the capture is read, not even its identification.
+  VEKComPtr<VEKITPSIdBroker> broker;
+  if (VEKFailed(VEKQueryInterface(set, broker)) || !broker) return S_OK;
+
+  VEKComPtr<VEKITPSLight> light;
+  if (VEKSucceeded(VEKQueryInterface(capture.Get(), light))) {
+    (void)SetTPSValues(light.Get(), element);
+    const int activeViewId = ReadIntAttribute(element, "ActVie", 0);
+    VEKComPtr<VEKBaseUnknown> activeView;
+    if (activeViewId != 0 &&
+        VEKSucceeded(broker->GetObjectFromId(activeViewId, VEKTPSLightKindView,
+                                             activeView.GetAddressOf())) &&
+        activeView) {
+      // The active view learns of the capture first, then the capture of its view.
+      VEKComPtr<VEKITPSLightView> view;
+      if (VEKSucceeded(activeView->QueryInterface(IID_VEKITPSLightView, view.GetVoidAddressOf())) &&
+          view) {
+        VEKComPtr<VEKBaseUnknown> captureBase;
+        if (VEKSucceeded(VEKQueryInterface(capture.Get(), captureBase)) && captureBase) {
+          (void)view->AddCapture(captureBase.Get());
+        }
+        captureBase.Reset();
+      }
+      view.Reset();
+      (void)capture->SetActiveView(activeView.Get());
+      activeView.Reset();
+    }
+    (void)capture->SetClippingPlane(ReadIntAttribute(element, "ClipPla", 0));
+    light.Reset();
+  }
+
+  VEKUnicodeString representationType(GraphicRepType());
+  VEKRep* representation = nullptr;
+  if (VEKSucceeded(ReadRep(element, representationType, &representation))) {
+    (void)capture->SetRep(representation);
+  }
+
+  void* position = element.GetChildren();
+  while (position) {
+    VEKLightXmlElementItf* child = element.GetChild(position);
+    if (!child) break;
+    const VEKUnicodeString& name = child->GetName();
+    if (name == "TPSs" || name == "Views" || name == "CGs") {
+      VEKRawCollint ids(0);
+      (void)ReadListInt(*child, ids);
+      if (name == "TPSs") {
+        ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindAnnotation,
+                           [&](VEKBaseUnknown* found) { (void)capture->AddTPS(found); });
+      } else if (name == "Views") {
+        ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindView,
+                           [&](VEKBaseUnknown* found) { (void)capture->AddView(found); });
+      } else {
+        ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindCG,
+                           [&](VEKBaseUnknown* found) { (void)capture->AddCG(found); });
+      }
+    } else if (name == "Cam") {
+      (void)capture->SetCameraType(ReadIntAttribute(*child, "Type", 0));
+      // Not reset between vectors: one whose text cannot be read repeats the previous numbers.
+      double x = 0.0;
+      double y = 0.0;
+      double z = 0.0;
+      VEKForEachChild(*child, [&](VEKLightXmlElementItf& vector) {
+        const VEKUnicodeString& vectorName = vector.GetName();
+        if (vectorName == "Po") {
+          (void)ReadMath(vector, x, y, z);
+          (void)capture->SetCameraPosition(x, y, z);
+        } else if (vectorName == "Di") {
+          (void)ReadMath(vector, x, y, z);
+          (void)capture->SetCameraDirection(x, y, z);
+        } else if (vectorName == "Ze") {
+          (void)ReadMath(vector, x, y, z);
+          (void)capture->SetCameraZenith(x, y, z);
+        } else if (vectorName == "Ta") {
+          (void)ReadMath(vector, x, y, z);
+          (void)capture->SetCameraTarget(x, y, z);
+        }
+      });
+      // The camera closes the capture: any later child is deliberately not read.
+      break;
+    }
+  }
+  return S_OK;
+}

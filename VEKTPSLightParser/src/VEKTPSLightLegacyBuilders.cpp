@@ -1,0 +1,615 @@
+// Legacy-schema builders ("TolerancingData" documents) and the order-group pass that both schemas
+// share. Legacy objects carry their values positionally: item k is the "V" attribute of the k-th
+// value child, whatever its tag, and an object is built only when the count of items is exact.
+// Every builder reads from the document root, so each finds its own family there.
+#include <new>
+
+#include "VEKComPtr.h"
+#include "VEKTPSLightParserInternal.h"
+#include "VEKTPSLightParserUtil.h"
+
+using vek_parser_detail::VEKForEachChild;
+using vek_parser_detail::VEKPassWide;
+using vek_parser_detail::VEKQueryInterface;
+
+namespace {
+
+const VEKUnicodeString& ValueName() {
+  static const VEKUnicodeString name("V");
+  return name;
+}
+
+// The "V" attribute of `element`, empty when absent.
+VEKUnicodeString ValueOf(const VEKLightXmlElementItf& element) {
+  static const VEKUnicodeString absent;
+  return element.GetAttributeValue(ValueName(), absent);
+}
+
+// "%d" into `number`; text that does not convert leaves `number` as it was, which the callers
+// rely on where one integer is shared by several items.
+void ReadInt(const VEKUnicodeString& text, int& number) { (void)text.ConvertToNum(&number, "%d"); }
+
+// "%le" into `number`, with the same rule.
+void ReadDouble(const VEKUnicodeString& text, double& number) {
+  (void)text.ConvertToNum(&number, "%le");
+}
+
+// A lookup that succeeded but handed back nothing counts as a failed one.
+HRESULT FindObject(VEKITPSIdBroker* broker, int id, VEKTPSLightKind kind,
+                   VEKComPtr<VEKBaseUnknown>& found) {
+  const HRESULT result = broker->GetObjectFromId(id, kind, found.GetAddressOf());
+  if (VEKSucceeded(result) && !found) return E_FAIL;
+  return result;
+}
+
+// Cuts a text into pieces at a one-character separator, left to right. A piece whose closing
+// separator is missing is empty text, and so is everything after it: a number cut from it does
+// not convert and its target keeps the value it had.
+class VEKPieceCutter {
+ public:
+  VEKPieceCutter(const VEKUnicodeString& text, const VEKUnicodeString& separator) noexcept
+      : text_(text), separator_(separator) {}
+
+  // Whether another separator follows the current position.
+  bool HasSeparator() const noexcept { return !exhausted_ && NextSeparator() >= 0; }
+  // The text up to the next separator, which is then passed.
+  VEKUnicodeString Next() noexcept {
+    const int found = exhausted_ ? -1 : NextSeparator();
+    if (found < 0) {
+      exhausted_ = true;
+      return VEKUnicodeString();
+    }
+    VEKUnicodeString piece = text_.SubString(start_, found - start_);
+    start_ = found + 1;
+    return piece;
+  }
+  // Everything after the last separator passed.
+  VEKUnicodeString Rest() const noexcept {
+    if (exhausted_) return VEKUnicodeString();
+    return text_.SubString(start_, text_.GetLengthInChar() - start_);
+  }
+
+ private:
+  int NextSeparator() const noexcept {
+    return text_.SearchSubString(separator_, start_, VEKUnicodeString::VEKSearchForward);
+  }
+
+  const VEKUnicodeString& text_;
+  const VEKUnicodeString& separator_;
+  int start_ = 0;
+  bool exhausted_ = false;
+};
+
+// Three numbers "x<blank>y<blank>z" into `point`; a missing piece keeps its component.
+void ReadBlankTriple(const VEKUnicodeString& text, VEKVector3& point) {
+  static const VEKUnicodeString blank(" ");
+  VEKPieceCutter cutter(text, blank);
+  ReadDouble(cutter.Next(), point.x);
+  ReadDouble(cutter.Next(), point.y);
+  ReadDouble(cutter.Rest(), point.z);
+}
+
+// One packed geometry item: ";"-separated integers after a first character that never holds a
+// value. Zeros before the last piece are dropped; the last piece is always kept.
+void ReadPackedIds(const VEKUnicodeString& text, VEKRawCollint& ids) {
+  static const VEKUnicodeString separator(";");
+  int start = 1;
+  for (;;) {
+    const int found = text.SearchSubString(separator, start, VEKUnicodeString::VEKSearchForward);
+    if (found < 0) break;
+    int number = 0;
+    ReadInt(text.SubString(start, found - start), number);
+    if (number != 0) (void)ids.Append(number);
+    start = found + 1;
+  }
+  int last = 0;
+  ReadInt(text.SubString(start, text.GetLengthInChar() - start), last);
+  (void)ids.Append(last);
+}
+
+// Owns the id lists collected for order groups: each entry is a heap VEKListValVEKUnicodeString.
+class VEKOrderGroupLists {
+ public:
+  VEKOrderGroupLists() noexcept : lists_(0) {}
+  ~VEKOrderGroupLists() {
+    for (int k = 1; k <= lists_.Size(); ++k) {
+      delete static_cast<VEKListValVEKUnicodeString*>(lists_[k]);
+    }
+  }
+  VEKOrderGroupLists(const VEKOrderGroupLists&) = delete;
+  VEKOrderGroupLists& operator=(const VEKOrderGroupLists&) = delete;
+
+  VEKRawCollPV& Lists() noexcept { return lists_; }
+
+ private:
+  VEKRawCollPV lists_;
+};
+
+}  // namespace
+
+HRESULT VEKTPSLightParserUtil::AssoTPSOrderGroup(VEKITPSLightSet* set, VEKRawCollPV groups) {
+  if (!set) return E_FAIL;
+  VEKLightObjectList* annotations = set->GetAnnotations();
+  if (!annotations) return E_FAIL;
+  // Pairing is by creation position only, so it is meaningful only when the counts agree.
+  const int count = groups.Size();
+  if (count != annotations->Count()) return S_OK;
+
+  VEKComPtr<VEKITPSIdBroker> broker;
+  if (VEKFailed(VEKQueryInterface(set, broker)) || !broker) return S_OK;
+
+  for (int k = 1; k <= count; ++k) {
+    VEKComPtr<VEKITPSLightModel> model;
+    if (VEKFailed(VEKQueryInterface(annotations->Get(k - 1), model)) || !model) continue;
+    const auto* ids = static_cast<const VEKListValVEKUnicodeString*>(groups[k]);
+    if (!ids || ids->Size() == 0) continue;
+
+    // The model takes the list; its pointers are not counted, the set keeps the objects alive.
+    VEKLightObjectList* group = new (std::nothrow) VEKLightObjectList();
+    if (!group) continue;
+    for (int j = 1; j <= ids->Size(); ++j) {
+      int id = 0;
+      ReadInt((*ids)[j], id);
+      VEKComPtr<VEKBaseUnknown> member;
+      if (VEKSucceeded(FindObject(broker.Get(), id, VEKTPSLightKindAnnotation, member))) {
+        (void)group->Append(member.Get());
+      }
+    }
+    (void)model->SetOrderGroup(group);
+  }
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::GenerateTTRS(VEKTPSLightContainer* container, VEKITPSLightSet* set,
+                                            VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKLightXmlElement family;
+  if (VEKFailed(FoundRootNode(element, "TTRSRoot", family))) return S_OK;
+  VEKForEachChild(family, [&](VEKLightXmlElementItf& child) {
+    if (child.GetName() == "TTRS") (void)BuildTTRS(container, set, child);
+  });
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::BuildTTRS(VEKTPSLightContainer* container, VEKITPSLightSet* set,
+                                         VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  // "Na", "In" and "Ui" fill the identity in document order: the order, not the tag, decides
+  // which of name, id and uuid a value becomes.
+  VEKListValVEKUnicodeString identity;
+  VEKListValVEKUnicodeString geometry;
+  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
+    const VEKUnicodeString& name = child.GetName();
+    if (name == "Na" || name == "In" || name == "Ui") {
+      (void)identity.Append(ValueOf(child));
+    } else if (name == "Gd") {
+      (void)GetNodeValue(child, &geometry);
+    }
+  });
+  if (identity.Size() == 0) return E_FAIL;
+
+  VEKComPtr<VEKITPSLightTTRS> ttrs;
+  if (VEKFailed(container->CreateTTRS(ttrs.GetAddressOf(), set)) || !ttrs) return E_FAIL;
+
+  VEKComPtr<VEKITPSLight> light;
+  if (VEKSucceeded(VEKQueryInterface(ttrs.Get(), light)) && light) {
+    const VEKListValVEKUnicodeString& items = identity;
+    VEKPassWide(items[1], [&](const wchar_t* text) { (void)light->SetName(text); });
+    // A one-item identity reads item 2 as empty text: the id is then 0.
+    int id = 0;
+    ReadInt(items[2], id);
+    (void)light->SetId(id);
+    // Exactly three items carry a uuid; four or more do not.
+    if (items.Size() == 3) {
+      VEKPassWide(items[3], [&](const wchar_t* text) { (void)light->SetUuid(text); });
+    }
+    light.Reset();
+  }
+
+  const VEKListValVEKUnicodeString& packedItems = geometry;
+  for (int i = 1; i <= packedItems.Size(); ++i) {
+    const VEKUnicodeString& packed = packedItems[i];
+    if (packed.GetLengthInChar() == 0) continue;
+    VEKRawCollint* ids = new (std::nothrow) VEKRawCollint(0);
+    if (!ids) continue;
+    ReadPackedIds(packed, *ids);
+    // The TTRS owns the list from here on.
+    (void)ttrs->AddGeometry(ids);
+  }
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::GenerateAnnotations(VEKTPSLightContainer* container,
+                                                   VEKITPSLightSet* set,
+                                                   VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKLightXmlElement family;
+  if (VEKFailed(FoundRootNode(element, "Annotations", family))) return S_OK;
+
+  // Groups name annotations that may come later, so they are linked once all are built.
+  VEKOrderGroupLists groups;
+  VEKForEachChild(family, [&](VEKLightXmlElementItf& child) {
+    if (child.GetName() == "TPS") (void)BuildAnnotation(container, set, child, &groups.Lists());
+  });
+  if (groups.Lists().Size() >= 1) (void)AssoTPSOrderGroup(set, groups.Lists());
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::BuildAnnotation(VEKTPSLightContainer* container,
+                                               VEKITPSLightSet* set, VEKLightXmlElementItf& element,
+                                               VEKRawCollPV* orderGroups) {
+  if (!set || !container || !orderGroups) return E_FAIL;
+  VEKListValVEKUnicodeString values;
+  (void)GetNodeValue(element, &values);
+  if (values.Size() != 11) return E_FAIL;
+  const VEKListValVEKUnicodeString& items = values;
+
+  VEKComPtr<VEKITPSLightAnnotation> annotation;
+  if (VEKFailed(container->CreateAnnotation(annotation.GetAddressOf(), set)) || !annotation) {
+    return E_FAIL;
+  }
+
+  VEKComPtr<VEKITPSLight> light;
+  if (VEKSucceeded(VEKQueryInterface(annotation.Get(), light)) && light) {
+    // One integer serves items 1, 4, 5, 6 and 7: an item that does not convert repeats the
+    // number of the item before it.
+    int number = 0;
+    double value = 0.0;
+    ReadInt(items[1], number);
+    (void)light->SetType(static_cast<unsigned short>(number));
+    ReadDouble(items[2], value);
+    (void)annotation->SetValue(value);
+    VEKPassWide(items[3], [&](const wchar_t* text) { (void)light->SetName(text); });
+    ReadInt(items[4], number);
+    (void)light->SetId(number);
+    ReadInt(items[5], number);
+    if (number != 0) (void)annotation->SetDefault(1);
+    ReadInt(items[6], number);
+    (void)annotation->SetReference(number);
+    ReadInt(items[7], number);
+    (void)light->SetStatus(static_cast<unsigned short>(number));
+    VEKPassWide(items[8], [&](const wchar_t* text) { (void)light->SetUuid(text); });
+    VEKPassWide(items[9], [&](const wchar_t* text) { (void)annotation->SetAttribute(text); });
+    light.Reset();
+  }
+
+  VEKListValVEKUnicodeString ttrsIds;
+  (void)GetListOfUnicode(items[10], ";", &ttrsIds);
+  for (int i = 1; i <= ttrsIds.Size(); ++i) {
+    int id = 0;
+    ReadInt(ttrsIds[i], id);
+    (void)annotation->AddTTRS(id);
+  }
+
+  // One entry per created annotation keeps the pairing with the set's annotations aligned; a
+  // list that cannot be made is a null entry (no group).
+  auto* groupIds = new (std::nothrow) VEKListValVEKUnicodeString();
+  if (groupIds) (void)GetListOfUnicode(items[11], ";", groupIds);
+  if (VEKFailed(orderGroups->Append(groupIds))) delete groupIds;
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::GenerateViews(VEKTPSLightContainer* container, VEKITPSLightSet* set,
+                                             VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKLightXmlElement family;
+  if (VEKFailed(FoundRootNode(element, "ViewRoot", family))) return S_OK;
+  VEKForEachChild(family, [&](VEKLightXmlElementItf& child) {
+    if (child.GetName() == "View") (void)BuildView(container, set, child);
+  });
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::BuildView(VEKTPSLightContainer* container, VEKITPSLightSet* set,
+                                         VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKListValVEKUnicodeString values;
+  VEKListValVEKUnicodeString geometry;
+  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
+    if (child.GetName() == "Mt") {
+      (void)GetNodeValue(child, &geometry);
+    } else {
+      (void)values.Append(ValueOf(child));
+    }
+  });
+  if (values.Size() != 5) return E_FAIL;
+  const VEKListValVEKUnicodeString& items = values;
+
+  VEKComPtr<VEKITPSLightView> view;
+  if (VEKFailed(container->CreateView(view.GetAddressOf(), set)) || !view) return E_FAIL;
+
+  VEKListValVEKUnicodeString annotationIds;
+  VEKComPtr<VEKITPSLight> light;
+  if (VEKSucceeded(VEKQueryInterface(view.Get(), light)) && light) {
+    // Items 1 and 3 share one integer.
+    int number = 0;
+    ReadInt(items[1], number);
+    (void)light->SetType(static_cast<unsigned short>(number));
+    VEKPassWide(items[2], [&](const wchar_t* text) { (void)light->SetName(text); });
+    ReadInt(items[3], number);
+    (void)light->SetId(number);
+    VEKPassWide(items[4], [&](const wchar_t* text) { (void)light->SetUuid(text); });
+    (void)GetListOfUnicode(items[5], ";", &annotationIds);
+    light.Reset();
+  }
+
+  VEKComPtr<VEKITPSIdBroker> broker;
+  if (annotationIds.Size() > 0 && VEKSucceeded(VEKQueryInterface(set, broker)) && broker) {
+    for (int i = 1; i <= annotationIds.Size(); ++i) {
+      int id = 0;
+      ReadInt(annotationIds[i], id);
+      VEKComPtr<VEKBaseUnknown> annotation;
+      if (VEKFailed(FindObject(broker.Get(), id, VEKTPSLightKindAnnotation, annotation))) continue;
+      VEKComPtr<VEKITPSLightModel> model;
+      if (VEKSucceeded(VEKQueryInterface(annotation.Get(), model)) && model) {
+        (void)model->SetView(view.Get());
+        model.Reset();
+      }
+      (void)view->AddTPS(annotation.Get());
+    }
+    broker.Reset();
+  }
+
+  const VEKListValVEKUnicodeString& planes = geometry;
+  if (planes.Size() > 0) {
+    // One triple of doubles serves every vector: a piece that does not convert keeps the
+    // component of the vector before it.
+    VEKVector3 vector;
+    static const VEKUnicodeString separator(";");
+    // Item 1: the normal, then the direction when a third separator follows the normal.
+    if (planes[1].GetLengthInChar() != 0) {
+      VEKPieceCutter cutter(planes[1], separator);
+      ReadDouble(cutter.Next(), vector.x);
+      ReadDouble(cutter.Next(), vector.y);
+      if (!cutter.HasSeparator()) {
+        ReadDouble(cutter.Rest(), vector.z);
+        (void)view->SetNormal(vector.x, vector.y, vector.z);
+      } else {
+        ReadDouble(cutter.Next(), vector.z);
+        (void)view->SetNormal(vector.x, vector.y, vector.z);
+        ReadDouble(cutter.Next(), vector.x);
+        ReadDouble(cutter.Next(), vector.y);
+        ReadDouble(cutter.Rest(), vector.z);
+        (void)view->SetDirection(vector.x, vector.y, vector.z);
+      }
+    }
+    // Item 2: the origin; a one-item list reads it as empty text and sets nothing.
+    if (planes[2].GetLengthInChar() != 0) {
+      VEKPieceCutter cutter(planes[2], separator);
+      ReadDouble(cutter.Next(), vector.x);
+      ReadDouble(cutter.Next(), vector.y);
+      ReadDouble(cutter.Rest(), vector.z);
+      (void)view->SetOrigin(vector.x, vector.y, vector.z);
+    }
+  }
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::GenerateRefFrame(VEKTPSLightContainer* container,
+                                                VEKITPSLightSet* set,
+                                                VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKLightXmlElement family;
+  if (VEKFailed(FoundRootNode(element, "ReferenceFrame", family))) return S_OK;
+  VEKForEachChild(family, [&](VEKLightXmlElementItf& child) {
+    if (child.GetName() == "RefFrame") (void)BuildRefFrame(container, set, child);
+  });
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::BuildRefFrame(VEKTPSLightContainer* container, VEKITPSLightSet* set,
+                                             VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKListValVEKUnicodeString values;
+  (void)GetNodeValue(element, &values);
+  if (values.Size() != 6) return E_FAIL;
+  const VEKListValVEKUnicodeString& items = values;
+
+  VEKComPtr<VEKITPSLightRefFrame> refFrame;
+  if (VEKFailed(container->CreateRefFrame(refFrame.GetAddressOf(), set)) || !refFrame) {
+    return E_FAIL;
+  }
+
+  VEKComPtr<VEKITPSLight> light;
+  if (VEKSucceeded(VEKQueryInterface(refFrame.Get(), light)) && light) {
+    VEKPassWide(items[1], [&](const wchar_t* text) { (void)light->SetName(text); });
+    // A number that does not convert leaves the reference-frame default, 32.
+    int number = 32;
+    ReadInt(items[2], number);
+    (void)light->SetId(number);
+    VEKPassWide(items[3], [&](const wchar_t* text) { (void)refFrame->SetAttribute(text); });
+    VEKPassWide(items[4], [&](const wchar_t* text) { (void)light->SetUuid(text); });
+    light.Reset();
+  }
+
+  VEKListValVEKUnicodeString datumIds;
+  (void)GetListOfUnicode(items[5], ";", &datumIds);
+  VEKComPtr<VEKITPSIdBroker> broker;
+  if (datumIds.Size() > 0 && VEKSucceeded(VEKQueryInterface(set, broker)) && broker) {
+    for (int i = 1; i <= datumIds.Size(); ++i) {
+      int id = 0;
+      ReadInt(datumIds[i], id);
+      VEKComPtr<VEKBaseUnknown> datum;
+      if (VEKSucceeded(FindObject(broker.Get(), id, VEKTPSLightKindAnnotation, datum))) {
+        (void)refFrame->AddDatum(datum.Get());
+      }
+    }
+    broker.Reset();
+  }
+
+  VEKListValVEKUnicodeString ttrsIds;
+  (void)GetListOfUnicode(items[6], ";", &ttrsIds);
+  for (int i = 1; i <= ttrsIds.Size(); ++i) {
+    int id = 0;
+    ReadInt(ttrsIds[i], id);
+    (void)refFrame->AddTTRS(id);
+  }
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::GenerateCG(VEKTPSLightContainer* container, VEKITPSLightSet* set,
+                                          VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKLightXmlElement family;
+  if (VEKFailed(FoundRootNode(element, "CGRoot", family))) return S_OK;
+  VEKForEachChild(family, [&](VEKLightXmlElementItf& child) {
+    if (child.GetName() == "CG") (void)BuildCG(container, set, child);
+  });
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::BuildCG(VEKTPSLightContainer* container, VEKITPSLightSet* set,
+                                       VEKLightXmlElementItf& element) {
+  // The result is E_FAIL on every path, a complete build included; callers ignore it.
+  if (!set || !container) return E_FAIL;
+  VEKListValVEKUnicodeString values;
+  (void)GetNodeValue(element, &values);
+  if (values.Size() != 8) return E_FAIL;
+  const VEKListValVEKUnicodeString& items = values;
+
+  VEKComPtr<VEKITPSLightCG> cg;
+  if (VEKFailed(container->CreateCG(cg.GetAddressOf(), set)) || !cg) return E_FAIL;
+  VEKComPtr<VEKITPSLight> light;
+  if (VEKFailed(VEKQueryInterface(cg.Get(), light)) || !light) return E_FAIL;
+
+  // Items 1, 3 and 4 share one integer: an item that does not convert repeats the one before.
+  int number = 0;
+  ReadInt(items[1], number);
+  (void)light->SetType(static_cast<unsigned short>(number));
+  VEKPassWide(items[2], [&](const wchar_t* text) { (void)light->SetName(text); });
+  ReadInt(items[3], number);
+  (void)light->SetId(number);
+  ReadInt(items[4], number);
+  (void)light->SetStatus(static_cast<unsigned short>(number));
+  VEKPassWide(items[5], [&](const wchar_t* text) { (void)cg->SetAttribute(text); });
+  VEKPassWide(items[6], [&](const wchar_t* text) { (void)light->SetUuid(text); });
+
+  VEKListValVEKUnicodeString ttrsIds;
+  (void)GetListOfUnicode(items[7], ";", &ttrsIds);
+  for (int i = 1; i <= ttrsIds.Size(); ++i) {
+    int id = 0;
+    ReadInt(ttrsIds[i], id);
+    (void)cg->AddTTRS(id);
+  }
+  VEKListValVEKUnicodeString repIds;
+  (void)GetListOfUnicode(items[8], ";", &repIds);
+  for (int i = 1; i <= repIds.Size(); ++i) {
+    int id = 0;
+    ReadInt(repIds[i], id);
+    (void)cg->AddTRep(id);
+  }
+  light.Reset();
+  return E_FAIL;
+}
+
+HRESULT VEKTPSLightParserUtil::GenerateCapture(VEKTPSLightContainer* container,
+                                               VEKITPSLightSet* set,
+                                               VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKLightXmlElement family;
+  if (VEKFailed(FoundRootNode(element, "CaptureRoot", family))) return S_OK;
+  VEKForEachChild(family, [&](VEKLightXmlElementItf& child) {
+    if (child.GetName() == "Capture") (void)BuildCapture(container, set, child);
+  });
+  return S_OK;
+}
+
+HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEKITPSLightSet* set,
+                                            VEKLightXmlElementItf& element) {
+  if (!set || !container) return E_FAIL;
+  VEKListValVEKUnicodeString values;
+  VEKListValVEKUnicodeString camera;
+  // "Gd" values are read as the format demands, but nothing in a capture depends on them.
+  VEKListValVEKUnicodeString unusedGeometry;
+  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
+    const VEKUnicodeString& name = child.GetName();
+    if (name == "Cam") {
+      (void)GetNodeValue(child, &camera);
+    } else if (name == "Gd") {
+      (void)GetNodeValue(child, &unusedGeometry);
+    } else {
+      (void)values.Append(ValueOf(child));
+    }
+  });
+  if (values.Size() != 8) return E_FAIL;
+  const VEKListValVEKUnicodeString& items = values;
+
+  VEKComPtr<VEKITPSLightCapture> capture;
+  if (VEKFailed(container->CreateCapture(capture.GetAddressOf(), set)) || !capture) {
+    return E_FAIL;
+  }
+  // Without a broker the capture stays in the set with nothing set.
+  VEKComPtr<VEKITPSIdBroker> broker;
+  if (VEKFailed(VEKQueryInterface(set, broker)) || !broker) return S_OK;
+
+  // One integer serves items 1, 2 and 3 and the camera type: an item that does not convert
+  // repeats the number before it (an unreadable active view looks up the capture's own number).
+  int number = 0;
+  VEKComPtr<VEKITPSLight> light;
+  if (VEKSucceeded(VEKQueryInterface(capture.Get(), light)) && light) {
+    ReadInt(items[1], number);
+    (void)light->SetId(number);
+    ReadInt(items[2], number);
+    VEKComPtr<VEKBaseUnknown> activeView;
+    if (number != 0 &&
+        VEKSucceeded(FindObject(broker.Get(), number, VEKTPSLightKindView, activeView))) {
+      // Only the active view links back; an object that is not a view is still recorded.
+      VEKComPtr<VEKITPSLightView> view;
+      if (VEKSucceeded(VEKQueryInterface(activeView.Get(), view)) && view) {
+        VEKComPtr<VEKBaseUnknown> identity;
+        if (VEKSucceeded(VEKQueryInterface(capture.Get(), identity)) && identity) {
+          (void)view->AddCapture(identity.Get());
+        }
+      }
+      view.Reset();
+      (void)capture->SetActiveView(activeView.Get());
+    }
+    activeView.Reset();
+    ReadInt(items[3], number);
+    (void)capture->SetClippingPlane(number);
+    VEKPassWide(items[4], [&](const wchar_t* text) { (void)light->SetName(text); });
+    VEKPassWide(items[5], [&](const wchar_t* text) { (void)light->SetUuid(text); });
+    light.Reset();
+  }
+
+  // Items 6 to 8 list ids separated by one blank.
+  auto linkAll = [&](const VEKUnicodeString& text, VEKTPSLightKind kind,
+                     HRESULT (VEKITPSLightCapture::*add)(VEKBaseUnknown*)) {
+    VEKListValVEKUnicodeString ids;
+    (void)GetListOfUnicode(text, " ", &ids);
+    for (int i = 1; i <= ids.Size(); ++i) {
+      int id = 0;
+      ReadInt(ids[i], id);
+      VEKComPtr<VEKBaseUnknown> object;
+      if (VEKSucceeded(FindObject(broker.Get(), id, kind, object))) {
+        (void)(capture.Get()->*add)(object.Get());
+      }
+    }
+  };
+  linkAll(items[6], VEKTPSLightKindAnnotation, &VEKITPSLightCapture::AddTPS);
+  linkAll(items[7], VEKTPSLightKindView, &VEKITPSLightCapture::AddView);
+  linkAll(items[8], VEKTPSLightKindCG, &VEKITPSLightCapture::AddCG);
+
+  const VEKListValVEKUnicodeString& cameraItems = camera;
+  if (cameraItems.Size() > 0) {
+    // One triple of doubles serves every camera vector; items past the end of the camera list
+    // read as empty text and are skipped like empty items.
+    VEKVector3 point;
+    auto setPoint = [&](int index, HRESULT (VEKITPSLightCapture::*setter)(double, double, double)) {
+      if (cameraItems[index].GetLengthInChar() == 0) return;
+      ReadBlankTriple(cameraItems[index], point);
+      (void)(capture.Get()->*setter)(point.x, point.y, point.z);
+    };
+    setPoint(1, &VEKITPSLightCapture::SetCameraPosition);
+    setPoint(2, &VEKITPSLightCapture::SetCameraDirection);
+    setPoint(3, &VEKITPSLightCapture::SetCameraZenith);
+    if (cameraItems.Size() > 3) {
+      setPoint(4, &VEKITPSLightCapture::SetCameraTarget);
+      // A list of four items reads the type as empty text: the shared integer goes unchanged.
+      ReadInt(cameraItems[5], number);
+      (void)capture->SetCameraType(number);
+    }
+  }
+  broker.Reset();
+  return S_OK;
+}

@@ -1,0 +1,171 @@
+// The current-schema load: input forms, failures, dispatch and the dump file.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "ParserTestSupport.h"
+#include "VEKTPSLightParserUtil.h"
+
+using vek_test::DumpFileName;
+using vek_test::Utf8;
+
+namespace {
+
+const char kSmallDocument[] =
+    "<Functional_Tolerancing_Annotation Version='2'>"
+    "<AnnotationSet Standard='ISO'><TPSId Name='S' Uuid='s'/></AnnotationSet>"
+    "<RootTTRSs><TTRS><GeoP>1</GeoP></TTRS></RootTTRSs>"
+    "</Functional_Tolerancing_Annotation>";
+
+class CurrentLoad : public ::testing::Test {
+ protected:
+  // Loads `xml` as plain text into `set`.
+  HRESULT LoadText(const std::string& xml, VEKComPtr<VEKITPSLightSet>& set,
+                   unsigned char fromBase64 = 0) {
+    VEKUnicodeString source(xml.c_str());
+    return util_.GenerateLightModelFromBase(source, nullptr, set.GetAddressOf(), fromBase64,
+                                            nullptr, 0, 0);
+  }
+  // Loads `compressed` bytes declared as `uncompressedSize`, with `source` as the text form.
+  HRESULT LoadCompressed(std::string compressed, int uncompressedSize, int compressedSize,
+                         VEKComPtr<VEKITPSLightSet>& set, const char* source = "") {
+    VEKUnicodeString text(source);
+    return util_.GenerateLightModelFromBase(text, nullptr, set.GetAddressOf(), 0, compressed.data(),
+                                            uncompressedSize, compressedSize);
+  }
+  static bool DumpExists() { return std::filesystem::exists(DumpFileName()); }
+
+  vek_test::ScopedWorkingDirectory directory_;
+  VEKTPSLightParserUtil util_;
+};
+
+std::string SetName(VEKITPSLightSet* set) {
+  return Utf8(vek_test::Query<VEKITPSLight>(set)->GetName());
+}
+
+}  // namespace
+
+TEST_F(CurrentLoad, FailuresReturnEFailAndWriteNoDump) {
+  VEKUnicodeString source(kSmallDocument);
+  EXPECT_EQ(util_.GenerateLightModelFromBase(source, nullptr, nullptr, 0, nullptr, 0, 0), E_FAIL);
+
+  VEKComPtr<VEKITPSLightSet> set;
+  EXPECT_EQ(LoadText("@@not base64@@", set, 1), E_FAIL);
+  EXPECT_EQ(LoadText("", set, 1), E_FAIL);
+  EXPECT_EQ(LoadText("<Functional_Tolerancing_Annotation>", set), E_FAIL);
+  EXPECT_EQ(LoadText("<TolerancingData><AnnotationSet/></TolerancingData>", set), E_FAIL);
+  EXPECT_EQ(LoadCompressed("not zlib at all", 100, 15, set), E_FAIL);
+
+  const std::string packed = vek_test::ZlibCompress(kSmallDocument);
+  const int packedSize = static_cast<int>(packed.size());
+  EXPECT_EQ(LoadCompressed(packed, 2000000000, packedSize, set), E_FAIL);
+  EXPECT_EQ(LoadCompressed(packed, -1, packedSize, set), E_FAIL);
+  EXPECT_EQ(LoadCompressed(packed, sizeof(kSmallDocument) - 1, -packedSize, set), E_FAIL);
+  EXPECT_EQ(LoadCompressed(packed, sizeof(kSmallDocument) - 2, packedSize, set), E_FAIL);
+  EXPECT_FALSE(set);
+  EXPECT_FALSE(DumpExists());
+}
+
+TEST_F(CurrentLoad, EachInputFormLoadsTheSameDocument) {
+  const std::string packed = vek_test::ZlibCompress(kSmallDocument);
+  const int size = sizeof(kSmallDocument) - 1;
+  const int packedSize = static_cast<int>(packed.size());
+  VEKComPtr<VEKITPSLightSet> set;
+
+  ASSERT_EQ(LoadText(kSmallDocument, set), S_OK);
+  EXPECT_EQ(SetName(set.Get()), "S");
+  // Only 1 selects base64; any other value reads the text as it is.
+  ASSERT_EQ(LoadText(kSmallDocument, set, 2), S_OK);
+  ASSERT_EQ(LoadText(vek_test::ToBase64(kSmallDocument), set, 1), S_OK);
+  EXPECT_EQ(set->GetTTRS().Count(), 1);
+  // All three compressed arguments usable: the text is never looked at.
+  ASSERT_EQ(LoadCompressed(packed, size, packedSize, set, "<junk"), S_OK);
+  EXPECT_EQ(SetName(set.Get()), "S");
+  // A declared size larger than the stream still loads: the rest reads as zeros.
+  ASSERT_EQ(LoadCompressed(packed, size + 10, packedSize, set, "<junk"), S_OK);
+  // Either size 0 falls back to the text.
+  EXPECT_EQ(LoadCompressed(packed, 0, packedSize, set, kSmallDocument), S_OK);
+  EXPECT_EQ(LoadCompressed(packed, size, 0, set, kSmallDocument), S_OK);
+  EXPECT_EQ(LoadCompressed(packed, size, 0, set, "<junk"), E_FAIL);
+}
+
+TEST_F(CurrentLoad, PlainTextIsCutAtItsCharacterCount) {
+  // "é" takes two bytes: the parser receives one byte fewer than the text holds.
+  const std::string document =
+      "<Functional_Tolerancing_Annotation><AnnotationSet Standard='\xC3\xA9'/>"
+      "</Functional_Tolerancing_Annotation>";
+  VEKComPtr<VEKITPSLightSet> set;
+  EXPECT_EQ(LoadText(document, set), E_FAIL);
+  ASSERT_EQ(LoadText(vek_test::ToBase64(document), set, 1), S_OK);
+  EXPECT_EQ(Utf8(set->GetStandard()), "\xC3\xA9");
+}
+
+TEST_F(CurrentLoad, ResultFollowsTheAnnotationSets) {
+  VEKComPtr<VEKITPSLightSet> set;
+  // An empty root matches, so the dump is written, but no set is made.
+  EXPECT_EQ(LoadText("<Functional_Tolerancing_Annotation/>", set), E_FAIL);
+  EXPECT_TRUE(DumpExists());
+  EXPECT_FALSE(set);
+
+  // Builders before the first "AnnotationSet" receive the caller's set: null here.
+  ASSERT_EQ(LoadText("<Functional_Tolerancing_Annotation><RootTTRSs><TTRS/></RootTTRSs>"
+                     "<AnnotationSet><TPSId Name='first'/></AnnotationSet><Unknown/>"
+                     "<AnnotationSet><TPSId Name='second'/></AnnotationSet>"
+                     "</Functional_Tolerancing_Annotation>",
+                     set),
+            S_OK);
+  EXPECT_EQ(SetName(set.Get()), "second");
+  EXPECT_EQ(set->GetTTRS().Count(), 0);
+  VEKComPtr<VEKITPSLightSet> previous;
+  ASSERT_EQ(set->GetPreviousSet(previous.GetAddressOf()), S_OK);
+  EXPECT_EQ(SetName(previous.Get()), "first");
+  // The load overwrote *set without releasing the first set: its reference passed to the second
+  // set, so releasing the second frees both.
+
+  // Without an "AnnotationSet" the builders still fill the caller's set, but the load fails.
+  VEKITPSLightSet* callerSet = set.Get();
+  VEKUnicodeString source(
+      "<Functional_Tolerancing_Annotation><RootTTRSs><TTRS/><TTRS/></RootTTRSs>"
+      "</Functional_Tolerancing_Annotation>");
+  EXPECT_EQ(util_.GenerateLightModelFromBase(source, nullptr, &callerSet, 0, nullptr, 0, 0),
+            E_FAIL);
+  EXPECT_EQ(callerSet, set.Get());
+  EXPECT_EQ(set->GetTTRS().Count(), 2);
+}
+
+TEST_F(CurrentLoad, DumpHoldsExactlyTheSerialisedDocument) {
+  {
+    std::ofstream stale(DumpFileName(), std::ios::binary);
+    stale << std::string(5000, 'x');
+  }
+  VEKComPtr<VEKITPSLightSet> set;
+  ASSERT_EQ(LoadText(kSmallDocument, set), S_OK);
+
+  VEKLightXmlElement root = vek_test::ParseXml(kSmallDocument);
+  VEKLightXmlParser parser;
+  VEKLightXmlOutputStreamBuffer expected;
+  ASSERT_NE(parser.GetXml(root, expected), 0);
+  unsigned char* bytes = nullptr;
+  int length = 0;
+  expected.GetBuffer(bytes, length);
+  const std::string expectedText(reinterpret_cast<char*>(bytes), static_cast<std::size_t>(length));
+  delete[] bytes;
+  EXPECT_EQ(vek_test::ReadFileBytes(DumpFileName()), expectedText);
+}
+
+TEST_F(CurrentLoad, GenerateFileNeedsANameAndIgnoresUnopenablePaths) {
+  VEKLightXmlElement root = vek_test::ParseXml("<a b='1'><c>t</c></a>");
+  VEKUnicodeString empty;
+  EXPECT_EQ(util_.GenerateFile(empty, root), E_FAIL);
+  VEKUnicodeString missingFolder("no/such/folder/dump.xml");
+  EXPECT_EQ(util_.GenerateFile(missingFolder, root), S_OK);
+  EXPECT_TRUE(std::filesystem::is_empty(directory_.Path()));
+
+  VEKUnicodeString name("dump.xml");
+  ASSERT_EQ(util_.GenerateFile(name, root), S_OK);
+  EXPECT_EQ(vek_test::ReadFileBytes("dump.xml"), "<a b=\"1\"><c>t</c></a>");
+  VEKLightXmlElement nothing;
+  ASSERT_EQ(util_.GenerateFile(name, nothing), S_OK);
+  EXPECT_EQ(vek_test::ReadFileBytes("dump.xml"), "");
+}

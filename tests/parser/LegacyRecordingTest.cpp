@@ -1,0 +1,381 @@
+// Legacy-schema builders and the order-group pass against the recording model: which model
+// operations they make, in which order, how they react to refusals, and that every reference
+// they obtain is released.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ParserTestSupport.h"
+#include "RecordingModel.h"
+#include "VEKTPSLightParserUtil.h"
+
+namespace {
+
+using vek_test::RecordingContainer;
+using vek_test::RecordingKind;
+using Lines = std::vector<std::string>;
+
+std::string Values(const std::vector<std::string>& items) {
+  std::string xml;
+  for (const std::string& item : items) xml += "<I V=\"" + item + "\"/>";
+  return xml;
+}
+
+const std::string kTTRS = "<TTRS><Na V=\"n\"/><In V=\"3\"/><Ui V=\"u\"/><Gd>" +
+                          Values({";4;7", ""}) + "</Gd><Xx V=\"9\"/></TTRS>";
+const std::string kAnnotation =
+    "<TPS>" + Values({"3", "2.5", "Flat", "4", "1", "9", "2", "u", "at", ";7;", ";1;x;"}) +
+    "</TPS>";
+const std::string kView = "<View>" + Values({"3", "Front", "8", "vu", ";1;6;"}) + "<Mt>" +
+                          Values({"0;0;1;1;0;0", "4;5;6"}) + "</Mt></View>";
+const std::string kRefFrame =
+    "<RefFrame>" + Values({"R", "x", "at", "ru", ";1;", ";3;"}) + "</RefFrame>";
+const std::string kCG =
+    "<CG>" + Values({"5", "Axis", "x", "2", "at", "cu", ";4;", ";9;"}) + "</CG>";
+const std::string kCapture =
+    "<Capture>" + Values({"11", "2", "6", "Cap", "cu", " 1 ", " 2 ", " 5 "}) + "<Cam>" +
+    Values({"1 2 3", "4 5 6", "7 8 9", "1 1 1", "3"}) + "</Cam><Gd><I V=\"1\"/></Gd></Capture>";
+
+// A recording model with a set S1 holding annotation A1 (id 1), view V1 (id 2) and construction
+// geometry G1 (id 5), the ledger cleared after their making.
+class LegacyRecording : public ::testing::Test {
+ protected:
+  void SetUp() override { MakeModel(); }
+  void TearDown() override { CheckReleased(); }
+
+  void MakeModel() {
+    container_.reset(new RecordingContainer());
+    ASSERT_TRUE(container_);
+    ASSERT_EQ(S_OK, container_->CreateLightSet(set_.GetAddressOf(), nullptr));
+    {
+      VEKComPtr<VEKITPSLightAnnotation> annotation;
+      VEKComPtr<VEKITPSLightView> view;
+      VEKComPtr<VEKITPSLightCG> cg;
+      ASSERT_EQ(S_OK, container_->CreateAnnotation(annotation.GetAddressOf(), set_.Get()));
+      ASSERT_EQ(S_OK, container_->CreateView(view.GetAddressOf(), set_.Get()));
+      ASSERT_EQ(S_OK, container_->CreateCG(cg.GetAddressOf(), set_.Get()));
+    }
+    (void)container_->Get<VEKITPSLight>("A1")->SetId(1);
+    (void)container_->Get<VEKITPSLight>("V1")->SetId(2);
+    (void)container_->Get<VEKITPSLight>("G1")->SetId(5);
+    Ledger().Clear();
+  }
+  void CheckReleased() {
+    set_.Reset();
+    EXPECT_EQ(0, container_->OutstandingReferences()) << Ledger().Text();
+    EXPECT_EQ(0, container_->OverReleases()) << Ledger().Text();
+  }
+
+  // Runs one builder on the single element of `xml`; BuildAnnotation's lists are freed here.
+  HRESULT Build(const std::string& xml) {
+    VEKLightXmlElement element = vek_test::ParseXml(xml);
+    EXPECT_FALSE(element.IsNull());
+    const VEKUnicodeString& name = element.GetName();
+    VEKTPSLightContainer* container = container_.get();
+    if (name == "TTRS") return parser_.BuildTTRS(container, set_.Get(), element);
+    if (name == "View") return parser_.BuildView(container, set_.Get(), element);
+    if (name == "RefFrame") return parser_.BuildRefFrame(container, set_.Get(), element);
+    if (name == "CG") return parser_.BuildCG(container, set_.Get(), element);
+    if (name == "Capture") return parser_.BuildCapture(container, set_.Get(), element);
+    VEKRawCollPV groups(0);
+    const HRESULT result = parser_.BuildAnnotation(container, set_.Get(), element, &groups);
+    for (int k = 1; k <= groups.Size(); ++k) {
+      delete static_cast<VEKListValVEKUnicodeString*>(groups[k]);
+    }
+    return result;
+  }
+  vek_test::Ledger& Ledger() { return container_->GetLedger(); }
+  const Lines& LinesSoFar() { return Ledger().Lines(); }
+
+  // Declared before every holder of its objects, so that the holders release first.
+  std::unique_ptr<RecordingContainer> container_;
+  VEKComPtr<VEKITPSLightSet> set_;
+  VEKTPSLightParserUtil parser_;
+};
+
+TEST_F(LegacyRecording, TTRSReleasesItsFaceBeforeAddingGeometry) {
+  EXPECT_EQ(S_OK, Build(kTTRS));
+  EXPECT_EQ((Lines{"CreateTTRS(S1) -> T1", "T1.QueryInterface(VEKITPSLight) -> ok",
+                   "T1.SetName(\"n\")", "T1.SetId(3)", "T1.SetUuid(\"u\")", "T1.Release()",
+                   "T1.AddGeometry([4,7])", "T1.Release()"}),
+            LinesSoFar());
+}
+
+TEST_F(LegacyRecording, AnnotationAppliesItsItemsInOrder) {
+  EXPECT_EQ(S_OK, Build(kAnnotation));
+  EXPECT_EQ((Lines{"CreateAnnotation(S1) -> A2", "A2.QueryInterface(VEKITPSLight) -> ok",
+                   "A2.SetType(3)", "A2.SetValue(2.5)", "A2.SetName(\"Flat\")", "A2.SetId(4)",
+                   "A2.SetDefault(1)", "A2.SetReference(9)", "A2.SetStatus(2)", "A2.SetUuid(\"u\")",
+                   "A2.SetAttribute(\"at\")", "A2.Release()", "A2.AddTTRS(7)", "A2.Release()"}),
+            LinesSoFar());
+}
+
+TEST_F(LegacyRecording, OrderGroupsResolveAnnotationsOnly) {
+  // A2 names itself, then "x" (id 0), then the view's id 2 (not an annotation kind), then A1.
+  const std::string xml = "<Annotations><TPS>" +
+                          Values({"1", "0", "A", "7", "0", "0", "0", "", "", "", ";7;x;2;1;"}) +
+                          "</TPS></Annotations>";
+  VEKLightXmlElement root = vek_test::ParseXml("<TolerancingData>" + xml + "</TolerancingData>");
+  // No annotation built: the pass does not run.
+  VEKLightXmlElement refused =
+      vek_test::ParseXml("<TolerancingData><Annotations><TPS/></Annotations></TolerancingData>");
+  EXPECT_EQ(S_OK, parser_.GenerateAnnotations(container_.get(), set_.Get(), refused));
+  EXPECT_TRUE(LinesSoFar().empty()) << Ledger().Text();
+  // Two annotations in the set, one list collected: nothing is linked.
+  EXPECT_EQ(S_OK, parser_.GenerateAnnotations(container_.get(), set_.Get(), root));
+  EXPECT_TRUE(Ledger().Filter("A2.SetOrderGroup").empty());
+  EXPECT_EQ(Lines{"S1.GetAnnotations()"}, Ledger().Filter("S1."));
+
+  VEKListValVEKUnicodeString none;
+  VEKListValVEKUnicodeString ids;
+  for (const char* id : {"7", "x", "2", "1"}) ASSERT_EQ(S_OK, ids.Append(id));
+  VEKRawCollPV groups(0);
+  ASSERT_EQ(S_OK, groups.Append(&none));
+  ASSERT_EQ(S_OK, groups.Append(&ids));
+  Ledger().Clear();
+  EXPECT_EQ(S_OK, parser_.AssoTPSOrderGroup(set_.Get(), groups));
+  EXPECT_EQ((Lines{"S1.GetAnnotations()", "S1.GetObjectFromId(7, 1) -> A2",
+                   "S1.GetObjectFromId(0, 1) -> fail", "S1.GetObjectFromId(2, 1) -> fail",
+                   "S1.GetObjectFromId(1, 1) -> A1", "A2.SetOrderGroup([A2,A1])"}),
+            Ledger().Operations());
+
+  container_->RemoveBroker();
+  Ledger().Clear();
+  EXPECT_EQ(S_OK, parser_.AssoTPSOrderGroup(set_.Get(), groups));
+  EXPECT_EQ(Lines{"S1.GetAnnotations()"}, Ledger().Operations());
+}
+
+TEST_F(LegacyRecording, ViewTellsEachAnnotationAboutItself) {
+  EXPECT_EQ(S_OK, Build(kView));
+  EXPECT_EQ((Lines{"CreateView(S1) -> V2",
+                   "V2.QueryInterface(VEKITPSLight) -> ok",
+                   "V2.SetType(3)",
+                   "V2.SetName(\"Front\")",
+                   "V2.SetId(8)",
+                   "V2.SetUuid(\"vu\")",
+                   "V2.Release()",
+                   "S1.QueryInterface(VEKITPSIdBroker) -> ok",
+                   "S1.GetObjectFromId(1, 1) -> A1",
+                   "A1.QueryInterface(VEKITPSLightModel) -> ok",
+                   "A1.SetView(V2)",
+                   "A1.Release()",
+                   "V2.AddTPS(A1)",
+                   "A1.Release()",
+                   "S1.GetObjectFromId(6, 1) -> fail",
+                   "S1.Release()",
+                   "V2.SetNormal(0, 0, 1)",
+                   "V2.SetDirection(1, 0, 0)",
+                   "V2.SetOrigin(4, 5, 6)",
+                   "V2.Release()"}),
+            LinesSoFar());
+}
+
+TEST_F(LegacyRecording, RefFrameLooksUpDatumsAndPassesTTRSNumbers) {
+  EXPECT_EQ(S_OK, Build(kRefFrame));
+  EXPECT_EQ((Lines{"CreateRefFrame(S1) -> R1", "R1.QueryInterface(VEKITPSLight) -> ok",
+                   "R1.SetName(\"R\")", "R1.SetId(32)", "R1.SetAttribute(\"at\")",
+                   "R1.SetUuid(\"ru\")", "R1.Release()", "S1.QueryInterface(VEKITPSIdBroker) -> ok",
+                   "S1.GetObjectFromId(1, 1) -> A1", "R1.AddDatum(A1)", "A1.Release()",
+                   "S1.Release()", "R1.AddTTRS(3)", "R1.Release()"}),
+            LinesSoFar());
+}
+
+TEST_F(LegacyRecording, EmptyIdListsAskForNoBroker) {
+  EXPECT_EQ(S_OK, Build("<View>" + Values({"1", "", "1", "", ""}) + "</View>"));
+  EXPECT_EQ(S_OK, Build("<RefFrame>" + Values({"", "1", "", "", "", ";3;"}) + "</RefFrame>"));
+  EXPECT_TRUE(Ledger().Filter("S1.").empty()) << Ledger().Text();
+}
+
+TEST_F(LegacyRecording, CGReportsFailureAfterACompleteBuild) {
+  EXPECT_EQ(E_FAIL, Build(kCG));
+  EXPECT_EQ((Lines{"CreateCG(S1) -> G2", "G2.QueryInterface(VEKITPSLight) -> ok", "G2.SetType(5)",
+                   "G2.SetName(\"Axis\")", "G2.SetId(5)", "G2.SetStatus(2)",
+                   "G2.SetAttribute(\"at\")", "G2.SetUuid(\"cu\")", "G2.AddTTRS(4)",
+                   "G2.AddTRep(9)", "G2.Release()", "G2.Release()"}),
+            LinesSoFar());
+}
+
+TEST_F(LegacyRecording, CaptureLinksBothWaysOnlyWithItsActiveView) {
+  EXPECT_EQ(S_OK, Build(kCapture));
+  EXPECT_EQ((Lines{"CreateCapture(S1) -> C1",
+                   "S1.QueryInterface(VEKITPSIdBroker) -> ok",
+                   "C1.QueryInterface(VEKITPSLight) -> ok",
+                   "C1.SetId(11)",
+                   "S1.GetObjectFromId(2, 2) -> V1",
+                   "V1.QueryInterface(VEKITPSLightView) -> ok",
+                   "C1.QueryInterface(VEKBaseUnknown) -> ok",
+                   "V1.AddCapture(C1)",
+                   "C1.Release()",
+                   "V1.Release()",
+                   "C1.SetActiveView(V1)",
+                   "V1.Release()",
+                   "C1.SetClippingPlane(6)",
+                   "C1.SetName(\"Cap\")",
+                   "C1.SetUuid(\"cu\")",
+                   "C1.Release()",
+                   "S1.GetObjectFromId(1, 1) -> A1",
+                   "C1.AddTPS(A1)",
+                   "A1.Release()",
+                   "S1.GetObjectFromId(2, 2) -> V1",
+                   "C1.AddView(V1)",
+                   "V1.Release()",
+                   "S1.GetObjectFromId(5, 5) -> G1",
+                   "C1.AddCG(G1)",
+                   "G1.Release()",
+                   "C1.SetCameraPosition(1, 2, 3)",
+                   "C1.SetCameraDirection(4, 5, 6)",
+                   "C1.SetCameraZenith(7, 8, 9)",
+                   "C1.SetCameraTarget(1, 1, 1)",
+                   "C1.SetCameraType(3)",
+                   "S1.Release()",
+                   "C1.Release()"}),
+            LinesSoFar());
+}
+
+TEST_F(LegacyRecording, CaptureActiveViewFollowsTheSharedNumber) {
+  // Item 2 does not convert: the capture's own number 2 is looked up as the view.
+  EXPECT_EQ(S_OK, Build("<Capture>" + Values({"2", "x", "", "", "", "", "", ""}) + "</Capture>"));
+  EXPECT_EQ((Lines{"CreateCapture(S1) -> C1", "C1.SetId(2)", "S1.GetObjectFromId(2, 2) -> V1",
+                   "V1.AddCapture(C1)", "C1.SetActiveView(V1)", "C1.SetClippingPlane(2)",
+                   "C1.SetName(\"\")", "C1.SetUuid(\"\")"}),
+            Ledger().Operations());
+  // Item 2 of 0 looks nothing up.
+  Ledger().Clear();
+  EXPECT_EQ(S_OK, Build("<Capture>" + Values({"2", "0", "", "", "", "", "", ""}) + "</Capture>"));
+  EXPECT_EQ((Lines{"CreateCapture(S1) -> C2", "C2.SetId(2)", "C2.SetClippingPlane(0)",
+                   "C2.SetName(\"\")", "C2.SetUuid(\"\")"}),
+            Ledger().Operations());
+}
+
+struct Refusal {
+  const char* what;
+  const std::string* xml;
+  std::function<void(RecordingContainer&)> control;
+  HRESULT result;
+  Lines operations;
+};
+
+TEST_F(LegacyRecording, RefusalsLeaveTheRestOfTheBuild) {
+  const auto refuseCreation = [](RecordingKind kind) {
+    return [kind](RecordingContainer& container) { container.RefuseCreation(kind); };
+  };
+  const auto refuseLight = [](RecordingKind kind) {
+    return [kind](RecordingContainer& container) {
+      container.RefuseInterface(kind, VEKITPSLight::kIID);
+    };
+  };
+  const auto removeBroker = [](RecordingContainer& container) { container.RemoveBroker(); };
+  const Refusal rows[] = {
+      {"TTRS created",
+       &kTTRS,
+       refuseCreation(RecordingKind::TTRS),
+       E_FAIL,
+       {"CreateTTRS(S1) -> refused"}},
+      {"TTRS light",
+       &kTTRS,
+       refuseLight(RecordingKind::TTRS),
+       S_OK,
+       {"CreateTTRS(S1) -> T1", "T1.AddGeometry([4,7])"}},
+      {"annotation created",
+       &kAnnotation,
+       refuseCreation(RecordingKind::Annotation),
+       E_FAIL,
+       {"CreateAnnotation(S1) -> refused"}},
+      {"annotation light",
+       &kAnnotation,
+       refuseLight(RecordingKind::Annotation),
+       S_OK,
+       {"CreateAnnotation(S1) -> A2", "A2.AddTTRS(7)"}},
+      {"view created",
+       &kView,
+       refuseCreation(RecordingKind::View),
+       E_FAIL,
+       {"CreateView(S1) -> refused"}},
+      {"view light",
+       &kView,
+       refuseLight(RecordingKind::View),
+       S_OK,
+       {"CreateView(S1) -> V2", "V2.SetNormal(0, 0, 1)", "V2.SetDirection(1, 0, 0)",
+        "V2.SetOrigin(4, 5, 6)"}},
+      {"view broker",
+       &kView,
+       removeBroker,
+       S_OK,
+       {"CreateView(S1) -> V2", "V2.SetType(3)", "V2.SetName(\"Front\")", "V2.SetId(8)",
+        "V2.SetUuid(\"vu\")", "V2.SetNormal(0, 0, 1)", "V2.SetDirection(1, 0, 0)",
+        "V2.SetOrigin(4, 5, 6)"}},
+      {"reference frame created",
+       &kRefFrame,
+       refuseCreation(RecordingKind::RefFrame),
+       E_FAIL,
+       {"CreateRefFrame(S1) -> refused"}},
+      {"reference frame light",
+       &kRefFrame,
+       refuseLight(RecordingKind::RefFrame),
+       S_OK,
+       {"CreateRefFrame(S1) -> R1", "S1.GetObjectFromId(1, 1) -> A1", "R1.AddDatum(A1)",
+        "R1.AddTTRS(3)"}},
+      {"reference frame broker",
+       &kRefFrame,
+       removeBroker,
+       S_OK,
+       {"CreateRefFrame(S1) -> R1", "R1.SetName(\"R\")", "R1.SetId(32)", "R1.SetAttribute(\"at\")",
+        "R1.SetUuid(\"ru\")", "R1.AddTTRS(3)"}},
+      {"CG created", &kCG, refuseCreation(RecordingKind::CG), E_FAIL, {"CreateCG(S1) -> refused"}},
+      {"CG light", &kCG, refuseLight(RecordingKind::CG), E_FAIL, {"CreateCG(S1) -> G2"}},
+      {"capture created",
+       &kCapture,
+       refuseCreation(RecordingKind::Capture),
+       E_FAIL,
+       {"CreateCapture(S1) -> refused"}},
+      {"capture light",
+       &kCapture,
+       refuseLight(RecordingKind::Capture),
+       S_OK,
+       {"CreateCapture(S1) -> C1", "S1.GetObjectFromId(1, 1) -> A1", "C1.AddTPS(A1)",
+        "S1.GetObjectFromId(2, 2) -> V1", "C1.AddView(V1)", "S1.GetObjectFromId(5, 5) -> G1",
+        "C1.AddCG(G1)", "C1.SetCameraPosition(1, 2, 3)", "C1.SetCameraDirection(4, 5, 6)",
+        "C1.SetCameraZenith(7, 8, 9)", "C1.SetCameraTarget(1, 1, 1)", "C1.SetCameraType(3)"}},
+      {"capture broker", &kCapture, removeBroker, S_OK, {"CreateCapture(S1) -> C1"}},
+  };
+  for (const Refusal& row : rows) {
+    CheckReleased();
+    MakeModel();
+    row.control(*container_);
+    EXPECT_EQ(row.result, Build(*row.xml)) << row.what;
+    EXPECT_EQ(row.operations, Ledger().Operations()) << row.what;
+  }
+}
+
+TEST_F(LegacyRecording, MissingArgumentsTouchNothing) {
+  VEKLightXmlElement root = vek_test::ParseXml("<TolerancingData/>");
+  VEKRawCollPV groups(0);
+  using Call = std::function<HRESULT(VEKTPSLightContainer*, VEKITPSLightSet*)>;
+  const Call calls[] = {
+      [&](auto* c, auto* s) { return parser_.GenerateTTRS(c, s, root); },
+      [&](auto* c, auto* s) { return parser_.BuildTTRS(c, s, root); },
+      [&](auto* c, auto* s) { return parser_.GenerateAnnotations(c, s, root); },
+      [&](auto* c, auto* s) { return parser_.BuildAnnotation(c, s, root, &groups); },
+      [&](auto* c, auto* s) { return parser_.GenerateViews(c, s, root); },
+      [&](auto* c, auto* s) { return parser_.BuildView(c, s, root); },
+      [&](auto* c, auto* s) { return parser_.GenerateRefFrame(c, s, root); },
+      [&](auto* c, auto* s) { return parser_.BuildRefFrame(c, s, root); },
+      [&](auto* c, auto* s) { return parser_.GenerateCG(c, s, root); },
+      [&](auto* c, auto* s) { return parser_.BuildCG(c, s, root); },
+      [&](auto* c, auto* s) { return parser_.GenerateCapture(c, s, root); },
+      [&](auto* c, auto* s) { return parser_.BuildCapture(c, s, root); },
+  };
+  for (const Call& call : calls) {
+    EXPECT_EQ(E_FAIL, call(nullptr, set_.Get()));
+    EXPECT_EQ(E_FAIL, call(container_.get(), nullptr));
+  }
+  EXPECT_EQ(E_FAIL, parser_.BuildAnnotation(container_.get(), set_.Get(), root, nullptr));
+  // Without its family root each walker builds nothing and succeeds.
+  EXPECT_EQ(S_OK, parser_.GenerateCapture(container_.get(), set_.Get(), root));
+  EXPECT_TRUE(LinesSoFar().empty()) << Ledger().Text();
+}
+
+}  // namespace
