@@ -1,0 +1,640 @@
+// The vektps tool end to end: the built binary runs in a temporary working directory on the
+// example documents and on broken ones, in each input form.
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "VEKCodePage.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+const std::string kExamples = VEK_EXAMPLES_DIR;
+const std::string kData = std::string(VEK_TEST_SOURCE_DIR) + "/data";
+const char* const kDumpName = "E:\\TPSLoadXML.xml";
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+std::string Base64(const std::string& bytes) {
+  VEKUnicodeString text;
+  EXPECT_EQ(0, VEKCodePage::ConvertToBase64(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                            static_cast<unsigned int>(bytes.size()), text));
+  return text.ConvertToChar();
+}
+
+std::string Zlib(const std::string& bytes) {
+  uLongf length = compressBound(static_cast<uLong>(bytes.size()));
+  std::string compressed(length, '\0');
+  EXPECT_EQ(Z_OK, compress2(reinterpret_cast<Bytef*>(compressed.data()), &length,
+                            reinterpret_cast<const Bytef*>(bytes.data()),
+                            static_cast<uLong>(bytes.size()), 9));
+  compressed.resize(length);
+  return compressed;
+}
+
+// `utf8` as UTF-16 little-endian with a byte order mark, declared as such.
+std::string Utf16(std::string utf8) {
+  const std::string declared = "encoding=\"UTF-8\"";
+  const std::size_t at = utf8.find(declared);
+  if (at != std::string::npos) utf8.replace(at, declared.size(), "encoding=\"UTF-16\"");
+  std::string out = "\xFF\xFE";
+  const auto unit = [&out](unsigned value) {
+    out += static_cast<char>(value & 0xFF);
+    out += static_cast<char>(value >> 8);
+  };
+  for (std::size_t k = 0; k < utf8.size();) {
+    const auto lead = static_cast<unsigned char>(utf8[k]);
+    const int extra = lead < 0x80 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
+    unsigned code = extra == 0 ? lead : lead & (0x3F >> extra);
+    for (int n = 1; n <= extra; ++n) code = (code << 6) | (utf8[k + n] & 0x3F);
+    k += static_cast<std::size_t>(extra) + 1;
+    if (code >= 0x10000) {
+      unit(0xD800 + ((code - 0x10000) >> 10));
+      unit(0xDC00 + ((code - 0x10000) & 0x3FF));
+    } else {
+      unit(code);
+    }
+  }
+  return out;
+}
+
+struct Outcome {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+// ---- the shape of the JSON export ----
+
+void ExpectKeys(const Json& object, const std::vector<std::string>& keys, const std::string& at) {
+  ASSERT_TRUE(object.is_object()) << at;
+  std::vector<std::string> actual;
+  for (auto member = object.begin(); member != object.end(); ++member)
+    actual.push_back(member.key());
+  EXPECT_EQ(keys, actual) << at;
+}
+
+void ExpectIntOrNull(const Json& value, const std::string& at) {
+  EXPECT_TRUE(value.is_null() || value.is_number_integer()) << at;
+}
+
+void ExpectTextOrNull(const Json& value, const std::string& at) {
+  EXPECT_TRUE(value.is_null() || value.is_string()) << at;
+}
+
+void ExpectVectorOrNull(const Json& value, const std::string& at) {
+  if (value.is_null()) return;
+  ASSERT_TRUE(value.is_array()) << at;
+  EXPECT_EQ(3u, value.size()) << at;
+  for (const Json& number : value) EXPECT_TRUE(number.is_number()) << at;
+}
+
+void ExpectInts(const Json& value, bool nullsAllowed, const std::string& at) {
+  ASSERT_TRUE(value.is_array()) << at;
+  for (const Json& item : value) {
+    EXPECT_TRUE(item.is_number_integer() || (nullsAllowed && item.is_null())) << at;
+  }
+}
+
+void ExpectRepOrNull(const Json& rep, const std::string& at) {
+  if (rep.is_null()) return;
+  ExpectKeys(rep, {"nodes", "meshes", "primitives", "vertices", "bytes"}, at);
+  for (const Json& count : rep) EXPECT_TRUE(count.is_number_unsigned()) << at;
+}
+
+void ExpectObject(const Json& object, const std::vector<std::string>& own, const std::string& at) {
+  std::vector<std::string> keys = {"id", "name", "uuid", "type", "status", "rep"};
+  keys.insert(keys.end(), own.begin(), own.end());
+  ExpectKeys(object, keys, at);
+  ExpectIntOrNull(object["id"], at);
+  ExpectTextOrNull(object["name"], at);
+  ExpectTextOrNull(object["uuid"], at);
+  ExpectIntOrNull(object["type"], at);
+  ExpectIntOrNull(object["status"], at);
+  ExpectRepOrNull(object["rep"], at);
+}
+
+// Every member of the export, by name, order and type.
+void ExpectShape(const Json& json) {
+  ExpectKeys(json, {"schema", "result", "sets"}, "top");
+  EXPECT_TRUE(json["schema"] == "current" || json["schema"] == "legacy");
+  ASSERT_TRUE(json["result"].is_string());
+  EXPECT_EQ(10u, json["result"].get<std::string>().size());
+  ASSERT_TRUE(json["sets"].is_array());
+  for (const Json& set : json["sets"]) {
+    ExpectKeys(set,
+               {"name", "standard", "uuid", "type", "status", "ttrs", "annotations", "views",
+                "refFrames", "cgs", "captures", "unresolved"},
+               "set");
+    for (const char* text : {"name", "standard", "uuid"}) ExpectTextOrNull(set[text], text);
+    for (const char* number : {"type", "status"}) ExpectIntOrNull(set[number], number);
+    for (const Json& ttrs : set["ttrs"]) {
+      ExpectObject(ttrs, {"geometry"}, "ttrs");
+      for (const Json& list : ttrs["geometry"]) {
+        if (!list.is_null()) ExpectInts(list, false, "geometry");
+      }
+    }
+    for (const Json& annotation : set["annotations"]) {
+      ExpectObject(
+          annotation,
+          {"value", "default", "reference", "attribute", "ttrs", "graphic", "views", "orderGroup"},
+          "annotation");
+      EXPECT_TRUE(annotation["value"].is_null() || annotation["value"].is_number());
+      EXPECT_TRUE(annotation["default"].is_boolean());
+      ExpectIntOrNull(annotation["reference"], "reference");
+      ExpectTextOrNull(annotation["attribute"], "attribute");
+      ExpectInts(annotation["ttrs"], false, "annotation ttrs");
+      ExpectRepOrNull(annotation["graphic"], "annotation graphic");
+      ExpectInts(annotation["views"], true, "annotation views");
+      if (!annotation["orderGroup"].is_null()) ExpectInts(annotation["orderGroup"], true, "group");
+    }
+    for (const Json& view : set["views"]) {
+      ExpectObject(view, {"origin", "normal", "direction", "annotations", "captures"}, "view");
+      for (const char* vector : {"origin", "normal", "direction"})
+        ExpectVectorOrNull(view[vector], vector);
+      ExpectInts(view["annotations"], true, "view annotations");
+      ExpectInts(view["captures"], true, "view captures");
+    }
+    for (const Json& frame : set["refFrames"]) {
+      ExpectObject(frame, {"attribute", "datums", "ttrs"}, "refFrame");
+      ExpectTextOrNull(frame["attribute"], "refFrame attribute");
+      ExpectInts(frame["datums"], true, "datums");
+      ExpectInts(frame["ttrs"], false, "refFrame ttrs");
+    }
+    for (const Json& cg : set["cgs"]) {
+      ExpectObject(cg, {"attribute", "ttrs", "treps"}, "cg");
+      ExpectTextOrNull(cg["attribute"], "cg attribute");
+      ExpectInts(cg["ttrs"], false, "cg ttrs");
+      ExpectInts(cg["treps"], false, "treps");
+    }
+    for (const Json& capture : set["captures"]) {
+      ExpectObject(
+          capture,
+          {"activeView", "clippingPlane", "camera", "annotations", "views", "cgs", "graphic"},
+          "capture");
+      ExpectIntOrNull(capture["activeView"], "activeView");
+      ExpectIntOrNull(capture["clippingPlane"], "clippingPlane");
+      ExpectKeys(capture["camera"], {"type", "position", "direction", "zenith", "target"},
+                 "camera");
+      ExpectIntOrNull(capture["camera"]["type"], "camera type");
+      for (const char* vector : {"position", "direction", "zenith", "target"})
+        ExpectVectorOrNull(capture["camera"][vector], vector);
+      for (const char* list : {"annotations", "views", "cgs"})
+        ExpectInts(capture[list], true, list);
+      ExpectRepOrNull(capture["graphic"], "capture graphic");
+    }
+    for (const Json& missing : set["unresolved"]) {
+      ExpectKeys(missing, {"kind", "id"}, "unresolved");
+      EXPECT_TRUE(missing["kind"].is_number_integer());
+      EXPECT_TRUE(missing["id"].is_number_integer());
+    }
+  }
+}
+
+// ---- running the tool ----
+
+class Vektps : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (fs::temp_directory_path() / "vektps-tool-test-XXXXXX").string();
+    ASSERT_NE(nullptr, mkdtemp(pattern.data()));
+    root_ = pattern;
+    for (const char* folder : {"work", "capture", "tmp"}) fs::create_directory(root_ / folder);
+  }
+
+  void TearDown() override {
+    // No load leaves its dump in the working directory or its scratch directory behind.
+    EXPECT_FALSE(fs::exists(root_ / "work" / kDumpName));
+    EXPECT_TRUE(fs::is_empty(root_ / "tmp"));
+    std::error_code ignored;
+    fs::remove_all(root_, ignored);
+  }
+
+  Outcome Run(const std::vector<std::string>& arguments, const char* program = VEK_TOOL_PATH) {
+    const std::string out = (root_ / "capture" / "out").string();
+    const std::string err = (root_ / "capture" / "err").string();
+    const std::string work = (root_ / "work").string();
+    const std::string tmp = (root_ / "tmp").string();
+    std::vector<char*> argv = {const_cast<char*>(program)};
+    for (const std::string& argument : arguments)
+      argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+      const int outFile = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      const int errFile = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      if (outFile < 0 || errFile < 0 || dup2(outFile, 1) < 0 || dup2(errFile, 2) < 0 ||
+          chdir(work.c_str()) != 0 || setenv("TMPDIR", tmp.c_str(), 1) != 0) {
+        _exit(127);
+      }
+      execv(program, argv.data());
+      _exit(127);
+    }
+    int status = 0;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(out), ReadFile(err)};
+  }
+
+  // Writes `bytes` into the working directory; returns the file's name there.
+  std::string Write(const std::string& name, const std::string& bytes) {
+    std::ofstream(root_ / "work" / name, std::ios::binary) << bytes;
+    return name;
+  }
+
+  std::vector<std::string> WorkFiles() const {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(root_ / "work"))
+      names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  fs::path root_;
+};
+
+// ---- summary ----
+
+TEST_F(Vektps, SummaryOfEveryExampleInEachForm) {
+  const struct {
+    const char* file;
+    const char* header;
+    const char* row;
+  } rows[] = {
+      {"bracket.xml", "current schema, plain XML, load result 0x00000000",
+       "  1    Bracket MB-200  ISO 1101:2017     3            4      2           1    1         "
+       "1           0"},
+      {"pump_housing.xml", "current schema, plain XML, load result 0x00000000",
+       "  1    Pump housing PH-40  ISO 1101:2017    14           32      4           3    3      "
+       "   3           0"},
+      {"pump_housing.xml.b64", "current schema, base64 text, load result 0x00000000",
+       "  1    Pump housing PH-40  ISO 1101:2017    14           32      4           3    3      "
+       "   3           0"},
+      {"pump_housing.xml.z", "current schema, zlib data, load result 0x00000000",
+       "  1    Pump housing PH-40  ISO 1101:2017    14           32      4           3    3      "
+       "   3           0"},
+      {"gear_shaft_legacy.xml", "legacy schema, plain XML, load result 0x00000000",
+       "  1    Gear shaft GS-12  ASME Y14.5-2018     6           19      3           2    2      "
+       "   2           0"},
+  };
+  for (const auto& row : rows) {
+    const std::string path = kExamples + "/" + row.file;
+    const Outcome outcome = Run({"summary", path});
+    EXPECT_EQ(0, outcome.status) << row.file << outcome.err;
+    EXPECT_EQ("", outcome.err);
+    EXPECT_EQ(0u, outcome.out.find(path + ": " + row.header + "\n  set  name")) << outcome.out;
+    EXPECT_NE(std::string::npos, outcome.out.find(std::string("\n") + row.row + "\n"))
+        << outcome.out;
+  }
+  EXPECT_TRUE(WorkFiles().empty());
+}
+
+TEST_F(Vektps, SummaryOfSeveralFilesGoesOnPastAFailure) {
+  const Outcome outcome =
+      Run({"summary", kExamples + "/bracket.xml", "missing.xml", kData + "/legacy_counts.xml"});
+  EXPECT_EQ(1, outcome.status);
+  EXPECT_EQ("vektps: missing.xml: cannot open: No such file or directory\n", outcome.err);
+  EXPECT_NE(std::string::npos, outcome.out.find("Bracket MB-200"));
+  // A legacy set whose values were refused has neither name nor standard.
+  EXPECT_NE(std::string::npos,
+            outcome.out.find("  2    -      -            0            0      0           0    0"));
+}
+
+// ---- json ----
+
+TEST_F(Vektps, JsonOfEveryExampleFollowsTheShape) {
+  const struct {
+    const char* file;
+    const char* schema;
+    std::size_t annotations;
+  } rows[] = {{"bracket.xml", "current", 4},
+              {"pump_housing.xml", "current", 32},
+              {"gear_shaft_legacy.xml", "legacy", 19}};
+  for (const auto& row : rows) {
+    for (const bool pretty : {false, true}) {
+      std::vector<std::string> arguments = {"json", kExamples + "/" + row.file};
+      if (pretty) arguments.push_back("--pretty");
+      const Outcome outcome = Run(arguments);
+      ASSERT_EQ(0, outcome.status) << row.file << outcome.err;
+      EXPECT_EQ(pretty, outcome.out.find("\n  \"schema\"") != std::string::npos);
+      const Json json = Json::parse(outcome.out);
+      ExpectShape(json);
+      EXPECT_EQ(row.schema, json["schema"]);
+      EXPECT_EQ("0x00000000", json["result"]);
+      ASSERT_EQ(1u, json["sets"].size());
+      EXPECT_EQ(row.annotations, json["sets"][0]["annotations"].size());
+      EXPECT_EQ(Json::array(), json["sets"][0]["unresolved"]);
+    }
+  }
+}
+
+TEST_F(Vektps, PlainFileWithNonAsciiTextLoadsWhole) {
+  const Outcome outcome = Run({"json", kExamples + "/pump_housing.xml"});
+  ASSERT_EQ(0, outcome.status) << outcome.err;
+  const Json set = Json::parse(outcome.out)["sets"][0];
+  const Json& position = set["annotations"][5];
+  EXPECT_EQ("⌀0.1 Ⓜ A B C", position["attribute"]);
+  EXPECT_EQ((Json{6, 7, 8, 9}), position["orderGroup"]);
+  EXPECT_EQ(Json::parse(R"({"nodes":3,"meshes":2,"primitives":3,"vertices":17,"bytes":1400})"),
+            position["graphic"]);
+  // The captures stand at the end of the document: it was not cut short.
+  ASSERT_EQ(3u, set["captures"].size());
+  EXPECT_EQ("Shaft and seal", set["captures"][2]["name"]);
+  EXPECT_EQ("Bolt circle ⌀96", set["cgs"][1]["name"]);
+}
+
+TEST_F(Vektps, EveryInputFormGivesTheSameModel) {
+  const std::string pump = kExamples + "/pump_housing.xml";
+  const std::string plain = ReadFile(pump);
+  const std::string size = std::to_string(plain.size());
+  const std::string legacy = ReadFile(kExamples + "/gear_shaft_legacy.xml");
+  const std::string expected = Run({"json", pump}).out;
+  const std::string expectedLegacy = Run({"json", kExamples + "/gear_shaft_legacy.xml"}).out;
+  ASSERT_FALSE(expected.empty());
+
+  const std::string base64 = Write("pump.txt", Base64(plain));
+  const std::string zlib = Write("pump.bin", Zlib(plain));
+  const std::string legacyBase64 = Write("shaft.txt", Base64(legacy));
+  const std::string legacyZlib = Write("shaft.bin", Zlib(legacy));
+  const std::string wide = Write("pump16.xml", Utf16(plain));
+  const std::string legacyWide = Write("shaft16.xml", Utf16(legacy));
+  const struct {
+    std::vector<std::string> arguments;
+    const std::string& json;
+  } rows[] = {
+      {{"json", base64}, expected},
+      {{"json", "--base64", base64}, expected},
+      {{"json", zlib}, expected},
+      {{"json", "--zlib", zlib}, expected},
+      {{"json", zlib, "--zlib"}, expected},
+      {{"json", "--zlib", size, zlib}, expected},
+      {{"json", "--zlib=" + size, zlib}, expected},
+      {{"json", "--plain", pump}, expected},
+      {{"json", kExamples + "/pump_housing.xml.b64"}, expected},
+      {{"json", "--zlib", kExamples + "/pump_housing.xml.z"}, expected},
+      {{"json", legacyBase64}, expectedLegacy},
+      {{"json", "--zlib", legacyZlib}, expectedLegacy},
+      {{"json", wide}, expected},
+      {{"json", legacyWide}, expectedLegacy},
+  };
+  for (const auto& row : rows) {
+    const Outcome outcome = Run(row.arguments);
+    EXPECT_EQ(0, outcome.status) << row.arguments[1] << outcome.err;
+    EXPECT_EQ(row.json, outcome.out) << row.arguments[1];
+  }
+  EXPECT_EQ((std::vector<std::string>{"pump.bin", "pump.txt", "pump16.xml", "shaft.bin",
+                                      "shaft.txt", "shaft16.xml"}),
+            WorkFiles());
+}
+
+TEST_F(Vektps, JsonToAFileAndAfterAFailedLoad) {
+  Outcome outcome = Run({"json", kExamples + "/bracket.xml", "-o", "bracket.json"});
+  EXPECT_EQ(0, outcome.status) << outcome.err;
+  EXPECT_EQ("", outcome.out);
+  ExpectShape(Json::parse(ReadFile((root_ / "work" / "bracket.json").string())));
+
+  // The export of a load that made no set still tells its result.
+  const std::string noSet = Write("no_set.xml",
+                                  "<Functional_Tolerancing_Annotation><RootTPSs/>"
+                                  "</Functional_Tolerancing_Annotation>");
+  outcome = Run({"json", noSet});
+  EXPECT_EQ(1, outcome.status);
+  EXPECT_EQ(R"({"schema":"current","result":"0x80004005","sets":[]})"
+            "\n",
+            outcome.out);
+  EXPECT_EQ(
+      "vektps: no_set.xml: load failed (0x80004005): the root has no AnnotationSet child, so no "
+      "set is made\n",
+      outcome.err);
+
+  outcome = Run({"json", kExamples + "/bracket.xml", "-o", "missing/out.json"});
+  EXPECT_EQ(1, outcome.status);
+  EXPECT_NE(std::string::npos, outcome.err.find("cannot write JSON to missing/out.json"));
+}
+
+// ---- the dump ----
+
+TEST_F(Vektps, DumpIsKeptOnlyWhereAsked) {
+  Outcome outcome = Run({"summary", "--dump", "kept.xml", kExamples + "/bracket.xml"});
+  EXPECT_EQ(0, outcome.status) << outcome.err;
+  EXPECT_EQ((std::vector<std::string>{"kept.xml"}), WorkFiles());
+  const std::string dump = ReadFile((root_ / "work" / "kept.xml").string());
+  EXPECT_EQ(0u, dump.find("<Functional_Tolerancing_Annotation Version=\"2.1\">")) << dump;
+  EXPECT_NE(std::string::npos, dump.find("Bracket MB-200"));
+
+  outcome = Run({"json", kExamples + "/gear_shaft_legacy.xml", "--dump", "legacy.xml"});
+  EXPECT_EQ(0, outcome.status);
+  EXPECT_NE(std::string::npos, outcome.err.find("no dump was kept"));
+  EXPECT_EQ((std::vector<std::string>{"kept.xml"}), WorkFiles());
+
+  outcome = Run({"check", "--dump", "missing/kept.xml", kExamples + "/bracket.xml"});
+  EXPECT_EQ(1, outcome.status);
+  EXPECT_NE(std::string::npos, outcome.err.find("cannot write the dump to missing/kept.xml"));
+}
+
+// ---- check ----
+
+TEST_F(Vektps, CheckIsQuietOnTheExamples) {
+  std::vector<std::string> arguments = {"check"};
+  for (const char* file : {"bracket.xml", "pump_housing.xml", "pump_housing.xml.b64",
+                           "pump_housing.xml.z", "gear_shaft_legacy.xml"})
+    arguments.push_back(kExamples + "/" + file);
+  const Outcome outcome = Run(arguments);
+  EXPECT_EQ(0, outcome.status) << outcome.out << outcome.err;
+  EXPECT_EQ("", outcome.out);
+  EXPECT_EQ("", outcome.err);
+  EXPECT_TRUE(WorkFiles().empty());
+}
+
+TEST_F(Vektps, CheckPlacesUnresolvedReferencesAndDuplicateIds) {
+  const std::string file = kData + "/references.xml";
+  const Outcome outcome = Run({"check", file});
+  EXPECT_EQ(1, outcome.status);
+  EXPECT_EQ("", outcome.err);
+  const std::string p = file + ": ";
+  EXPECT_EQ(p + "line 4: RootTTRSs comes before any AnnotationSet, so its objects are not built\n" +
+                p + "line 14: annotation 1 \"Flatness\" names annotation 9 in its order group, " +
+                "which does not exist\n" + p + "line 16: duplicate annotation id 1, first given " +
+                "at line 12\n" + p + "line 24: view 11 \"Front\" names annotation 5, which is " +
+                "defined later, at line 35; a reference finds only objects defined before it\n" +
+                p + "line 28: capture 41 \"Main\" names view 13 as its active view, which does " +
+                "not exist\n" + p + "line 30: capture 41 \"Main\" names view 12, which does not " +
+                "exist\n" + p + "line 31: capture 41 \"Main\" names construction geometry 31, " +
+                "which does not exist\n" + p + "line 41: duplicate view id 11, first given at " +
+                "line 22\n",
+            outcome.out);
+}
+
+TEST_F(Vektps, CheckFindsLegacyObjectsWithAWrongCountOfValues) {
+  const std::string file = kData + "/legacy_counts.xml";
+  const Outcome outcome = Run({"check", file});
+  EXPECT_EQ(1, outcome.status);
+  const std::string p = file + ": ";
+  EXPECT_EQ(p + "line 5: AnnotationSet holds 4 values, not 5, so its set gets no values and no " +
+                "objects\n" + p + "line 8: TTRS has no Na, In or Ui child, so it is passed " +
+                "over\n" + p + "line 12: annotation 1 \"Datum A\" names annotation 7 in its " +
+                "order group, which does not exist\n" + p + "line 13: TPS holds 10 values, not " +
+                "11, so it is passed over\n" + p + "line 17: View holds 6 values, not 5, so it " +
+                "is passed over\n" + p + "line 21: RefFrame holds 5 values, not 6, so it is " +
+                "passed over\n" + p + "line 24: CG holds 7 values, not 8, so it is passed " +
+                "over\n" + p + "line 27: Capture holds 9 values, not 8, so it is passed over\n" +
+                p + "line 29: capture 42 \"Side\" names view 12 as its active view, which " +
+                "does not exist\n",
+            outcome.out);
+}
+
+TEST_F(Vektps, CheckTellsWhyALoadFailed) {
+  const std::string pump = ReadFile(kExamples + "/pump_housing.xml");
+  const std::string compressed = Zlib(pump);
+  const struct {
+    std::string name;
+    std::string bytes;
+    std::vector<std::string> flags;
+    std::string problem;
+  } rows[] = {
+      {"tags.xml",
+       "<Functional_Tolerancing_Annotation>\n  <AnnotationSet>\n  </AnnotationSt>\n"
+       "</Functional_Tolerancing_Annotation>\n",
+       {},
+       "load failed: XML error at line 3, column 5: Start-end tags mismatch"},
+      {"wide.xml",
+       "<TolerancingData>\n  <I V=\"⌀⌀\" W=\"x></TolerancingData>",
+       {},
+       "load failed: XML error at line 2, column 16: Error parsing element attribute"},
+      {"root.xml",
+       "<Drawing/>",
+       {},
+       "load failed: the root element is \"Drawing\", neither "
+       "\"Functional_Tolerancing_Annotation\" "
+       "(current schema) nor \"TolerancingData\" (legacy schema)"},
+      {"empty.xml",
+       "",
+       {},
+       "load failed: XML error at line 1, column 1: No document element found"},
+      {"text.b64",
+       "PEZ1bmN0aW9u*",
+       {"--base64"},
+       "load failed: the base64 text does not decode: '*' at offset 12 is not a base64 character"},
+      {"short.b64",
+       "PEZ1bmN0aW9",
+       {},
+       "load failed: the base64 text does not decode: it is empty, its padding is misplaced or its "
+       "length is not a whole number of 4-character groups"},
+      {"cut.z",
+       compressed.substr(0, compressed.size() / 2),
+       {},
+       "load failed: the zlib data does not decode: it ends before the end of its stream"},
+      {"tail.z",
+       compressed + "xx",
+       {},
+       "load failed: the zlib data does not decode: 2 bytes follow the end of its stream"},
+      {"small.z",
+       compressed,
+       {"--zlib", "100"},
+       "load failed: the zlib data decompresses to " + std::to_string(pump.size()) +
+           " bytes, more than SIZE 100"},
+      {"plain.z",
+       pump,
+       {"--zlib"},
+       "load failed: the zlib data does not decode: incorrect header check"},
+      {"no_set.xml",
+       "<Functional_Tolerancing_Annotation/>",
+       {},
+       "load failed (0x80004005): the root has no AnnotationSet child, so no set is made"},
+      {"short_set.xml",
+       "<TolerancingData>\n<AnnotationSet><I V=\"a\"/></AnnotationSet>\n</TolerancingData>",
+       {},
+       "load failed (0x80004005): no AnnotationSet holds exactly 5 values"},
+  };
+  for (const auto& row : rows) {
+    std::vector<std::string> arguments = {"check"};
+    arguments.insert(arguments.end(), row.flags.begin(), row.flags.end());
+    arguments.push_back(Write(row.name, row.bytes));
+    const Outcome outcome = Run(arguments);
+    EXPECT_EQ(1, outcome.status) << row.name;
+    EXPECT_EQ(0u, outcome.out.find(row.name + ": " + row.problem + "\n")) << outcome.out;
+    EXPECT_EQ("", outcome.err) << row.name;
+  }
+}
+
+// ---- the examples ----
+
+TEST_F(Vektps, ExamplesAreWhatTheGeneratorWrites) {
+  const Outcome outcome = Run({"."}, VEK_GENERATOR_PATH);
+  ASSERT_EQ(0, outcome.status) << outcome.err;
+  const std::vector<std::string> written = WorkFiles();
+  EXPECT_EQ((std::vector<std::string>{"gear_shaft_legacy.xml", "pump_housing.xml",
+                                      "pump_housing.xml.b64", "pump_housing.xml.z"}),
+            written);
+  for (const std::string& name : written) {
+    EXPECT_EQ(ReadFile(kExamples + "/" + name), ReadFile((root_ / "work" / name).string()))
+        << name << " differs from the generator's output: rebuild the example_documents target";
+  }
+}
+
+// ---- usage ----
+
+TEST_F(Vektps, UsageErrorsExitWithTwo) {
+  const std::string bracket = kExamples + "/bracket.xml";
+  const std::vector<std::vector<std::string>> rows = {
+      {},
+      {"frobnicate", bracket},
+      {"summary"},
+      {"summary", "--bogus", bracket},
+      {"json", bracket, bracket},
+      {"json", bracket, "-o"},
+      {"check", "--zlib", "--base64", bracket},
+      {"check", "--plain", "--base64", bracket},
+      {"summary", "--zlib=0", bracket},
+      {"summary", "--zlib=2147483648", bracket},
+      {"summary", "--zlib=12x", bracket},
+      {"summary", "--dump", "d.xml", bracket, bracket},
+  };
+  for (const auto& arguments : rows) {
+    const Outcome outcome = Run(arguments);
+    EXPECT_EQ(2, outcome.status) << (arguments.empty() ? "" : arguments[0]) << outcome.err;
+    EXPECT_EQ(0u, outcome.err.find("vektps: ")) << outcome.err;
+    EXPECT_EQ("", outcome.out);
+  }
+}
+
+TEST_F(Vektps, HelpAndVersion) {
+  Outcome outcome = Run({"--help"});
+  EXPECT_EQ(0, outcome.status);
+  for (const char* command : {"summary", "json", "check"})
+    EXPECT_NE(std::string::npos, outcome.out.find(command)) << command;
+  outcome = Run({"json", "--help"});
+  EXPECT_EQ(0, outcome.status);
+  for (const char* option :
+       {"--zlib [SIZE]", "--base64", "--plain", "--dump PATH", "-o,--output", "--pretty"})
+    EXPECT_NE(std::string::npos, outcome.out.find(option)) << option;
+  outcome = Run({"--version"});
+  EXPECT_EQ(0, outcome.status);
+  EXPECT_EQ(std::string("vektps ") + VEK_PROJECT_VERSION + "\n", outcome.out);
+}
+
+TEST_F(Vektps, UnreadableFilesAreNamed) {
+  const Outcome outcome = Run({"check", "absent.xml", (root_ / "tmp").string()});
+  EXPECT_EQ(1, outcome.status);
+  EXPECT_EQ("", outcome.out);
+  EXPECT_EQ("vektps: absent.xml: cannot open: No such file or directory\nvektps: " +
+                (root_ / "tmp").string() + ": cannot read: it is a directory\n",
+            outcome.err);
+}
+
+}  // namespace
