@@ -1,5 +1,6 @@
-// Writers of binary glTF 2.0 (GLB) fixtures for the tests: a container around any JSON text and
-// binary data, and ready-made valid scenes of points, lines and triangles.
+// Writers of binary glTF 2.0 (GLB) blobs, for the generated documents and the tests' fixtures: a
+// container around any JSON text and binary data, and ready-made valid scenes of points, lines and
+// triangles.
 #pragma once
 
 #include <cstddef>

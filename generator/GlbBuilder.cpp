@@ -80,6 +80,7 @@ std::string EncodeBase64(const unsigned char* bytes, std::size_t length) {
   static const char kAlphabet[] =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string text;
+  text.reserve((length + 2) / 3 * 4);
   for (std::size_t i = 0; i < length; i += 3) {
     const std::size_t remaining = length - i;
     std::uint32_t group = std::uint32_t{bytes[i]} << 16;

@@ -1,0 +1,218 @@
+#include "VEKBenchMeasures.h"
+
+#include <libdeflate.h>
+#include <libxml/parser.h>
+#include <time.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <pugixml.hpp>
+#include <stdexcept>
+#include <utility>
+
+#include "VEKComPtr.h"
+#include "VEKTPSLightParserUtil.h"
+
+namespace {
+
+// The file every current-schema load writes into the working directory.
+constexpr char kDumpFile[] = "E:\\TPSLoadXML.xml";
+
+double Seconds(clockid_t clock) {
+  timespec now{};
+  (void)clock_gettime(clock, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+void ExpectAnnotations(HRESULT result, VEKITPSLightSet* set, std::int64_t annotations,
+                       const char* load) {
+  if (result != S_OK || !set || set->GetAnnotations()->Count() != annotations) {
+    throw std::runtime_error(std::string(load) + " did not build the document's model");
+  }
+}
+
+struct DecompressorDeleter {
+  void operator()(libdeflate_decompressor* decompressor) const {
+    libdeflate_free_decompressor(decompressor);
+  }
+};
+
+// The base64 alphabet's values; 0xFF for every other byte.
+std::array<unsigned char, 256> MakeBase64Table() {
+  std::array<unsigned char, 256> table{};
+  table.fill(0xFF);
+  const char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  for (unsigned char value = 0; value < 64; ++value) {
+    table[static_cast<unsigned char>(alphabet[value])] = value;
+  }
+  return table;
+}
+
+// Decodes whole quanta; the last may end in one or two '='. Returns the bytes written, or -1.
+std::int64_t DecodeBase64(const std::string& text, char* out) {
+  static const std::array<unsigned char, 256> kTable = MakeBase64Table();
+  const auto* in = reinterpret_cast<const unsigned char*>(text.data());
+  std::size_t length = text.size();
+  if (length % 4 != 0) return -1;
+  std::size_t padding = 0;
+  if (length > 0 && in[length - 1] == '=') ++padding;
+  if (length > 1 && in[length - 2] == '=') ++padding;
+  std::size_t full = padding > 0 ? length - 4 : length;
+  char* target = out;
+  for (std::size_t k = 0; k < full; k += 4) {
+    const unsigned a = kTable[in[k]], b = kTable[in[k + 1]], c = kTable[in[k + 2]],
+                   d = kTable[in[k + 3]];
+    if ((a | b | c | d) & 0x80) return -1;
+    const unsigned group = (a << 18) | (b << 12) | (c << 6) | d;
+    target[0] = static_cast<char>(group >> 16);
+    target[1] = static_cast<char>(group >> 8);
+    target[2] = static_cast<char>(group);
+    target += 3;
+  }
+  if (padding > 0) {
+    const unsigned a = kTable[in[full]], b = kTable[in[full + 1]];
+    const unsigned c = padding == 1 ? kTable[in[full + 2]] : 0;
+    if ((a | b | c) & 0x80) return -1;
+    const unsigned group = (a << 18) | (b << 12) | (c << 6);
+    *target++ = static_cast<char>(group >> 16);
+    if (padding == 1) *target++ = static_cast<char>(group >> 8);
+  }
+  return target - out;
+}
+
+}  // namespace
+
+VEKBenchStopwatch::VEKBenchStopwatch()
+    : wallStart_(Seconds(CLOCK_MONOTONIC)), cpuStart_(Seconds(CLOCK_PROCESS_CPUTIME_ID)) {}
+
+VEKBenchTime VEKBenchStopwatch::Read() const {
+  return {Seconds(CLOCK_MONOTONIC) - wallStart_, Seconds(CLOCK_PROCESS_CPUTIME_ID) - cpuStart_};
+}
+
+void VEKPrepareBenchDocument(std::string xml, std::int64_t annotations, bool allForms,
+                             VEKBenchDocument& document) {
+  document.xml = std::move(xml);
+  document.annotations = annotations;
+  document.plainSource = VEKUnicodeString(document.xml.data(), document.xml.size());
+  if (!allForms) return;
+  if (!VEKEncodeDocumentForm(document.xml, VEKGeneratedForm::Base64, document.base64) ||
+      !VEKEncodeDocumentForm(document.xml, VEKGeneratedForm::Zlib, document.zlib)) {
+    throw std::runtime_error("the document's encoded forms could not be made");
+  }
+  document.base64Source = VEKUnicodeString(document.base64.data(), document.base64.size());
+}
+
+VEKBenchTime VEKTimeCurrentLoad(VEKBenchDocument& document, VEKGeneratedForm form) {
+  VEKTPSLightParserUtil parser;
+  VEKComPtr<VEKITPSLightSet> set;
+  HRESULT result = E_FAIL;
+  const VEKBenchStopwatch stopwatch;
+  switch (form) {
+    case VEKGeneratedForm::Plain:
+      result = parser.GenerateLightModelFromBase(document.plainSource, nullptr, set.GetAddressOf(),
+                                                 0, nullptr, 0, 0);
+      break;
+    case VEKGeneratedForm::Base64:
+      result = parser.GenerateLightModelFromBase(document.base64Source, nullptr, set.GetAddressOf(),
+                                                 1, nullptr, 0, 0);
+      break;
+    case VEKGeneratedForm::Zlib:
+      result = parser.GenerateLightModelFromBase(
+          document.plainSource, nullptr, set.GetAddressOf(), 0, document.zlib.data(),
+          static_cast<int>(document.xml.size()), static_cast<int>(document.zlib.size()));
+      break;
+  }
+  const VEKBenchTime time = stopwatch.Read();
+  ExpectAnnotations(result, set.Get(), document.annotations, "the current-schema load");
+  // Every run then writes its dump afresh, instead of first truncating the previous run's dump,
+  // whose size belongs to whatever document ran before.
+  (void)std::remove(kDumpFile);
+  return time;
+}
+
+VEKBenchTime VEKTimeLegacyLoad(const std::string& xml, std::int64_t annotations) {
+  VEKTPSLightParserUtil parser;
+  VEKComPtr<VEKITPSLightSet> set;
+  const VEKBenchStopwatch stopwatch;
+  const HRESULT result = parser.GenerateLightModel(xml.c_str(), nullptr, set.GetAddressOf());
+  const VEKBenchTime time = stopwatch.Read();
+  ExpectAnnotations(result, set.Get(), annotations, "the legacy load");
+  return time;
+}
+
+VEKBenchTime VEKTimePugixmlParse(const std::string& xml) {
+  pugi::xml_document document;
+  const VEKBenchStopwatch stopwatch;
+  const pugi::xml_parse_result result = document.load_buffer(xml.data(), xml.size());
+  const VEKBenchTime time = stopwatch.Read();
+  if (!result) throw std::runtime_error("pugixml could not parse the document");
+  return time;
+}
+
+VEKBenchTime VEKTimePugixmlSave(const std::string& xml, const char* path) {
+  pugi::xml_document document;
+  if (!document.load_buffer(xml.data(), xml.size())) {
+    throw std::runtime_error("pugixml could not parse the document");
+  }
+  const VEKBenchStopwatch stopwatch;
+  const bool saved = document.save_file(path, "", pugi::format_raw);
+  const VEKBenchTime time = stopwatch.Read();
+  if (!saved) throw std::runtime_error("pugixml could not save the document");
+  return time;
+}
+
+VEKBenchTime VEKTimeLibxml2Parse(const std::string& xml) {
+  const VEKBenchStopwatch stopwatch;
+  xmlDocPtr document =
+      xmlReadMemory(xml.data(), static_cast<int>(xml.size()), "document.xml", nullptr, 0);
+  const VEKBenchTime time = stopwatch.Read();
+  if (!document) throw std::runtime_error("libxml2 could not parse the document");
+  xmlFreeDoc(document);
+  return time;
+}
+
+char* VEKBenchTarget::Reserve(std::size_t size) {
+  if (bytes_.size() < size) bytes_.assign(size, '\0');
+  return bytes_.data();
+}
+
+VEKBenchTime VEKTimeMemcpy(const std::string& bytes, VEKBenchTarget& target) {
+  char* out = target.Reserve(bytes.size());
+  const VEKBenchStopwatch stopwatch;
+  std::memcpy(out, bytes.data(), bytes.size());
+  const VEKBenchTime time = stopwatch.Read();
+  if (std::memcmp(out, bytes.data(), 64 < bytes.size() ? 64 : bytes.size()) != 0) {
+    throw std::runtime_error("memcpy lost bytes");
+  }
+  return time;
+}
+
+VEKBenchTime VEKTimeInflate(const std::string& zlib, std::size_t size, VEKBenchTarget& target) {
+  char* out = target.Reserve(size);
+  const std::unique_ptr<libdeflate_decompressor, DecompressorDeleter> decompressor(
+      libdeflate_alloc_decompressor());
+  if (!decompressor) throw std::runtime_error("no libdeflate decompressor");
+  std::size_t produced = 0;
+  const VEKBenchStopwatch stopwatch;
+  const libdeflate_result result = libdeflate_zlib_decompress(decompressor.get(), zlib.data(),
+                                                              zlib.size(), out, size, &produced);
+  const VEKBenchTime time = stopwatch.Read();
+  if (result != LIBDEFLATE_SUCCESS || produced != size) {
+    throw std::runtime_error("libdeflate could not inflate the document");
+  }
+  return time;
+}
+
+VEKBenchTime VEKTimeBase64Decode(const std::string& text, std::size_t size,
+                                 VEKBenchTarget& target) {
+  char* out = target.Reserve(size + 3);
+  const VEKBenchStopwatch stopwatch;
+  const std::int64_t decoded = DecodeBase64(text, out);
+  const VEKBenchTime time = stopwatch.Read();
+  if (decoded != static_cast<std::int64_t>(size)) {
+    throw std::runtime_error("the base64 text did not decode to the document");
+  }
+  return time;
+}
