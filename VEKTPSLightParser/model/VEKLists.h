@@ -59,6 +59,8 @@ class VEKOneBasedList {
   // Adds a copy at the end; E_OUTOFMEMORY (list unchanged) when memory runs out.
   HRESULT Append(const T& item) noexcept {
     try {
+      // Lists are usually short: the first item makes room for a few, saving early regrowth.
+      if (items_.capacity() == 0) items_.reserve(kFirstCapacity);
       items_.push_back(item);
       return S_OK;
     } catch (const std::bad_alloc&) {
@@ -67,6 +69,7 @@ class VEKOneBasedList {
   }
 
  private:
+  static constexpr std::size_t kFirstCapacity = 8;
   std::vector<T> items_;
   T outOfRange_{};
 };

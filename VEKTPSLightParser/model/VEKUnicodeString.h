@@ -9,6 +9,10 @@
 
 #include "VEKExport.h"
 
+namespace vek_lightxml_detail {
+class Document;
+}  // namespace vek_lightxml_detail
+
 class VEK_API VEKUnicodeString {
  public:
   enum VEKSearchMode { VEKSearchForward = 1 };
@@ -66,14 +70,46 @@ class VEK_API VEKUnicodeString {
   VEKUnicodeString SubString(int start, int length) const noexcept;
 
  private:
+  friend class vek_lightxml_detail::Document;
+
+  enum class Storage : std::uint8_t { kInline, kHeap, kBorrowed };
+  static constexpr std::size_t kInlineCapacity = 23;
+
+  struct BorrowTag {};
+  // Refers to the `byteLength` bytes at `utf8`, followed by a zero byte, in place when they are
+  // valid UTF-8 (they must then outlive the string); copies and repairs them otherwise. Only the
+  // XML layer makes such strings, for text that lives as long as its document; every copy of one
+  // owns its bytes.
+  VEKUnicodeString(BorrowTag, const char* utf8, std::size_t byteLength) noexcept;
+
+  const char* Data() const noexcept {
+    return storage_ == Storage::kInline ? inline_ : outside_.pointer;
+  }
+  // Frees what the string owns and leaves it empty.
+  void Reset() noexcept;
+  // Makes room for `byteLength` bytes plus the terminating zero, which is written; returns where
+  // the bytes go, or null (string left empty) when memory runs out.
+  char* Reserve(std::size_t byteLength) noexcept;
+  void CopyFrom(const VEKUnicodeString& other) noexcept;
+  void TakeFrom(VEKUnicodeString& other) noexcept;
   void Assign(const char* utf8, std::size_t byteLength) noexcept;
   std::size_t ByteOffsetOf(int charPosition) const noexcept;
 
-  std::string utf8_;
+  // Text stored outside the string: a heap block it owns, or borrowed text. The cursor is the last
+  // character position translated to a byte offset in non-ASCII text, so that sequential scans
+  // cost linear time in total instead of quadratic (inline text is short enough to scan).
+  struct Outside {
+    const char* pointer;
+    mutable std::size_t cursorByte;
+    mutable std::int32_t cursorChar;
+  };
+  // The bytes, always followed by a zero byte: in inline_ for short text, else in outside_.
+  union {
+    char inline_[kInlineCapacity + 1] = {};
+    Outside outside_;
+  };
+  std::size_t size_ = 0;
   std::int32_t length_ = 0;
   bool ascii_ = true;
-  // Last character position translated to a byte offset in a non-ASCII string: sequential
-  // scans then cost linear time in total instead of quadratic.
-  mutable std::int32_t cursorChar_ = 0;
-  mutable std::size_t cursorByte_ = 0;
+  Storage storage_ = Storage::kInline;
 };

@@ -1,5 +1,6 @@
 // Parser entry: the two load operations, their input decoding, root check and dispatch, and the
 // dump of every parsed current-schema document.
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -74,6 +75,27 @@ HRESULT VEKDecodeText(const VEKUnicodeString& source, unsigned char fromBase64,
   return S_OK;
 }
 
+// An output stream that writes into an open file; a failed write takes nothing.
+class VEKFileOutputStream final : public VEKLightXmlOutputStream {
+ public:
+  explicit VEKFileOutputStream(std::FILE* file) noexcept : file_(file) {}
+  int Write(const unsigned char* bytes, int length) override {
+    if (!bytes || length <= 0) return 0;
+    const std::size_t written = std::fwrite(bytes, 1, static_cast<std::size_t>(length), file_);
+    length_ += static_cast<std::int64_t>(written);
+    return static_cast<int>(written);
+  }
+  int GetLength() const override {
+    return static_cast<int>(std::min<std::int64_t>(length_, INT_MAX));
+  }
+  // What is in the file stays there; only the count restarts.
+  void Clear() override { length_ = 0; }
+
+ private:
+  std::FILE* file_;
+  std::int64_t length_ = 0;
+};
+
 }  // namespace
 
 HRESULT VEKTPSLightParserUtil::GenerateLightModelFromBase(
@@ -81,7 +103,6 @@ HRESULT VEKTPSLightParserUtil::GenerateLightModelFromBase(
     unsigned char fromBase64, char* compressedData, int uncompressedSize, int compressedSize) {
   if (!set) return E_FAIL;
 
-  // Declared before the XML objects so that the bytes outlive them.
   VEKLoadInput input;
   const bool compressed = compressedData && uncompressedSize != 0 && compressedSize != 0;
   const HRESULT decoded =
@@ -91,8 +112,14 @@ HRESULT VEKTPSLightParserUtil::GenerateLightModelFromBase(
 
   VEKLightXmlElement root;
   VEKLightXmlParser parser;
-  VEKLightXmlInputStreamBuffer stream(input.bytes, input.length);
-  if (!parser.Parse(stream, root)) return E_FAIL;
+  {
+    VEKLightXmlInputStreamBuffer stream(input.bytes, input.length);
+    if (!parser.Parse(stream, root)) return E_FAIL;
+  }
+  // The parsed document keeps its own copy of the text, so decoded or inflated bytes are freed
+  // before the model is built.
+  input.owned.reset();
+  input.bytes = nullptr;
   if (root.GetName() != "Functional_Tolerancing_Annotation") return E_FAIL;
 
   VEKUnicodeString dumpName("E:\\TPSLoadXML.xml");
@@ -194,19 +221,14 @@ HRESULT VEKTPSLightParserUtil::GenerateLightModel(const char* xmlText, VEKBaseUn
 HRESULT VEKTPSLightParserUtil::GenerateFile(VEKUnicodeString& fileName,
                                             VEKLightXmlElementItf& element) {
   if (fileName.GetLengthInChar() == 0) return E_FAIL;
-  VEKLightXmlParser parser;
-  VEKLightXmlOutputStreamBuffer output;
-  (void)parser.GetXml(element, output);
   // A file that cannot be opened or written is skipped without a word.
   std::FILE* file = std::fopen(fileName.CastToCharPtr(), "wb");
-  if (file) {
-    unsigned char* bytes = nullptr;
-    int length = 0;
-    output.GetBuffer(bytes, length);
-    std::unique_ptr<unsigned char[]> owned(bytes);
-    if (bytes && length > 0) (void)std::fwrite(bytes, 1, static_cast<std::size_t>(length), file);
-    (void)std::fflush(file);
-    (void)std::fclose(file);
-  }
+  if (!file) return S_OK;
+  // The text goes straight into the file: no copy of the whole document is ever held.
+  VEKFileOutputStream output(file);
+  VEKLightXmlParser parser;
+  (void)parser.GetXml(element, output);
+  (void)std::fflush(file);
+  (void)std::fclose(file);
   return S_OK;
 }

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -60,6 +61,28 @@ std::size_t SequenceLength(const unsigned char* bytes, std::size_t available) {
                : 0;
   }
   return 0;
+}
+
+// Number of characters in [bytes, bytes + count), each invalid byte counting as one; `invalid`
+// receives the number of invalid bytes.
+std::size_t CountCharacters(const unsigned char* bytes, std::size_t count, std::size_t& invalid) {
+  std::size_t chars = 0;
+  invalid = 0;
+  for (std::size_t i = 0; i < count;) {
+    const std::size_t ascii = AsciiPrefixLength(bytes + i, count - i);
+    chars += ascii;
+    i += ascii;
+    if (i == count) break;
+    const std::size_t length = SequenceLength(bytes + i, count - i);
+    ++chars;
+    if (length == 0) {
+      ++invalid;
+      ++i;
+    } else {
+      i += length;
+    }
+  }
+  return chars;
 }
 
 // Length of the sequence whose first byte is `lead`, in text already known to be valid.
@@ -168,46 +191,58 @@ VEKUnicodeString::VEKUnicodeString(const char* utf8, std::size_t byteLength) noe
   if (utf8) Assign(utf8, byteLength);
 }
 
+VEKUnicodeString::VEKUnicodeString(BorrowTag, const char* utf8, std::size_t byteLength) noexcept {
+  if (!utf8) return;
+  std::size_t invalid = 0;
+  const std::size_t chars =
+      CountCharacters(reinterpret_cast<const unsigned char*>(utf8), byteLength, invalid);
+  if (invalid > 0 || chars > static_cast<std::size_t>(INT32_MAX)) {
+    // Text that needs repair (or is too long) takes the copying path.
+    Assign(utf8, byteLength);
+    return;
+  }
+  outside_ = Outside{utf8, 0, 0};
+  size_ = byteLength;
+  length_ = static_cast<std::int32_t>(chars);
+  ascii_ = chars == byteLength;
+  storage_ = Storage::kBorrowed;
+}
+
 VEKUnicodeString::VEKUnicodeString(const wchar_t* utf32) noexcept {
   if (!utf32) return;
-  std::size_t bytes = 0;
+  // ASCII text, the usual case, is narrowed in one pass once its length is known.
   std::size_t chars = 0;
+  wchar_t highest = 0;
+  for (const wchar_t* wide = utf32; *wide; ++wide, ++chars) highest |= *wide;
+  if (chars > static_cast<std::size_t>(INT32_MAX)) return;
+  if (highest >= 0 && highest < 0x80) {
+    char* out = Reserve(chars);
+    if (!out) return;
+    for (std::size_t i = 0; i < chars; ++i) out[i] = static_cast<char>(utf32[i]);
+    length_ = static_cast<std::int32_t>(chars);
+    return;
+  }
+  std::size_t bytes = 0;
+  chars = 0;
   char scratch[4];
   for (const wchar_t* wide = utf32; *wide; ++wide, ++chars) {
     bytes += EncodeUtf8(ValidCodePoint(*wide), scratch);
   }
   if (chars > static_cast<std::size_t>(INT32_MAX)) return;
-  try {
-    utf8_.resize(bytes);
-  } catch (const std::bad_alloc&) {
-    return;
-  }
-  char* out = &utf8_[0];
+  char* out = Reserve(bytes);
+  if (!out) return;
   for (const wchar_t* wide = utf32; *wide; ++wide) out += EncodeUtf8(ValidCodePoint(*wide), out);
   length_ = static_cast<std::int32_t>(chars);
   ascii_ = bytes == chars;
 }
 
-VEKUnicodeString::VEKUnicodeString(const VEKUnicodeString& other) noexcept {
-  try {
-    utf8_ = other.utf8_;
-    length_ = other.length_;
-    ascii_ = other.ascii_;
-  } catch (const std::bad_alloc&) {
-    utf8_.clear();
-  }
-}
+VEKUnicodeString::VEKUnicodeString(const VEKUnicodeString& other) noexcept { CopyFrom(other); }
 
-VEKUnicodeString::VEKUnicodeString(VEKUnicodeString&& other) noexcept
-    : utf8_(std::move(other.utf8_)), length_(other.length_), ascii_(other.ascii_) {
-  other.utf8_.clear();
-  other.length_ = 0;
-  other.ascii_ = true;
-  other.cursorChar_ = 0;
-  other.cursorByte_ = 0;
-}
+VEKUnicodeString::VEKUnicodeString(VEKUnicodeString&& other) noexcept { TakeFrom(other); }
 
-VEKUnicodeString::~VEKUnicodeString() = default;
+VEKUnicodeString::~VEKUnicodeString() {
+  if (storage_ == Storage::kHeap) delete[] const_cast<char*>(outside_.pointer);
+}
 
 VEKUnicodeString& VEKUnicodeString::operator=(const VEKUnicodeString& other) noexcept {
   if (this != &other) {
@@ -218,27 +253,66 @@ VEKUnicodeString& VEKUnicodeString::operator=(const VEKUnicodeString& other) noe
 }
 
 VEKUnicodeString& VEKUnicodeString::operator=(VEKUnicodeString&& other) noexcept {
-  if (this != &other) {
-    utf8_.swap(other.utf8_);
-    length_ = other.length_;
-    ascii_ = other.ascii_;
-    cursorChar_ = 0;
-    cursorByte_ = 0;
-    other.utf8_.clear();
-    other.length_ = 0;
-    other.ascii_ = true;
-    other.cursorChar_ = 0;
-    other.cursorByte_ = 0;
-  }
+  if (this != &other) TakeFrom(other);
   return *this;
 }
 
+void VEKUnicodeString::Reset() noexcept {
+  if (storage_ == Storage::kHeap) delete[] const_cast<char*>(outside_.pointer);
+  size_ = 0;
+  length_ = 0;
+  ascii_ = true;
+  storage_ = Storage::kInline;
+  inline_[0] = '\0';
+}
+
+char* VEKUnicodeString::Reserve(std::size_t byteLength) noexcept {
+  Reset();
+  char* room = inline_;
+  if (byteLength > kInlineCapacity) {
+    if (byteLength == SIZE_MAX) return nullptr;
+    room = new (std::nothrow) char[byteLength + 1];
+    if (!room) return nullptr;
+    outside_ = Outside{room, 0, 0};
+    storage_ = Storage::kHeap;
+  }
+  room[byteLength] = '\0';
+  size_ = byteLength;
+  return room;
+}
+
+void VEKUnicodeString::CopyFrom(const VEKUnicodeString& other) noexcept {
+  char* room = Reserve(other.size_);
+  if (!room) return;
+  std::memcpy(room, other.Data(), other.size_);
+  length_ = other.length_;
+  ascii_ = other.ascii_;
+}
+
+void VEKUnicodeString::TakeFrom(VEKUnicodeString& other) noexcept {
+  if (other.storage_ != Storage::kHeap) {
+    // Inline bytes are copied; borrowed ones too, since the result may outlive their owner.
+    CopyFrom(other);
+  } else {
+    Reset();
+    outside_ = Outside{other.outside_.pointer, 0, 0};
+    size_ = other.size_;
+    length_ = other.length_;
+    ascii_ = other.ascii_;
+    storage_ = Storage::kHeap;
+    other.storage_ = Storage::kInline;
+  }
+  other.Reset();
+}
+
 int VEKUnicodeString::operator==(const char* utf8) const noexcept {
-  return utf8_.compare(utf8 ? utf8 : "") == 0;
+  if (!utf8) utf8 = "";
+  const std::size_t length = std::strlen(utf8);
+  return length == size_ && std::memcmp(Data(), utf8, length) == 0;
 }
 
 int VEKUnicodeString::operator==(const VEKUnicodeString& other) const noexcept {
-  return utf8_ == other.utf8_;
+  return size_ == other.size_ && std::memcmp(Data(), other.Data(), size_) == 0;
 }
 
 int VEKUnicodeString::operator!=(const char* utf8) const noexcept { return !(*this == utf8); }
@@ -249,16 +323,22 @@ int VEKUnicodeString::operator!=(const VEKUnicodeString& other) const noexcept {
 
 int VEKUnicodeString::GetLengthInChar() const noexcept { return length_; }
 
-std::size_t VEKUnicodeString::GetLengthInByte() const noexcept { return utf8_.size(); }
+std::size_t VEKUnicodeString::GetLengthInByte() const noexcept { return size_; }
 
-const char* VEKUnicodeString::ConvertToChar() const noexcept { return utf8_.c_str(); }
+const char* VEKUnicodeString::ConvertToChar() const noexcept { return Data(); }
 
-const char* VEKUnicodeString::CastToCharPtr() const noexcept { return utf8_.c_str(); }
+const char* VEKUnicodeString::CastToCharPtr() const noexcept { return Data(); }
 
 void VEKUnicodeString::ConvertToWChar(wchar_t* target) const noexcept {
   if (!target) return;
-  const auto* bytes = reinterpret_cast<const unsigned char*>(utf8_.data());
-  const std::size_t count = utf8_.size();
+  const auto* bytes = reinterpret_cast<const unsigned char*>(Data());
+  const std::size_t count = size_;
+  if (ascii_) {
+    // One byte per character: a plain widening copy.
+    for (std::size_t i = 0; i < count; ++i) target[i] = static_cast<wchar_t>(bytes[i]);
+    target[count] = L'\0';
+    return;
+  }
   for (std::size_t i = 0; i < count;) {
     const unsigned char lead = bytes[i];
     const std::size_t length = ValidSequenceLength(lead);
@@ -272,8 +352,8 @@ void VEKUnicodeString::ConvertToWChar(wchar_t* target) const noexcept {
 
 int VEKUnicodeString::ConvertToNum(int* value, const char* format) const noexcept {
   if (!value || !format || std::strcmp(format, "%d") != 0) return 0;
-  const char* end = utf8_.data() + utf8_.size();
-  const char* text = SkipBlanks(utf8_.data(), end);
+  const char* end = Data() + size_;
+  const char* text = SkipBlanks(Data(), end);
   if (!text) return -1;
   const bool negative = *text == '-';
   const char* digits = (negative || *text == '+') ? text + 1 : text;
@@ -296,8 +376,8 @@ int VEKUnicodeString::ConvertToNum(double* value, const char* format) const noex
        std::strcmp(format, "%lg") != 0)) {
     return 0;
   }
-  const char* end = utf8_.data() + utf8_.size();
-  const char* text = SkipBlanks(utf8_.data(), end);
+  const char* end = Data() + size_;
+  const char* text = SkipBlanks(Data(), end);
   if (!text) return -1;
   const bool negative = *text == '-';
   const char* unsignedText = (negative || *text == '+') ? text + 1 : text;
@@ -320,18 +400,21 @@ int VEKUnicodeString::SearchSubString(const VEKUnicodeString& sub, int start,
   if (mode != VEKSearchForward) return -1;
   if (start < 0) start = 0;
   if (start > length_) return -1;
-  if (sub.utf8_.empty()) return start;
+  if (sub.size_ == 0) return start;
   const std::size_t from = ByteOffsetOf(start);
-  const std::size_t found = utf8_.find(sub.utf8_, from);
-  if (found == std::string::npos) return -1;
+  const std::size_t found =
+      std::string_view(Data(), size_).find(std::string_view(sub.Data(), sub.size_), from);
+  if (found == std::string_view::npos) return -1;
   if (ascii_) return static_cast<int>(found);
   // Both texts are valid UTF-8, so a byte match starts on a character boundary.
   std::int32_t position = start;
   for (std::size_t i = from; i < found; ++i) {
-    position += !IsContinuation(static_cast<unsigned char>(utf8_[i]));
+    position += !IsContinuation(static_cast<unsigned char>(Data()[i]));
   }
-  cursorChar_ = position;
-  cursorByte_ = found;
+  if (storage_ != Storage::kInline) {
+    outside_.cursorChar = position;
+    outside_.cursorByte = found;
+  }
   return position;
 }
 
@@ -342,84 +425,67 @@ VEKUnicodeString VEKUnicodeString::SubString(int start, int length) const noexce
   const std::int32_t count = length < length_ - start ? length : length_ - start;
   const std::size_t first = ByteOffsetOf(start);
   const std::size_t last = ByteOffsetOf(start + count);
-  try {
-    piece.utf8_.assign(utf8_, first, last - first);
-  } catch (const std::bad_alloc&) {
-    return piece;
-  }
+  char* room = piece.Reserve(last - first);
+  if (!room) return piece;
+  std::memcpy(room, Data() + first, last - first);
   piece.length_ = count;
   piece.ascii_ = static_cast<std::size_t>(count) == last - first;
   return piece;
 }
 
 void VEKUnicodeString::Assign(const char* utf8, std::size_t byteLength) noexcept {
-  utf8_.clear();
-  length_ = 0;
-  ascii_ = true;
-  cursorChar_ = 0;
-  cursorByte_ = 0;
+  Reset();
   const auto* bytes = reinterpret_cast<const unsigned char*>(utf8);
 
   // One pass counts the characters and the invalid bytes; valid text is then copied as it is.
-  std::size_t chars = 0;
   std::size_t invalid = 0;
-  for (std::size_t i = 0; i < byteLength;) {
-    const std::size_t ascii = AsciiPrefixLength(bytes + i, byteLength - i);
-    chars += ascii;
-    i += ascii;
-    if (i == byteLength) break;
-    const std::size_t length = SequenceLength(bytes + i, byteLength - i);
-    ++chars;
-    if (length == 0) {
-      ++invalid;
-      ++i;
-    } else {
-      i += length;
-    }
-  }
+  const std::size_t chars = CountCharacters(bytes, byteLength, invalid);
   if (chars > static_cast<std::size_t>(INT32_MAX)) return;
 
-  try {
-    if (invalid == 0) {
-      utf8_.assign(utf8, byteLength);
-    } else {
-      utf8_.reserve(byteLength + invalid * (kReplacementBytes - 1));
-      for (std::size_t i = 0; i < byteLength;) {
-        const std::size_t length = SequenceLength(bytes + i, byteLength - i);
-        if (length == 0) {
-          utf8_.append(kReplacementUtf8, kReplacementBytes);
-          ++i;
-        } else {
-          utf8_.append(utf8 + i, length);
-          i += length;
-        }
+  if (invalid > (SIZE_MAX - byteLength) / (kReplacementBytes - 1)) return;
+  const std::size_t size = byteLength + invalid * (kReplacementBytes - 1);
+  char* out = Reserve(size);
+  if (!out) return;
+  if (invalid == 0) {
+    std::memcpy(out, utf8, byteLength);
+  } else {
+    for (std::size_t i = 0; i < byteLength;) {
+      const std::size_t length = SequenceLength(bytes + i, byteLength - i);
+      if (length == 0) {
+        std::memcpy(out, kReplacementUtf8, kReplacementBytes);
+        out += kReplacementBytes;
+        ++i;
+      } else {
+        std::memcpy(out, utf8 + i, length);
+        out += length;
+        i += length;
       }
     }
-  } catch (const std::bad_alloc&) {
-    utf8_.clear();
-    return;
   }
   length_ = static_cast<std::int32_t>(chars);
-  ascii_ = utf8_.size() == chars;
+  ascii_ = size == chars;
 }
 
 std::size_t VEKUnicodeString::ByteOffsetOf(int charPosition) const noexcept {
   if (ascii_) return static_cast<std::size_t>(charPosition);
-  const auto* bytes = reinterpret_cast<const unsigned char*>(utf8_.data());
-  // Start from whichever known point is nearest: the beginning, the cursor or the end.
+  const auto* bytes = reinterpret_cast<const unsigned char*>(Data());
+  // Start from whichever known point is nearest: the beginning, the cursor or the end. Inline
+  // text keeps no cursor (it sits at the beginning).
+  const bool hasCursor = storage_ != Storage::kInline;
+  const std::int32_t cursorChar = hasCursor ? outside_.cursorChar : 0;
   std::int32_t position = 0;
   std::size_t offset = 0;
   std::int32_t distance = charPosition;
   const std::int32_t fromCursor =
-      charPosition >= cursorChar_ ? charPosition - cursorChar_ : cursorChar_ - charPosition;
+      charPosition >= cursorChar ? charPosition - cursorChar : cursorChar - charPosition;
   if (fromCursor < distance) {
-    position = cursorChar_;
-    offset = cursorByte_;
+    position = cursorChar;
+    offset = outside_.cursorByte;
     distance = fromCursor;
   }
   if (length_ - charPosition < distance) {
     position = length_;
-    offset = utf8_.size();
+    offset = size_;
   }
   while (position < charPosition) {
     offset += ValidSequenceLength(bytes[offset]);
@@ -431,7 +497,9 @@ std::size_t VEKUnicodeString::ByteOffsetOf(int charPosition) const noexcept {
     } while (IsContinuation(bytes[offset]));
     --position;
   }
-  cursorChar_ = position;
-  cursorByte_ = offset;
+  if (hasCursor) {
+    outside_.cursorChar = position;
+    outside_.cursorByte = offset;
+  }
   return offset;
 }

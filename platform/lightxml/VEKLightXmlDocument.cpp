@@ -156,9 +156,12 @@ bool Node::BuildStrings() const noexcept {
   VEKUnicodeString* next = strings;
   for (pugi::xml_attribute attribute = element_.first_attribute(); attribute;
        attribute = attribute.next_attribute()) {
-    new (next++) VEKUnicodeString(attribute.value());
+    const char* value = attribute.value();
+    Document::NewParsedString(next++, value, std::strlen(value));
   }
-  if (hasValue) new (next) VEKUnicodeString(text);
+  // Text joined from several pieces lives only here, so it is copied; one piece is parsed text.
+  if (hasValue && pieces >= 2) new (next) VEKUnicodeString(joined.c_str(), joined.size());
+  if (hasValue && pieces < 2) Document::NewParsedString(next, text, std::strlen(text));
   strings_ = strings;
   attributeCount_ = static_cast<std::uint32_t>(count);
   hasValue_ = hasValue ? 1 : 0;
@@ -199,7 +202,7 @@ const VEKUnicodeString* Document::Intern(const char* utf8) noexcept {
     if (!entry.name) {
       VEKUnicodeString* name = strings_.Allocate(1);
       if (!name) return nullptr;
-      new (name) VEKUnicodeString(utf8, length);
+      NewParsedString(name, utf8, length);
       entry = NameSlot{utf8, length, hash, name};
       ++nameCount_;
       return name;

@@ -155,6 +155,12 @@ class Document : public std::enable_shared_from_this<Document> {
   VEKUnicodeString* AllocateStrings(std::size_t count) noexcept { return strings_.Allocate(count); }
   // The one shared string for a tag or attribute name; null when memory runs out.
   const VEKUnicodeString* Intern(const char* utf8) noexcept;
+  // Makes at `room` a string that refers to the zero-terminated parsed text in place (a copy only
+  // when the text needs repair), which stays valid while the document lives.
+  static void NewParsedString(VEKUnicodeString* room, const char* utf8,
+                              std::size_t length) noexcept {
+    new (room) VEKUnicodeString(VEKUnicodeString::BorrowTag{}, utf8, length);
+  }
   // Reusable room for listing the children of one element at a time.
   std::vector<pugi::xml_node>& ChildScratch() noexcept { return childScratch_; }
 

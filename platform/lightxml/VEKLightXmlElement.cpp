@@ -28,16 +28,17 @@ int VEKLightXmlElement::SetElement(VEKLightXmlElementItf* other) {
     node_ = nullptr;
     return 1;
   }
-  if (auto* handle = dynamic_cast<VEKLightXmlElement*>(other)) {
-    *this = *handle;
-    return 1;
+  // Nodes handed out by GetChild are the usual argument, so they are tried first.
+  if (auto* node = dynamic_cast<Node*>(other)) {
+    // A node is only reachable while a handle keeps its document alive, so the lock succeeds.
+    document_ = node->GetDocument().weak_from_this().lock();
+    node_ = document_ ? node : nullptr;
+    return node_ ? 1 : 0;
   }
-  auto* node = dynamic_cast<Node*>(other);
-  if (!node) return 0;
-  // A node is only reachable while a handle keeps its document alive, so the lock succeeds.
-  document_ = node->GetDocument().weak_from_this().lock();
-  node_ = document_ ? node : nullptr;
-  return node_ ? 1 : 0;
+  auto* handle = dynamic_cast<VEKLightXmlElement*>(other);
+  if (!handle) return 0;
+  *this = *handle;
+  return 1;
 }
 
 int VEKLightXmlElement::GetChildCount() const { return node_ ? node_->GetChildCount() : 0; }

@@ -112,8 +112,10 @@ class XmlWriter {
   }
 
   void WriteEscaped(const char* text, unsigned char context) {
+    const char* const end = text + std::strlen(text);
     for (;;) {
       const char* run = text;
+      text = SkipPlainWords(text, end);
       while ((kEscapes[static_cast<unsigned char>(*text)] & context) == 0) ++text;
       Put(run, static_cast<std::size_t>(text - run));
       const unsigned char byte = static_cast<unsigned char>(*text);
@@ -133,6 +135,27 @@ class XmlWriter {
     }
   }
 
+  // Skips whole 8-byte words of [text, end) that hold no byte below 0x20 and none of & < > ",
+  // so long plain runs (numbers, base64) cost a few operations per word; the byte loop finishes.
+  static const char* SkipPlainWords(const char* text, const char* end) {
+    constexpr std::uint64_t kOnes = 0x0101010101010101ull;
+    constexpr std::uint64_t kHighs = 0x8080808080808080ull;
+    while (end - text >= 8) {
+      std::uint64_t word;
+      std::memcpy(&word, text, sizeof word);
+      // A high bit in each mask marks a byte below 0x20, or equal to the character tested.
+      const auto equal = [word](unsigned char character) {
+        const std::uint64_t bytes = word ^ (kOnes * character);
+        return (bytes - kOnes) & ~bytes;
+      };
+      const std::uint64_t special =
+          ((word - kOnes * 0x20) & ~word) | equal('&') | equal('<') | equal('>') | equal('"');
+      if (special & kHighs) break;
+      text += 8;
+    }
+    return text;
+  }
+
   static bool IsSpace(char character) {
     return character == ' ' || character == '\t' || character == '\n' || character == '\r';
   }
@@ -143,9 +166,18 @@ class XmlWriter {
     Put(reference, static_cast<std::size_t>(length));
   }
 
-  void Put(char character) { Put(&character, 1); }
+  void Put(char character) {
+    if (used_ == sizeof buffer_) Flush();
+    buffer_[used_++] = character;
+  }
   void Put(const char* text) { Put(text, std::strlen(text)); }
   void Put(const char* text, std::size_t length) {
+    if (length <= sizeof buffer_ - used_) {
+      // The common case: the run fits in the room left.
+      std::memcpy(buffer_ + used_, text, length);
+      used_ += length;
+      return;
+    }
     if (length >= sizeof buffer_) {
       // Long runs go straight to the stream.
       Flush();

@@ -4,12 +4,14 @@
 #include "VEKSceneGraph.h"
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -81,6 +83,14 @@ bool ReadGlbLayout(const unsigned char* bytes, std::uint64_t length, GlbLayout& 
   return true;
 }
 
+// The bytes that the nesting scan below must look at.
+constexpr std::array<bool, 256> MakeJsonSyntax() {
+  std::array<bool, 256> syntax{};
+  for (const char c : {'"', '\\', '[', ']', '{', '}'}) syntax[static_cast<unsigned char>(c)] = true;
+  return syntax;
+}
+constexpr std::array<bool, 256> kJsonSyntax = MakeJsonSyntax();
+
 // Linear scan of the bracket nesting outside strings (escapes honoured), so that no text nested
 // deeper than `maxDepth` reaches the recursive parts of the JSON reading.
 bool JsonNestingWithin(const char* text, std::size_t length, int maxDepth) {
@@ -88,6 +98,8 @@ bool JsonNestingWithin(const char* text, std::size_t length, int maxDepth) {
   bool inString = false;
   for (std::size_t i = 0; i < length; ++i) {
     const char c = text[i];
+    // Most bytes are neither quotes, escapes nor brackets; one table lookup passes them.
+    if (!kJsonSyntax[static_cast<unsigned char>(c)]) continue;
     if (inString) {
       if (c == '\\') {
         ++i;
@@ -131,6 +143,14 @@ bool ReadUnsignedMember(const nlohmann::json& object, const char* key, bool requ
 // view's range, so every view that an image names is checked in the JSON first (the buffer it
 // reads from holds exactly its declared byteLength). Anything unexpected is refused.
 bool ImageViewsWithinBuffers(const char* json, std::size_t length) {
+  // Without a backslash the key can only be spelled "images". Where it is absent, the only thing
+  // left to refuse is text that is not a JSON object, which tinygltf refuses as well when it
+  // parses the same text, so this second parse is skipped.
+  const std::string_view text(json, length);
+  if (text.find('\\') == std::string_view::npos &&
+      text.find("\"images\"") == std::string_view::npos) {
+    return true;
+  }
   const nlohmann::json document = nlohmann::json::parse(json, json + length, nullptr, false);
   if (!document.is_object()) {
     return false;
