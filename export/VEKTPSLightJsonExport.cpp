@@ -1,5 +1,6 @@
 #include "VEKTPSLightJsonExport.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <new>
 #include <optional>
@@ -177,17 +178,30 @@ Json Set(VEKITPSLightSet& set) {
 
 }  // namespace
 
-HRESULT VEKExportLoadToJson(VEKTPSLightSchema schema, HRESULT loadResult, VEKITPSLightSet* lastSet,
-                            bool pretty, std::string& json) noexcept {
+HRESULT VEKGetSetsOfLoad(VEKITPSLightSet* lastSet,
+                         std::vector<VEKComPtr<VEKITPSLightSet>>& sets) noexcept {
+  sets.clear();
   try {
     // The sets of one load are chained from the last to the first.
-    std::vector<VEKComPtr<VEKITPSLightSet>> sets;
     for (VEKComPtr<VEKITPSLightSet> set(lastSet); set;) {
       VEKComPtr<VEKITPSLightSet> previous;
       (void)set->GetPreviousSet(previous.GetAddressOf());
       sets.push_back(std::move(set));
       set = std::move(previous);
     }
+  } catch (const std::bad_alloc&) {
+    sets.clear();
+    return E_OUTOFMEMORY;
+  }
+  std::reverse(sets.begin(), sets.end());
+  return S_OK;
+}
+
+HRESULT VEKExportLoadToJson(VEKTPSLightSchema schema, HRESULT loadResult, VEKITPSLightSet* lastSet,
+                            bool pretty, std::string& json) noexcept {
+  try {
+    std::vector<VEKComPtr<VEKITPSLightSet>> sets;
+    if (VEKFailed(VEKGetSetsOfLoad(lastSet, sets))) return E_OUTOFMEMORY;
 
     char result[16];
     std::snprintf(result, sizeof result, "0x%08x", static_cast<unsigned>(loadResult));
@@ -195,8 +209,7 @@ HRESULT VEKExportLoadToJson(VEKTPSLightSchema schema, HRESULT loadResult, VEKITP
     out["schema"] = schema == VEKTPSLightSchema::Current ? "current" : "legacy";
     out["result"] = result;
     out["sets"] = Json::array();
-    for (auto set = sets.rbegin(); set != sets.rend(); ++set)
-      out["sets"].push_back(Set(*set->Get()));
+    for (const VEKComPtr<VEKITPSLightSet>& set : sets) out["sets"].push_back(Set(*set.Get()));
 
     json = out.dump(pretty ? 2 : -1);
     return S_OK;

@@ -158,17 +158,6 @@ bool VEKToolKeepDump(const VEKToolScratch& scratch, const std::string& path, std
   return true;
 }
 
-std::vector<VEKComPtr<VEKITPSLightSet>> VEKToolSetsOfLoad(VEKITPSLightSet* lastSet) {
-  std::vector<VEKComPtr<VEKITPSLightSet>> sets;
-  for (VEKComPtr<VEKITPSLightSet> set(lastSet); set;) {
-    VEKComPtr<VEKITPSLightSet> previous;
-    (void)set->GetPreviousSet(previous.GetAddressOf());
-    sets.push_back(std::move(set));
-    set = std::move(previous);
-  }
-  return {sets.rbegin(), sets.rend()};
-}
-
 std::string VEKToolExplainFailedLoad(const VEKToolDocument& document) {
   const VEKLightXmlElement& root = document.root;
   if (document.schema == VEKToolSchema::Current) {

@@ -48,9 +48,6 @@ bool VEKToolLoad(const VEKToolDocument& document, VEKToolScratch& scratch, VEKTo
 // directory). False with a message when it cannot be written.
 bool VEKToolKeepDump(const VEKToolScratch& scratch, const std::string& path, std::string& error);
 
-// Every set of one load in creation order, found from the last one through GetPreviousSet.
-std::vector<VEKComPtr<VEKITPSLightSet>> VEKToolSetsOfLoad(VEKITPSLightSet* lastSet);
-
 // Why a load of a document that parsed with a known root failed, as far as the document tells it;
 // empty when it does not.
 std::string VEKToolExplainFailedLoad(const VEKToolDocument& document);

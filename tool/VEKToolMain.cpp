@@ -19,6 +19,13 @@
 
 namespace {
 
+// The sets of one load in creation order; none when memory ran out.
+std::vector<VEKComPtr<VEKITPSLightSet>> SetsOfLoad(VEKITPSLightSet* lastSet) {
+  std::vector<VEKComPtr<VEKITPSLightSet>> sets;
+  (void)VEKGetSetsOfLoad(lastSet, sets);
+  return sets;
+}
+
 // Given with --zlib when no SIZE follows it: the size is found by inflating the data.
 const char* const kFindSize = "find";
 
@@ -109,7 +116,7 @@ void PrintSummary(const VEKToolDocument& document, const VEKToolLoadResult& load
   std::printf("%s: %s schema, %s, load result %s\n", document.path.c_str(),
               document.schema == VEKToolSchema::Legacy ? "legacy" : "current",
               VEKToolFormName(document.form), ResultText(load.result).c_str());
-  const std::vector<VEKComPtr<VEKITPSLightSet>> sets = VEKToolSetsOfLoad(load.lastSet.Get());
+  const std::vector<VEKComPtr<VEKITPSLightSet>> sets = SetsOfLoad(load.lastSet.Get());
   if (sets.empty()) {
     std::printf("  no set was made\n");
     return;
@@ -233,7 +240,7 @@ int Check(const Options& options) {
       status = 1;
     }
     for (const VEKToolProblem& problem :
-         VEKToolFindProblems(document, VEKToolSetsOfLoad(load.lastSet.Get()))) {
+         VEKToolFindProblems(document, SetsOfLoad(load.lastSet.Get()))) {
       std::printf("%s: %s\n", file.c_str(), problem.text.c_str());
       status = 1;
     }

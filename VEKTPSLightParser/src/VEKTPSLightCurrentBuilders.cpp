@@ -7,6 +7,7 @@
 #include "VEKTPSLightParserInternal.h"
 #include "VEKTPSLightParserUtil.h"
 
+using vek_parser_detail::VEKBuildChildren;
 using vek_parser_detail::VEKForEachChild;
 using vek_parser_detail::VEKPassWide;
 using vek_parser_detail::VEKQueryInterface;
@@ -57,9 +58,7 @@ HRESULT VEKTPSLightParserUtil::GenerateNewTTRS(VEKTPSLightContainer* container,
                                                VEKITPSLightSet* set,
                                                VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
-  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == "TTRS") (void)BuildNewTTRS(container, set, child);
-  });
+  VEKBuildChildren(*this, &VEKTPSLightParserUtil::BuildNewTTRS, container, set, element, "TTRS");
   return S_OK;
 }
 
@@ -161,9 +160,7 @@ HRESULT VEKTPSLightParserUtil::GenerateNewViews(VEKTPSLightContainer* container,
                                                 VEKITPSLightSet* set,
                                                 VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
-  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == "TPSView") (void)BuildNewView(container, set, child);
-  });
+  VEKBuildChildren(*this, &VEKTPSLightParserUtil::BuildNewView, container, set, element, "TPSView");
   return S_OK;
 }
 
@@ -224,9 +221,8 @@ HRESULT VEKTPSLightParserUtil::GenerateNewRefFrame(VEKTPSLightContainer* contain
                                                    VEKITPSLightSet* set,
                                                    VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
-  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == "RefFrame") (void)BuildNewRefFrame(container, set, child);
-  });
+  VEKBuildChildren(*this, &VEKTPSLightParserUtil::BuildNewRefFrame, container, set, element,
+                   "RefFrame");
   return S_OK;
 }
 
@@ -268,9 +264,7 @@ HRESULT VEKTPSLightParserUtil::BuildNewRefFrame(VEKTPSLightContainer* container,
 HRESULT VEKTPSLightParserUtil::GenerateNewCG(VEKTPSLightContainer* container, VEKITPSLightSet* set,
                                              VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
-  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == "TPSCG") (void)BuildNewCG(container, set, child);
-  });
+  VEKBuildChildren(*this, &VEKTPSLightParserUtil::BuildNewCG, container, set, element, "TPSCG");
   return S_OK;
 }
 
@@ -306,9 +300,8 @@ HRESULT VEKTPSLightParserUtil::GenerateNewCapture(VEKTPSLightContainer* containe
                                                   VEKITPSLightSet* set,
                                                   VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
-  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == "TPSCap") (void)BuildNewCapture(container, set, child);
-  });
+  VEKBuildChildren(*this, &VEKTPSLightParserUtil::BuildNewCapture, container, set, element,
+                   "TPSCap");
   return S_OK;
 }
 

@@ -8,6 +8,7 @@
 #include "VEKTPSLightParserInternal.h"
 #include "VEKTPSLightParserUtil.h"
 
+using vek_parser_detail::VEKBuildChildren;
 using vek_parser_detail::VEKForEachChild;
 using vek_parser_detail::VEKPassWide;
 using vek_parser_detail::VEKQueryInterface;
@@ -164,10 +165,8 @@ HRESULT VEKTPSLightParserUtil::GenerateTTRS(VEKTPSLightContainer* container, VEK
                                             VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
   VEKLightXmlElement family;
-  if (VEKFailed(FoundRootNode(element, "TTRSRoot", family))) return S_OK;
-  VEKForEachChild(family, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == "TTRS") (void)BuildTTRS(container, set, child);
-  });
+  if (VEKSucceeded(FoundRootNode(element, "TTRSRoot", family)))
+    VEKBuildChildren(*this, &VEKTPSLightParserUtil::BuildTTRS, container, set, family, "TTRS");
   return S_OK;
 }
 
@@ -293,10 +292,8 @@ HRESULT VEKTPSLightParserUtil::GenerateViews(VEKTPSLightContainer* container, VE
                                              VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
   VEKLightXmlElement family;
-  if (VEKFailed(FoundRootNode(element, "ViewRoot", family))) return S_OK;
-  VEKForEachChild(family, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == "View") (void)BuildView(container, set, child);
-  });
+  if (VEKSucceeded(FoundRootNode(element, "ViewRoot", family)))
+    VEKBuildChildren(*this, &VEKTPSLightParserUtil::BuildView, container, set, family, "View");
   return S_OK;
 }
 
@@ -390,10 +387,9 @@ HRESULT VEKTPSLightParserUtil::GenerateRefFrame(VEKTPSLightContainer* container,
                                                 VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
   VEKLightXmlElement family;
-  if (VEKFailed(FoundRootNode(element, "ReferenceFrame", family))) return S_OK;
-  VEKForEachChild(family, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == "RefFrame") (void)BuildRefFrame(container, set, child);
-  });
+  if (VEKSucceeded(FoundRootNode(element, "ReferenceFrame", family)))
+    VEKBuildChildren(*this, &VEKTPSLightParserUtil::BuildRefFrame, container, set, family,
+                     "RefFrame");
   return S_OK;
 }
 
@@ -451,10 +447,8 @@ HRESULT VEKTPSLightParserUtil::GenerateCG(VEKTPSLightContainer* container, VEKIT
                                           VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
   VEKLightXmlElement family;
-  if (VEKFailed(FoundRootNode(element, "CGRoot", family))) return S_OK;
-  VEKForEachChild(family, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == "CG") (void)BuildCG(container, set, child);
-  });
+  if (VEKSucceeded(FoundRootNode(element, "CGRoot", family)))
+    VEKBuildChildren(*this, &VEKTPSLightParserUtil::BuildCG, container, set, family, "CG");
   return S_OK;
 }
 
@@ -507,10 +501,9 @@ HRESULT VEKTPSLightParserUtil::GenerateCapture(VEKTPSLightContainer* container,
                                                VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
   VEKLightXmlElement family;
-  if (VEKFailed(FoundRootNode(element, "CaptureRoot", family))) return S_OK;
-  VEKForEachChild(family, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == "Capture") (void)BuildCapture(container, set, child);
-  });
+  if (VEKSucceeded(FoundRootNode(element, "CaptureRoot", family)))
+    VEKBuildChildren(*this, &VEKTPSLightParserUtil::BuildCapture, container, set, family,
+                     "Capture");
   return S_OK;
 }
 

@@ -8,6 +8,7 @@
 #include "VEKBaseUnknown.h"
 #include "VEKComPtr.h"
 #include "VEKLightXml.h"
+#include "VEKTPSLightParserUtil.h"
 #include "VEKUnicodeString.h"
 
 namespace vek_parser_detail {
@@ -57,6 +58,20 @@ void VEKForEachChild(const VEKLightXmlElementItf& parent, Visit&& visit) {
     if (!child) break;
     visit(*child);
   }
+}
+
+// A builder member: makes one object from one element.
+using VEKBuilder = HRESULT (VEKTPSLightParserUtil::*)(VEKTPSLightContainer*, VEKITPSLightSet*,
+                                                      VEKLightXmlElementItf&);
+
+// Calls `build` on every child of `parent` named `tag`, in document order. A child that fails to
+// build does not stop the walk.
+inline void VEKBuildChildren(VEKTPSLightParserUtil& parser, VEKBuilder build,
+                             VEKTPSLightContainer* container, VEKITPSLightSet* set,
+                             const VEKLightXmlElementItf& parent, const char* tag) {
+  VEKForEachChild(parent, [&](VEKLightXmlElementItf& child) {
+    if (child.GetName() == tag) (void)(parser.*build)(container, set, child);
+  });
 }
 
 }  // namespace vek_parser_detail

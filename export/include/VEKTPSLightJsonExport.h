@@ -2,7 +2,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
+#include "VEKComPtr.h"
 #include "VEKTPSLightModel.h"
 #include "VEKTypes.h"
 
@@ -17,3 +19,9 @@ enum class VEKTPSLightSchema { Current, Legacy };
 VEK_API HRESULT VEKExportLoadToJson(VEKTPSLightSchema schema, HRESULT loadResult,
                                     VEKITPSLightSet* lastSet, bool pretty,
                                     std::string& json) noexcept;
+
+// Every set of one load in creation order, reached through VEKITPSLightSet::GetPreviousSet from
+// `lastSet` (null gives none), each with a reference of its own. E_OUTOFMEMORY leaves `sets`
+// empty.
+VEK_API HRESULT VEKGetSetsOfLoad(VEKITPSLightSet* lastSet,
+                                 std::vector<VEKComPtr<VEKITPSLightSet>>& sets) noexcept;
