@@ -9,7 +9,7 @@ function(vek_add_component name)
   target_link_options(${name} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/VEKExports.map)
   # The sanitizer runtimes are linked into executables only, so shared libraries keep undefined
   # references to them.
-  if(NOT VEK_SANITIZE)
+  if(NOT VEK_SANITIZE AND NOT VEK_SANITIZE_THREAD)
     target_link_options(${name} PRIVATE -Wl,--no-undefined)
   endif()
   set_target_properties(${name} PROPERTIES LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/VEKExports.map)

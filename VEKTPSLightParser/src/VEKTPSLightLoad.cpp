@@ -7,6 +7,10 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "VEKCodePage.h"
 #include "VEKComPtr.h"
@@ -221,14 +225,34 @@ HRESULT VEKTPSLightParserUtil::GenerateLightModel(const char* xmlText, VEKBaseUn
 HRESULT VEKTPSLightParserUtil::GenerateFile(VEKUnicodeString& fileName,
                                             VEKLightXmlElementItf& element) {
   if (fileName.GetLengthInChar() == 0) return E_FAIL;
+  // The text is written under a name of this thread's own and then renamed over the file, so that
+  // loads running at once always leave one whole document in it, never an interleaving of two.
+  const char* finalName = fileName.CastToCharPtr();
+  std::string temporaryName;
+  try {
+    temporaryName = std::string(finalName) + "." + std::to_string(getpid()) + "." +
+                    std::to_string(gettid()) + ".tmp";
+  } catch (const std::bad_alloc&) {
+    return S_OK;
+  }
   // A file that cannot be opened or written is skipped without a word.
-  std::FILE* file = std::fopen(fileName.CastToCharPtr(), "wb");
-  if (!file) return S_OK;
+  const int descriptor =
+      open(temporaryName.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (descriptor < 0) return S_OK;
+  std::FILE* file = fdopen(descriptor, "wb");
+  if (!file) {
+    (void)close(descriptor);
+    (void)unlink(temporaryName.c_str());
+    return S_OK;
+  }
   // The text goes straight into the file: no copy of the whole document is ever held.
   VEKFileOutputStream output(file);
   VEKLightXmlParser parser;
   (void)parser.GetXml(element, output);
   (void)std::fflush(file);
   (void)std::fclose(file);
+  if (std::rename(temporaryName.c_str(), finalName) != 0) {
+    (void)unlink(temporaryName.c_str());
+  }
   return S_OK;
 }

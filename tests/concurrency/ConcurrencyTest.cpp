@@ -1,0 +1,118 @@
+// Loads running in eight threads at once over different documents must give the models they give
+// alone, and the dump file they all write must always hold one whole document.
+#include <gtest/gtest.h>
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "VEKDocumentGenerator.h"
+#include "VEKTPSLightJsonExport.h"
+#include "VEKTPSLightParserUtil.h"
+
+namespace {
+
+constexpr const char* kDumpName = "E:\\TPSLoadXML.xml";
+
+struct Document {
+  VEKTPSLightSchema schema;
+  std::string xml;
+};
+
+// The JSON of one load, or the failure's name.
+std::string LoadToJson(const Document& document) {
+  VEKTPSLightParserUtil parser;
+  VEKComPtr<VEKITPSLightSet> set;
+  HRESULT result;
+  if (document.schema == VEKTPSLightSchema::Legacy) {
+    result = parser.GenerateLightModel(document.xml.c_str(), nullptr, set.GetAddressOf());
+  } else {
+    VEKUnicodeString text(document.xml.data(), document.xml.size());
+    result = parser.GenerateLightModelFromBase(text, nullptr, set.GetAddressOf(), 0, nullptr, 0, 0);
+  }
+  std::string json;
+  if (VEKFailed(VEKExportLoadToJson(document.schema, result, set.Get(), false, json)))
+    return "export failed";
+  return json;
+}
+
+std::string ReadDump() {
+  std::ifstream file(kDumpName, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+// Runs the test in a directory of its own, where the loads write their dump.
+class ConcurrentLoads : public testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/vek-concurrency-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    directory_ = pattern;
+    ASSERT_NE(getcwd(previous_, sizeof previous_), nullptr);
+    ASSERT_EQ(chdir(directory_.c_str()), 0);
+  }
+  void TearDown() override {
+    (void)unlink(kDumpName);
+    (void)chdir(previous_);
+    (void)rmdir(directory_.c_str());
+  }
+
+ private:
+  std::string directory_;
+  char previous_[4096] = {};
+};
+
+TEST_F(ConcurrentLoads, GiveTheModelsOfLoadsAloneAndAWholeDump) {
+  std::vector<Document> documents;
+  for (std::uint64_t seed = 1; seed <= 4; ++seed) {
+    documents.push_back({VEKTPSLightSchema::Current,
+                         VEKGenerateDocument({VEKGeneratedSchema::Current, 120, seed})});
+    documents.push_back(
+        {VEKTPSLightSchema::Legacy, VEKGenerateDocument({VEKGeneratedSchema::Legacy, 120, seed})});
+  }
+  // Alone: the expected model of every document, and the dump of every current-schema one.
+  std::vector<std::string> expected;
+  std::set<std::string> dumps;
+  for (const Document& document : documents) {
+    expected.push_back(LoadToJson(document));
+    if (document.schema == VEKTPSLightSchema::Current) dumps.insert(ReadDump());
+  }
+  ASSERT_EQ(dumps.size(), 4u);
+
+  std::atomic<bool> stop{false};
+  std::atomic<int> mismatches{0};
+  std::atomic<int> loads{0};
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 8; ++thread) {
+    threads.emplace_back([&, thread] {
+      for (std::size_t round = thread; !stop; ++round) {
+        const std::size_t index = round % documents.size();
+        if (LoadToJson(documents[index]) != expected[index]) ++mismatches;
+        ++loads;
+      }
+    });
+  }
+  int dumpChecks = 0;
+  int torn = 0;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+  while (std::chrono::steady_clock::now() < end) {
+    if (dumps.count(ReadDump()) == 0) ++torn;
+    ++dumpChecks;
+  }
+  stop = true;
+  for (std::thread& thread : threads) thread.join();
+
+  EXPECT_EQ(mismatches, 0) << "of " << loads << " loads";
+  EXPECT_EQ(torn, 0) << "of " << dumpChecks << " reads of the dump";
+  EXPECT_GT(loads, static_cast<int>(documents.size()));
+}
+
+}  // namespace
