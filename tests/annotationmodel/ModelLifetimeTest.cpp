@@ -8,6 +8,7 @@
 
 namespace {
 
+using vek_model_test::Create;
 using vek_model_test::ForeignObject;
 using vek_model_test::Identity;
 using vek_model_test::MakeContainer;
@@ -15,75 +16,62 @@ using vek_model_test::MakeSet;
 using vek_model_test::Query;
 using vek_model_test::Utf8;
 
-TEST(ModelLifetime, SetAndObjectsShareOneCount) {
-  auto container = MakeContainer();
-  VEKITPSLightSet* set = nullptr;
-  ASSERT_EQ(container->CreateLightSet(&set, nullptr), S_OK);
+class ModelLifetime : public testing::Test {
+ protected:
+  template <class I>
+  VEKComPtr<I> Make(VEKITPSLightSet* set = nullptr) {
+    return Create<I>(container_.Get(), set ? set : set_.Get());
+  }
+  std::string NameOf(VEKBaseUnknown* object) {
+    return Utf8(Query<VEKITPSLight>(object)->GetName());
+  }
+
+  VEKComPtr<VEKTPSLightContainer> container_ = MakeContainer();
+  VEKComPtr<VEKITPSLightSet> set_ = MakeSet(container_.Get());
+};
+
+TEST_F(ModelLifetime, SetAndObjectsShareOneCount) {
   VEKITPSLightView* view = nullptr;
-  ASSERT_EQ(container->CreateView(&view, set), S_OK);
+  ASSERT_EQ(container_->CreateView(&view, set_.Get()), S_OK);
+  VEKITPSLightSet* set = set_.Detach();
   EXPECT_EQ(set->AddRef(), 3u);
   EXPECT_EQ(view->Release(), 2u);
   EXPECT_EQ(set->Release(), 1u);
   EXPECT_EQ(set->Release(), 0u);
 }
 
-TEST(ModelLifetime, ObjectsOutliveTheContainerAndTheirBuilders) {
-  auto container = MakeContainer();
-  auto set = MakeSet(container.Get());
-  {
-    VEKComPtr<VEKITPSLightAnnotation> annotation;
-    ASSERT_EQ(container->CreateAnnotation(annotation.GetAddressOf(), set.Get()), S_OK);
-    ASSERT_EQ(Query<VEKITPSLight>(annotation.Get())->SetName(L"Flat 1"), S_OK);
-  }
-  container.Reset();
-  ASSERT_EQ(set->GetAnnotations()->Count(), 1);
-  EXPECT_EQ(Utf8(Query<VEKITPSLight>(set->GetAnnotations()->Get(0))->GetName()), "Flat 1");
-}
-
-TEST(ModelLifetime, AReferenceToOneObjectKeepsTheWholeModel) {
-  auto container = MakeContainer();
-  auto set = MakeSet(container.Get());
-  VEKComPtr<VEKITPSLightView> view;
-  VEKComPtr<VEKITPSLightAnnotation> annotation;
-  ASSERT_EQ(container->CreateView(view.GetAddressOf(), set.Get()), S_OK);
-  ASSERT_EQ(container->CreateAnnotation(annotation.GetAddressOf(), set.Get()), S_OK);
+TEST_F(ModelLifetime, AReferenceToOneObjectKeepsTheWholeModel) {
+  auto view = Make<VEKITPSLightView>();
+  auto annotation = Make<VEKITPSLightAnnotation>();
   ASSERT_EQ(Query<VEKITPSLight>(annotation.Get())->SetName(L"Datum A"), S_OK);
   ASSERT_EQ(view->AddTPS(annotation.Get()), S_OK);
-  ASSERT_EQ(Query<VEKITPSLight>(set.Get())->SetName(L"Part"), S_OK);
-  VEKITPSLightSet* setAddress = set.Get();
-  set.Reset();
+  ASSERT_EQ(Query<VEKITPSLight>(set_.Get())->SetName(L"Part"), S_OK);
+  VEKITPSLightSet* setAddress = set_.Get();
+  set_.Reset();
   annotation.Reset();
-  container.Reset();
-  EXPECT_EQ(Utf8(Query<VEKITPSLight>(view->GetAnnotations().Get(0))->GetName()), "Datum A");
-  EXPECT_EQ(Utf8(Query<VEKITPSLight>(setAddress)->GetName()), "Part");
+  container_.Reset();
+  EXPECT_EQ(NameOf(view->GetAnnotations().Get(0)), "Datum A");
+  EXPECT_EQ(NameOf(setAddress), "Part");
 }
 
-TEST(ModelLifetime, ReleasingTheLastReferenceFreesEveryOwnedValue) {
+TEST_F(ModelLifetime, ReleasingTheLastReferenceFreesEveryOwnedValue) {
   // Leak checking after this test shows that reps, lists and groups all went with the model.
-  auto container = MakeContainer();
-  auto set = MakeSet(container.Get());
-  VEKComPtr<VEKITPSLightAnnotation> annotation;
-  VEKComPtr<VEKITPSLightTTRS> ttrs;
-  VEKComPtr<VEKITPSLightCapture> capture;
-  ASSERT_EQ(container->CreateAnnotation(annotation.GetAddressOf(), set.Get()), S_OK);
-  ASSERT_EQ(container->CreateTTRS(ttrs.GetAddressOf(), set.Get()), S_OK);
-  ASSERT_EQ(container->CreateCapture(capture.GetAddressOf(), set.Get()), S_OK);
+  auto annotation = Make<VEKITPSLightAnnotation>();
+  auto ttrs = Make<VEKITPSLightTTRS>();
   EXPECT_EQ(Query<VEKITPSLight>(annotation.Get())->SetRep(new VEKRep()), S_OK);
   EXPECT_EQ(annotation->SetRep(new VEKRep()), S_OK);
-  EXPECT_EQ(capture->SetRep(new VEKRep()), S_OK);
-  EXPECT_EQ(Query<VEKITPSLight>(set.Get())->SetRep(new VEKRep()), S_OK);
+  EXPECT_EQ(Make<VEKITPSLightCapture>()->SetRep(new VEKRep()), S_OK);
+  EXPECT_EQ(Query<VEKITPSLight>(set_.Get())->SetRep(new VEKRep()), S_OK);
   EXPECT_EQ(ttrs->AddGeometry(new VEKRawCollint()), S_OK);
   auto* group = new VEKLightObjectList();
   ASSERT_EQ(group->Append(annotation.Get()), S_OK);
   EXPECT_EQ(Query<VEKITPSLightModel>(annotation.Get())->SetOrderGroup(group), S_OK);
   ASSERT_EQ(Query<VEKITPSLight>(ttrs.Get())->SetUuid(L"kept until the end"), S_OK);
+  container_.Reset();  // the builders' objects outlive the container
 }
 
-TEST(ModelLifetime, SetRepFreesTheEarlierRepAndKeepsTheTwoRepsApart) {
-  auto container = MakeContainer();
-  auto set = MakeSet(container.Get());
-  VEKComPtr<VEKITPSLightAnnotation> annotation;
-  ASSERT_EQ(container->CreateAnnotation(annotation.GetAddressOf(), set.Get()), S_OK);
+TEST_F(ModelLifetime, SetRepFreesTheEarlierRepAndKeepsTheTwoRepsApart) {
+  auto annotation = Make<VEKITPSLightAnnotation>();
   auto light = Query<VEKITPSLight>(annotation.Get());
   VEKRep* common = new VEKRep();
   VEKRep* graphic = new VEKRep();
@@ -99,26 +87,18 @@ TEST(ModelLifetime, SetRepFreesTheEarlierRepAndKeepsTheTwoRepsApart) {
   EXPECT_EQ(annotation->GetGraphicRep(), graphic);
 }
 
-TEST(ModelLifetime, LinksAcrossModelsAndToForeignObjectsAreRejected) {
-  auto container = MakeContainer();
-  auto home = MakeSet(container.Get());
-  auto away = MakeSet(container.Get());
-  VEKComPtr<VEKITPSLightView> view;
-  VEKComPtr<VEKITPSLightCapture> capture;
-  VEKComPtr<VEKITPSLightRefFrame> frame;
-  VEKComPtr<VEKITPSLightAnnotation> local;
-  VEKComPtr<VEKITPSLightAnnotation> stranger;
-  VEKComPtr<VEKITPSLightView> strangerView;
-  ASSERT_EQ(container->CreateView(view.GetAddressOf(), home.Get()), S_OK);
-  ASSERT_EQ(container->CreateCapture(capture.GetAddressOf(), home.Get()), S_OK);
-  ASSERT_EQ(container->CreateRefFrame(frame.GetAddressOf(), home.Get()), S_OK);
-  ASSERT_EQ(container->CreateAnnotation(local.GetAddressOf(), home.Get()), S_OK);
-  ASSERT_EQ(container->CreateAnnotation(stranger.GetAddressOf(), away.Get()), S_OK);
-  ASSERT_EQ(container->CreateView(strangerView.GetAddressOf(), away.Get()), S_OK);
+TEST_F(ModelLifetime, LinksAcrossModelsAndToForeignObjectsAreRejected) {
+  auto away = MakeSet(container_.Get());
+  auto view = Make<VEKITPSLightView>();
+  auto capture = Make<VEKITPSLightCapture>();
+  auto frame = Make<VEKITPSLightRefFrame>();
+  auto local = Query<VEKITPSLightModel>(Make<VEKITPSLightAnnotation>().Get());
+  auto stranger = Make<VEKITPSLightAnnotation>(away.Get());
   ForeignObject foreign;
 
-  VEKBaseUnknown* const outsiders[] = {stranger.Get(), &foreign, nullptr};
-  for (VEKBaseUnknown* outsider : outsiders) {
+  for (VEKBaseUnknown* outsider :
+       {static_cast<VEKBaseUnknown*>(stranger.Get()), static_cast<VEKBaseUnknown*>(&foreign),
+        static_cast<VEKBaseUnknown*>(nullptr)}) {
     EXPECT_EQ(view->AddTPS(outsider), E_INVALIDARG);
     EXPECT_EQ(view->AddCapture(outsider), E_INVALIDARG);
     EXPECT_EQ(frame->AddDatum(outsider), E_INVALIDARG);
@@ -127,14 +107,12 @@ TEST(ModelLifetime, LinksAcrossModelsAndToForeignObjectsAreRejected) {
     EXPECT_EQ(capture->AddCG(outsider), E_INVALIDARG);
     EXPECT_EQ(capture->SetActiveView(outsider), E_INVALIDARG);
   }
-  EXPECT_EQ(Query<VEKITPSLightModel>(local.Get())->SetView(strangerView.Get()), E_INVALIDARG);
-  EXPECT_EQ(view->GetAnnotations().Count(), 0);
-  EXPECT_EQ(view->GetCaptures().Count(), 0);
-  EXPECT_EQ(frame->GetDatums().Count(), 0);
+  EXPECT_EQ(local->SetView(Make<VEKITPSLightView>(away.Get()).Get()), E_INVALIDARG);
+  EXPECT_EQ(view->GetAnnotations().Count() + view->GetCaptures().Count(), 0);
+  EXPECT_EQ(frame->GetDatums().Count() + local->GetViews().Count(), 0);
   EXPECT_EQ(capture->GetAnnotations().Count() + capture->GetViews().Count(), 0);
   EXPECT_EQ(capture->GetCGs().Count(), 0);
   EXPECT_EQ(capture->GetActiveView(), nullptr);
-  EXPECT_EQ(Query<VEKITPSLightModel>(local.Get())->GetViews().Count(), 0);
   EXPECT_EQ(foreign.references, 1u) << "every reference the check took was given back";
 
   // Any face of an object of the same model is accepted and stored as its identity.
@@ -142,65 +120,57 @@ TEST(ModelLifetime, LinksAcrossModelsAndToForeignObjectsAreRejected) {
   EXPECT_EQ(view->GetAnnotations().Get(0), Identity(local.Get()));
 }
 
-TEST(ModelLifetime, CreationNeedsASetOfThisModel) {
-  auto container = MakeContainer();
+TEST_F(ModelLifetime, CreationNeedsASetOfThisModel) {
   vek_test::RecordingContainer recording;
   VEKComPtr<VEKITPSLightSet> recordedSet;
   ASSERT_EQ(recording.CreateLightSet(recordedSet.GetAddressOf(), nullptr), S_OK);
   VEKITPSLightAnnotation* annotation = reinterpret_cast<VEKITPSLightAnnotation*>(0x1);
-  EXPECT_EQ(container->CreateAnnotation(&annotation, recordedSet.Get()), E_INVALIDARG);
+  EXPECT_EQ(container_->CreateAnnotation(&annotation, recordedSet.Get()), E_INVALIDARG);
   EXPECT_EQ(annotation, nullptr);
-  EXPECT_EQ(container->CreateAnnotation(&annotation, nullptr), E_POINTER);
-  auto set = MakeSet(container.Get());
-  EXPECT_EQ(container->CreateCG(nullptr, set.Get()), E_POINTER);
-  EXPECT_EQ(container->CreateLightSet(nullptr, nullptr), E_POINTER);
-  EXPECT_EQ(set->GetCGs().Count(), 0);
+  EXPECT_EQ(container_->CreateAnnotation(&annotation, nullptr), E_POINTER);
+  EXPECT_EQ(container_->CreateCG(nullptr, set_.Get()), E_POINTER);
+  EXPECT_EQ(container_->CreateLightSet(nullptr, nullptr), E_POINTER);
+  EXPECT_EQ(set_->GetCGs().Count(), 0);
 }
 
-TEST(ModelLifetime, CreationFailsCleanlyAtEveryAllocation) {
-  auto container = MakeContainer();
-  auto set = MakeSet(container.Get());
-  VEKComPtr<VEKITPSLightTTRS> first;
-  ASSERT_EQ(container->CreateTTRS(first.GetAddressOf(), set.Get()), S_OK);
-  int failing = 1;
-  for (;; ++failing) {
-    VEKComPtr<VEKITPSLightTTRS> made;
-    HRESULT result;
-    {
-      vektest::FailingAllocations noMemory(failing);
-      result = container->CreateTTRS(made.GetAddressOf(), set.Get());
+TEST_F(ModelLifetime, CreationFailsCleanlyAtEveryAllocation) {
+  auto first = Make<VEKITPSLightTTRS>();
+  // Fails allocation 1, 2, ... of `create` until it succeeds; returns the first that succeeds.
+  auto failUntilSuccess = [&](auto create) {
+    for (int failing = 1;; ++failing) {
+      HRESULT result;
+      bool made = true;
+      {
+        vektest::FailingAllocations noMemory(failing);
+        result = create(made);
+      }
+      if (result == S_OK) return failing;
+      EXPECT_EQ(result, E_OUTOFMEMORY) << "allocation " << failing;
+      EXPECT_FALSE(made);
     }
-    if (result == S_OK) break;
-    EXPECT_EQ(result, E_OUTOFMEMORY) << "allocation " << failing;
-    EXPECT_FALSE(made);
-    EXPECT_EQ(set->GetTTRS().Count(), 1);
-  }
-  EXPECT_EQ(failing, 3) << "the object, then the family list growing to two slots";
-
-  for (failing = 1;; ++failing) {
-    VEKComPtr<VEKITPSLightSet> made;
-    HRESULT result;
-    {
-      vektest::FailingAllocations noMemory(failing);
-      result = container->CreateLightSet(made.GetAddressOf(), nullptr);
-    }
-    if (result == S_OK) break;
-    EXPECT_EQ(result, E_OUTOFMEMORY) << "allocation " << failing;
-    EXPECT_FALSE(made);
-  }
-  EXPECT_GT(failing, 1);
+  };
+  EXPECT_EQ(failUntilSuccess([&](bool& made) {
+              VEKComPtr<VEKITPSLightTTRS> ttrs;
+              const HRESULT result = container_->CreateTTRS(ttrs.GetAddressOf(), set_.Get());
+              made = static_cast<bool>(ttrs);
+              return result;
+            }),
+            3)
+      << "the object, then the family list growing to two slots";
+  EXPECT_EQ(set_->GetTTRS().Count(), 2) << "failed creations added nothing";
+  EXPECT_GT(failUntilSuccess([&](bool& made) {
+              VEKComPtr<VEKITPSLightSet> set;
+              const HRESULT result = container_->CreateLightSet(set.GetAddressOf(), nullptr);
+              made = static_cast<bool>(set);
+              return result;
+            }),
+            1);
 }
 
-TEST(ModelLifetime, OrderGroupIsTakenOnlyWhenEveryMemberBelongsToTheModel) {
-  auto container = MakeContainer();
-  auto set = MakeSet(container.Get());
-  auto other = MakeSet(container.Get());
-  VEKComPtr<VEKITPSLightAnnotation> first;
-  VEKComPtr<VEKITPSLightAnnotation> second;
-  VEKComPtr<VEKITPSLightAnnotation> stranger;
-  ASSERT_EQ(container->CreateAnnotation(first.GetAddressOf(), set.Get()), S_OK);
-  ASSERT_EQ(container->CreateAnnotation(second.GetAddressOf(), set.Get()), S_OK);
-  ASSERT_EQ(container->CreateAnnotation(stranger.GetAddressOf(), other.Get()), S_OK);
+TEST_F(ModelLifetime, OrderGroupIsTakenOnlyWhenEveryMemberBelongsToTheModel) {
+  auto first = Make<VEKITPSLightAnnotation>();
+  auto second = Make<VEKITPSLightAnnotation>();
+  auto stranger = Make<VEKITPSLightAnnotation>(MakeSet(container_.Get()).Get());
   auto model = Query<VEKITPSLightModel>(first.Get());
 
   auto* group = new VEKLightObjectList();
@@ -227,14 +197,10 @@ TEST(ModelLifetime, OrderGroupIsTakenOnlyWhenEveryMemberBelongsToTheModel) {
 TEST(ModelChaining, ASetMadeOverTheLastOneKeepsIt) {
   VEKComPtr<VEKITPSLightSet> first;
   VEKITPSLightSet* slot = nullptr;
-  {
-    auto container = MakeContainer();
-    ASSERT_EQ(container->CreateLightSet(&slot, nullptr), S_OK);
-    first.Attach(slot);
-    ASSERT_EQ(Query<VEKITPSLight>(first.Get())->SetName(L"first"), S_OK);
-  }
-  auto container = MakeContainer();
-  ASSERT_EQ(container->CreateLightSet(&slot, nullptr), S_OK);
+  ASSERT_EQ(MakeContainer()->CreateLightSet(&slot, nullptr), S_OK);
+  first.Attach(slot);
+  ASSERT_EQ(Query<VEKITPSLight>(first.Get())->SetName(L"first"), S_OK);
+  ASSERT_EQ(MakeContainer()->CreateLightSet(&slot, nullptr), S_OK);
   VEKComPtr<VEKITPSLightSet> second;
   second.Attach(slot);
   ASSERT_NE(second.Get(), first.Get());
@@ -282,8 +248,6 @@ TEST(ModelChaining, ReleasingTheLastSetFreesALongChain) {
   }
   VEKComPtr<VEKITPSLightSet> previous;
   ASSERT_EQ(last->GetPreviousSet(previous.GetAddressOf()), S_OK);
-  previous.Reset();
-  last.Reset();
 }
 
 }  // namespace

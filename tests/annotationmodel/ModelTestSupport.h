@@ -1,10 +1,13 @@
-// Helpers for the light annotation model tests: a container and a set, typed queries, and an
-// object that comes from no model.
+// Helpers for the light annotation model tests: a container and a set, typed creation and
+// queries, and an object that comes from no model.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <type_traits>
 
 #include "VEKComPtr.h"
 #include "VEKTPSLightModel.h"
@@ -20,8 +23,30 @@ inline VEKComPtr<VEKTPSLightContainer> MakeContainer() {
 inline VEKComPtr<VEKITPSLightSet> MakeSet(VEKTPSLightContainer* container,
                                           VEKBaseUnknown* father = nullptr) {
   VEKComPtr<VEKITPSLightSet> set;
-  (void)container->CreateLightSet(set.GetAddressOf(), father);
+  EXPECT_EQ(container->CreateLightSet(set.GetAddressOf(), father), S_OK);
   return set;
+}
+
+// A new object of family `I` in `set`, made through the container's creator for `I`.
+template <class I>
+VEKComPtr<I> Create(VEKTPSLightContainer* container, VEKITPSLightSet* set) {
+  VEKComPtr<I> made;
+  HRESULT result = E_FAIL;
+  if constexpr (std::is_same_v<I, VEKITPSLightAnnotation>) {
+    result = container->CreateAnnotation(made.GetAddressOf(), set);
+  } else if constexpr (std::is_same_v<I, VEKITPSLightView>) {
+    result = container->CreateView(made.GetAddressOf(), set);
+  } else if constexpr (std::is_same_v<I, VEKITPSLightTTRS>) {
+    result = container->CreateTTRS(made.GetAddressOf(), set);
+  } else if constexpr (std::is_same_v<I, VEKITPSLightRefFrame>) {
+    result = container->CreateRefFrame(made.GetAddressOf(), set);
+  } else if constexpr (std::is_same_v<I, VEKITPSLightCG>) {
+    result = container->CreateCG(made.GetAddressOf(), set);
+  } else {
+    result = container->CreateCapture(made.GetAddressOf(), set);
+  }
+  EXPECT_EQ(result, S_OK);
+  return made;
 }
 
 // Interface U of `object`, or an empty holder when it does not answer it.

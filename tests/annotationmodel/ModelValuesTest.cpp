@@ -3,13 +3,16 @@
 
 #include <algorithm>
 #include <climits>
+#include <map>
 #include <utility>
 #include <vector>
 
 #include "ModelTestSupport.h"
+#include "RecordingModel.h"
 
 namespace {
 
+using vek_model_test::Create;
 using vek_model_test::Identity;
 using vek_model_test::MakeContainer;
 using vek_model_test::MakeSet;
@@ -18,31 +21,23 @@ using vek_model_test::Utf8;
 
 constexpr int kKindSet = 0;
 
-template <class Interface>
-VEKComPtr<VEKBaseUnknown> Made(HRESULT (VEKTPSLightContainer::*create)(Interface**,
-                                                                       VEKITPSLightSet*),
-                               VEKTPSLightContainer* container, VEKITPSLightSet* set) {
-  VEKComPtr<Interface> object;
-  EXPECT_EQ((container->*create)(object.GetAddressOf(), set), S_OK);
-  return Query<VEKBaseUnknown>(object.Get());
-}
-
 // A new object of `kind` (VEKTPSLightKind) in `set`, or the set itself for kind 0.
 VEKComPtr<VEKBaseUnknown> MakeObject(VEKTPSLightContainer* container, VEKITPSLightSet* set,
                                      int kind) {
+  auto identity = [](const auto& made) { return Query<VEKBaseUnknown>(made.Get()); };
   switch (kind) {
     case VEKTPSLightKindAnnotation:
-      return Made(&VEKTPSLightContainer::CreateAnnotation, container, set);
+      return identity(Create<VEKITPSLightAnnotation>(container, set));
     case VEKTPSLightKindView:
-      return Made(&VEKTPSLightContainer::CreateView, container, set);
+      return identity(Create<VEKITPSLightView>(container, set));
     case VEKTPSLightKindTTRS:
-      return Made(&VEKTPSLightContainer::CreateTTRS, container, set);
+      return identity(Create<VEKITPSLightTTRS>(container, set));
     case VEKTPSLightKindRefFrame:
-      return Made(&VEKTPSLightContainer::CreateRefFrame, container, set);
+      return identity(Create<VEKITPSLightRefFrame>(container, set));
     case VEKTPSLightKindCG:
-      return Made(&VEKTPSLightContainer::CreateCG, container, set);
+      return identity(Create<VEKITPSLightCG>(container, set));
     case VEKTPSLightKindCapture:
-      return Made(&VEKTPSLightContainer::CreateCapture, container, set);
+      return identity(Create<VEKITPSLightCapture>(container, set));
     default:
       return Query<VEKBaseUnknown>(set);
   }
@@ -120,64 +115,31 @@ INSTANTIATE_TEST_SUITE_P(Kinds, EveryKind,
 TEST(ModelValues, FamilyValuesStartUnset) {
   auto container = MakeContainer();
   auto set = MakeSet(container.Get());
-  EXPECT_FALSE(set->GetStandard());
   EXPECT_EQ(set->GetFather(), nullptr);
-  EXPECT_EQ(set->GetAnnotations()->Count(), 0);
-  EXPECT_TRUE(set->GetUnresolvedReferences().empty());
-  EXPECT_TRUE(set->GetDuplicateIds().empty());
-
-  VEKComPtr<VEKITPSLightAnnotation> annotation;
-  VEKComPtr<VEKITPSLightView> view;
-  VEKComPtr<VEKITPSLightTTRS> ttrs;
-  VEKComPtr<VEKITPSLightRefFrame> frame;
-  VEKComPtr<VEKITPSLightCG> cg;
-  VEKComPtr<VEKITPSLightCapture> capture;
-  ASSERT_EQ(container->CreateAnnotation(annotation.GetAddressOf(), set.Get()), S_OK);
-  ASSERT_EQ(container->CreateView(view.GetAddressOf(), set.Get()), S_OK);
-  ASSERT_EQ(container->CreateTTRS(ttrs.GetAddressOf(), set.Get()), S_OK);
-  ASSERT_EQ(container->CreateRefFrame(frame.GetAddressOf(), set.Get()), S_OK);
-  ASSERT_EQ(container->CreateCG(cg.GetAddressOf(), set.Get()), S_OK);
-  ASSERT_EQ(container->CreateCapture(capture.GetAddressOf(), set.Get()), S_OK);
-
-  EXPECT_FALSE(annotation->GetValue());
-  EXPECT_FALSE(annotation->IsDefault());
-  EXPECT_TRUE(annotation->GetTTRS().empty());
-  EXPECT_FALSE(annotation->GetReference());
-  EXPECT_FALSE(annotation->GetAttribute());
-  EXPECT_EQ(annotation->GetGraphicRep(), nullptr);
-  EXPECT_EQ(Query<VEKITPSLightModel>(annotation.Get())->GetOrderGroup(), nullptr);
-  EXPECT_EQ(Query<VEKITPSLightModel>(annotation.Get())->GetViews().Count(), 0);
-  EXPECT_FALSE(view->GetOrigin());
-  EXPECT_FALSE(view->GetNormal());
-  EXPECT_FALSE(view->GetDirection());
-  EXPECT_EQ(view->GetAnnotations().Count() + view->GetCaptures().Count(), 0);
-  EXPECT_EQ(ttrs->GetGeometryCount(), 0);
+  (void)Create<VEKITPSLightAnnotation>(container.Get(), set.Get());
+  (void)Create<VEKITPSLightView>(container.Get(), set.Get());
+  auto ttrs = Create<VEKITPSLightTTRS>(container.Get(), set.Get());
+  (void)Create<VEKITPSLightRefFrame>(container.Get(), set.Get());
+  (void)Create<VEKITPSLightCG>(container.Get(), set.Get());
+  (void)Create<VEKITPSLightCapture>(container.Get(), set.Get());
   EXPECT_EQ(ttrs->GetGeometry(0), nullptr);
-  EXPECT_EQ(frame->GetDatums().Count(), 0);
-  EXPECT_TRUE(frame->GetTTRS().empty());
-  EXPECT_FALSE(frame->GetAttribute());
-  EXPECT_TRUE(cg->GetTTRS().empty());
-  EXPECT_TRUE(cg->GetTReps().empty());
-  EXPECT_FALSE(cg->GetAttribute());
-  EXPECT_EQ(capture->GetAnnotations().Count() + capture->GetViews().Count(), 0);
-  EXPECT_EQ(capture->GetActiveView(), nullptr);
-  EXPECT_FALSE(capture->GetClippingPlane());
-  EXPECT_FALSE(capture->GetCameraPosition());
-  EXPECT_FALSE(capture->GetCameraDirection());
-  EXPECT_FALSE(capture->GetCameraZenith());
-  EXPECT_FALSE(capture->GetCameraTarget());
-  EXPECT_FALSE(capture->GetCameraType());
-  EXPECT_EQ(capture->GetCGs().Count(), 0);
-  EXPECT_EQ(capture->GetGraphicRep(), nullptr);
+  EXPECT_EQ(vek_test::ModelText(set.Get()),
+            "S1 -/-/-/-/- rep=- standard=- unresolved=[] duplicates=[]\n"
+            "T1 -/-/-/-/- rep=- geometry=\n"
+            "A1 -/-/-/-/- rep=- value=- default=0 reference=- attribute=- graphic=- ttrs=[] "
+            "group=- views=[]\n"
+            "V1 -/-/-/-/- rep=- origin=- normal=- direction=- tps=[] captures=[]\n"
+            "R1 -/-/-/-/- rep=- attribute=- datums=[] ttrs=[]\n"
+            "G1 -/-/-/-/- rep=- attribute=- ttrs=[] treps=[]\n"
+            "C1 -/-/-/-/- rep=- graphic=- active=- clip=- position=- direction=- zenith=- "
+            "target=- type=- tps=[] views=[] cgs=[]");
 }
 
 TEST(ModelValues, DefaultFollowsTheLastFlagAndListsKeepDuplicates) {
   auto container = MakeContainer();
   auto set = MakeSet(container.Get());
-  VEKComPtr<VEKITPSLightAnnotation> annotation;
-  VEKComPtr<VEKITPSLightTTRS> ttrs;
-  ASSERT_EQ(container->CreateAnnotation(annotation.GetAddressOf(), set.Get()), S_OK);
-  ASSERT_EQ(container->CreateTTRS(ttrs.GetAddressOf(), set.Get()), S_OK);
+  auto annotation = Create<VEKITPSLightAnnotation>(container.Get(), set.Get());
+  auto ttrs = Create<VEKITPSLightTTRS>(container.Get(), set.Get());
   for (const auto& [flag, expected] :
        std::vector<std::pair<int, bool>>{{1, true}, {0, false}, {-5, true}, {INT_MIN, true}}) {
     EXPECT_EQ(annotation->SetDefault(flag), S_OK);
@@ -278,6 +240,27 @@ TEST_F(IdBroker, ChangingAnIdHandsTheOldOneToTheNextHolder) {
   EXPECT_EQ(Find(1, VEKTPSLightKindCG), second.Get());
   EXPECT_EQ(Recorded(set_->GetDuplicateIds()),
             (std::vector<std::pair<int, int>>{{5, 5}, {5, 5}, {6, 5}}));
+}
+
+TEST_F(IdBroker, HeavyReindexingKeepsEveryLookupRight) {
+  // Many ids that differ only in high bits, half of them moved twice, checked against a plain map
+  // of the first-created holder of each id.
+  std::vector<VEKComPtr<VEKBaseUnknown>> objects;
+  std::vector<int> ids;
+  for (int i = 0; i < 2000; ++i) {
+    ids.push_back(i * 4096);
+    objects.push_back(Make(VEKTPSLightKindTTRS, ids.back()));
+  }
+  for (std::size_t i = 0; i < objects.size(); i += 2) {
+    ids[i] = static_cast<int>(i % 7) * 4096;  // onto ids other objects hold
+    ASSERT_EQ(Query<VEKITPSLight>(objects[i].Get())->SetId(ids[i]), S_OK);
+    ids[i] = -static_cast<int>(i) - 1;  // then away again, to a fresh id
+    ASSERT_EQ(Query<VEKITPSLight>(objects[i].Get())->SetId(ids[i]), S_OK);
+  }
+  std::map<int, VEKBaseUnknown*> expected;
+  for (std::size_t i = 0; i < objects.size(); ++i) expected.emplace(ids[i], objects[i].Get());
+  for (const auto& [id, object] : expected) EXPECT_EQ(Find(id, VEKTPSLightKindTTRS), object);
+  EXPECT_EQ(Find(2 * 4096, VEKTPSLightKindTTRS), nullptr) << "its holder moved away";
 }
 
 }  // namespace

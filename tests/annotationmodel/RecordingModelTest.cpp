@@ -8,9 +8,9 @@
 namespace {
 
 using vek_model_test::Query;
+using vek_test::Joined;
 using vek_test::RecordingContainer;
 using vek_test::RecordingKind;
-using Lines = std::vector<std::string>;
 
 TEST(RecordingModel, WritesOneLinePerCallInTheDocumentedFormat) {
   RecordingContainer container;
@@ -44,35 +44,19 @@ TEST(RecordingModel, WritesOneLinePerCallInTheDocumentedFormat) {
     (void)Query<VEKITPSIdBroker>(set.Get())->GetObjectFromId(7, 1, found.GetAddressOf());
     (void)Query<VEKITPSIdBroker>(set.Get())->GetObjectFromId(7, 2, found.GetAddressOf());
   }
-  EXPECT_EQ(container.GetLedger().Lines(), (Lines{"CreateLightSet(father) -> S1",
-                                                  "CreateAnnotation(S1) -> A1",
-                                                  "CreateView(S1) -> V1",
-                                                  "CreateTTRS(S1) -> T1",
-                                                  "A1.QueryInterface(VEKITPSLight) -> ok",
-                                                  "A1.SetName(\"Flat \u00e9\")",
-                                                  "A1.SetId(7)",
-                                                  "A1.SetRep(rep)",
-                                                  "A1.SetGraphicRep(null)",
-                                                  "A1.SetValue(0.125)",
-                                                  "V1.SetOrigin(1, -2.5, 1e+20)",
-                                                  "V1.AddTPS(A1)",
-                                                  "T1.AddGeometry([4,7])",
-                                                  "A1.QueryInterface(VEKITPSLightModel) -> ok",
-                                                  "A1.SetOrderGroup([A1,?])",
-                                                  "A1.Release()",
-                                                  "S1.QueryInterface(VEKITPSIdBroker) -> ok",
-                                                  "S1.GetObjectFromId(7, 1) -> A1",
-                                                  "S1.Release()",
-                                                  "S1.QueryInterface(VEKITPSIdBroker) -> ok",
-                                                  "A1.Release()",
-                                                  "S1.GetObjectFromId(7, 2) -> fail",
-                                                  "S1.Release()",
-                                                  "A1.Release()",
-                                                  "T1.Release()",
-                                                  "V1.Release()",
-                                                  "A1.Release()"}))
+  EXPECT_EQ(Joined(container.GetLedger().Lines()),
+            "CreateLightSet(father) -> S1 | CreateAnnotation(S1) -> A1 | CreateView(S1) -> V1 | "
+            "CreateTTRS(S1) -> T1 | A1.QueryInterface(VEKITPSLight) -> ok | "
+            "A1.SetName(\"Flat \u00e9\") | A1.SetId(7) | A1.SetRep(rep) | "
+            "A1.SetGraphicRep(null) | A1.SetValue(0.125) | V1.SetOrigin(1, -2.5, 1e+20) | "
+            "V1.AddTPS(A1) | T1.AddGeometry([4,7]) | A1.QueryInterface(VEKITPSLightModel) -> ok | "
+            "A1.SetOrderGroup([A1,?]) | A1.Release() | S1.QueryInterface(VEKITPSIdBroker) -> ok | "
+            "S1.GetObjectFromId(7, 1) -> A1 | S1.Release() | "
+            "S1.QueryInterface(VEKITPSIdBroker) -> ok | A1.Release() | "
+            "S1.GetObjectFromId(7, 2) -> fail | S1.Release() | A1.Release() | T1.Release() | "
+            "V1.Release() | A1.Release()")
       << container.GetLedger().Text();
-  EXPECT_EQ(container.GetLedger().Filter("T1."), (Lines{"T1.AddGeometry([4,7])", "T1.Release()"}));
+  EXPECT_EQ(Joined(container.GetLedger().Filter("T1.")), "T1.AddGeometry([4,7]) | T1.Release()");
   EXPECT_EQ(container.References("S1"), 1) << "the test's own reference";
   EXPECT_EQ(container.OutstandingReferences(), 1);
   EXPECT_EQ(container.OverReleases(), 0);
@@ -107,14 +91,14 @@ TEST(RecordingModel, ControlsRefuseCreationsAndInterfaces) {
   EXPECT_TRUE(Query<VEKITPSLightModel>(first.Get()));
   EXPECT_FALSE(Query<VEKITPSLight>(view.Get()));
   EXPECT_FALSE(Query<VEKITPSIdBroker>(set.Get()));
-  EXPECT_EQ(container.GetLedger().Operations(),
-            (Lines{"CreateAnnotation(S1) -> A1", "CreateAnnotation(S1) -> refused",
-                   "CreateAnnotation(S1) -> A2", "CreateCG(S1) -> refused",
-                   "CreateView(null) -> fail", "CreateView(S1) -> V1"}));
-  EXPECT_EQ(container.GetLedger().Filter("A2.Q"),
-            (Lines{"A2.QueryInterface(VEKITPSLightModel) -> refused"}));
-  EXPECT_EQ(container.GetLedger().Filter("S1."),
-            (Lines{"S1.QueryInterface(VEKITPSIdBroker) -> refused"}));
+  EXPECT_EQ(Joined(container.GetLedger().Operations()),
+            "CreateAnnotation(S1) -> A1 | CreateAnnotation(S1) -> refused | "
+            "CreateAnnotation(S1) -> A2 | CreateCG(S1) -> refused | CreateView(null) -> fail | "
+            "CreateView(S1) -> V1");
+  EXPECT_EQ(Joined(container.GetLedger().Filter("A2.Q")),
+            "A2.QueryInterface(VEKITPSLightModel) -> refused");
+  EXPECT_EQ(Joined(container.GetLedger().Filter("S1.")),
+            "S1.QueryInterface(VEKITPSIdBroker) -> refused");
 }
 
 TEST(RecordingModel, BrokerFindsTheFirstCreatedHolderAndCountsReferences) {

@@ -228,6 +228,26 @@ TEST(LightXmlTest, HandlesKeepTheDocumentAlive) {
   EXPECT_EQ(Dump(assigned), "<a><b>deep</b></a>");
 }
 
+TEST(LightXmlTest, CopiesOfReturnedStringsOutliveTheDocument) {
+  // Strings handed out point into the document's text; their copies must own their bytes.
+  VEKUnicodeString name, value, text, longValue;
+  {
+    VEKLightXmlElement root;
+    ASSERT_TRUE(
+        Parse("<r a='\xE2\x8C\x80 0.05' b='a value longer than any inline buffer'>t</r>", root));
+    name = root.GetName();
+    value = root.GetAttributeValue("a");
+    longValue = root.GetAttributeValue("b");
+    text = root.GetValue();
+  }
+  EXPECT_STREQ(name.ConvertToChar(), "r");
+  EXPECT_STREQ(value.ConvertToChar(), "\xE2\x8C\x80 0.05");
+  EXPECT_EQ(value.GetLengthInChar(), 6);
+  EXPECT_EQ(value.SubString(2, 4), "0.05");
+  EXPECT_STREQ(longValue.ConvertToChar(), "a value longer than any inline buffer");
+  EXPECT_STREQ(text.ConvertToChar(), "t");
+}
+
 TEST(LightXmlTest, MalformedInputFailsAndLeavesRootEmpty) {
   constexpr std::ptrdiff_t kUnchecked = -2;
   const struct {
@@ -267,6 +287,9 @@ TEST(LightXmlTest, MalformedInputFailsAndLeavesRootEmpty) {
   EXPECT_EQ(parser.Parse(input, *Children(root)[0]), 0);
   ForeignElement foreign;
   EXPECT_EQ(parser.Parse(input, foreign), 0);
+  // A success after a failure with an offset clears the error.
+  ASSERT_FALSE(Parse("<a>", root, &parser));
+  ASSERT_EQ(parser.GetErrorOffset(), 2);
   EXPECT_EQ(parser.Parse(input, root), 1);
   EXPECT_EQ(parser.GetErrorOffset(), -1);
   EXPECT_STREQ(parser.GetErrorDescription(), "");

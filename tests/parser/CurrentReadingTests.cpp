@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "GlbBuilder.h"
 #include "ParserTestSupport.h"
 #include "VEKTPSLightParserUtil.h"
 
@@ -15,18 +14,6 @@ using vek_test::FirstChild;
 using vek_test::Items;
 using vek_test::ParseXml;
 using vek_test::Utf8;
-
-namespace {
-
-// A "Rep" child of the given type whose buffer is a valid scene of one triangle mesh.
-std::string ValidRep(const char* type) {
-  const std::vector<char> glb = vek_test::BuildMeshesGlb(1, 0, 0);
-  return std::string("<Rep Type=\"") + type + "\"><Buf>" +
-         vek_test::EncodeBase64(reinterpret_cast<const unsigned char*>(glb.data()), glb.size()) +
-         "</Buf></Rep>";
-}
-
-}  // namespace
 
 TEST(CurrentNavigation, FoundRootNodeTakesTheFirstDirectChildOfThatName) {
   VEKTPSLightParserUtil util;
@@ -162,7 +149,7 @@ TEST(CurrentReaders, ReadRepUsesTheFirstRepOfTheType) {
   VEKTPSLightParserUtil util;
   VEKUnicodeString three("3");
   VEKLightXmlElement twoReps =
-      ParseXml("<X><Rep Type='2'><Buf>!!</Buf></Rep>" + ValidRep("3") + "</X>");
+      ParseXml("<X><Rep Type='2'><Buf>!!</Buf></Rep>" + vek_test::RepXml("3") + "</X>");
   VEKRep* rep = nullptr;
   ASSERT_EQ(util.ReadRep(twoReps, three, &rep), S_OK);
   std::unique_ptr<VEKRep> owned(rep);
@@ -178,7 +165,7 @@ TEST(CurrentReaders, ReadRepUsesTheFirstRepOfTheType) {
       "<X><Rep Type='3'><Buf>AAAA</Buf></Rep>",  // decodes, but is no scene graph
   };
   for (const char* head : failures) {
-    VEKLightXmlElement element = ParseXml(std::string(head) + ValidRep("3") + "</X>");
+    VEKLightXmlElement element = ParseXml(std::string(head) + vek_test::RepXml("3") + "</X>");
     VEKRep* untouched = reinterpret_cast<VEKRep*>(&util);
     EXPECT_EQ(util.ReadRep(element, three, &untouched), E_FAIL) << head;
     EXPECT_EQ(untouched, reinterpret_cast<VEKRep*>(&util));
@@ -186,10 +173,10 @@ TEST(CurrentReaders, ReadRepUsesTheFirstRepOfTheType) {
 
   // Types compare as text: "03" is not "3", so the later "3" is the one used.
   VEKLightXmlElement otherForm =
-      ParseXml("<X><Rep Type='03'><Buf>AAAA</Buf></Rep>" + ValidRep("3") + "</X>");
+      ParseXml("<X><Rep Type='03'><Buf>AAAA</Buf></Rep>" + vek_test::RepXml("3") + "</X>");
   rep = nullptr;
   EXPECT_EQ(util.ReadRep(otherForm, three, &rep), S_OK);
   delete rep;
-  VEKLightXmlElement noMatch = ParseXml("<X>" + ValidRep("2") + "</X>");
+  VEKLightXmlElement noMatch = ParseXml("<X>" + vek_test::RepXml("2") + "</X>");
   EXPECT_EQ(util.ReadRep(noMatch, three, &rep), E_FAIL);
 }

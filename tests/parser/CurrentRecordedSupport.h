@@ -4,17 +4,15 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <string>
 #include <vector>
 
-#include "GlbBuilder.h"
 #include "ParserTestSupport.h"
 #include "RecordingModel.h"
 #include "VEKTPSLightParserUtil.h"
 
 namespace vek_test {
-
-using Lines = std::vector<std::string>;
 
 class RecordedTest : public ::testing::Test {
  protected:
@@ -29,19 +27,20 @@ class RecordedTest : public ::testing::Test {
   }
 
   Ledger& ledger() { return container_.GetLedger(); }
-  // The model operations recorded since the last Clear, references left out.
-  Lines Operations() { return ledger().Operations(); }
-  // A "Rep" element of the given type whose buffer holds a valid scene graph.
-  static std::string Rep(const char* type) {
-    const std::vector<char> glb = BuildMeshesGlb(1, 0, 0);
-    return std::string("<Rep Type='") + type + "'><Buf>" +
-           EncodeBase64(reinterpret_cast<const unsigned char*>(glb.data()), glb.size()) +
-           "</Buf></Rep>";
+  // The model operations recorded since the last Clear, references left out, joined.
+  std::string Operations() { return Joined(ledger().Operations()); }
+  // `xml` parsed into an element that lives as long as the test.
+  VEKLightXmlElement& Xml(const std::string& xml) { return parsed_.emplace_back(ParseXml(xml)); }
+  // The identity lines every object gets from an element without "TPSId" and "TPSLoc".
+  static std::string Blank(const std::string& object) {
+    return object + ".SetName(\"\") | " + object + ".SetUuid(\"\") | " + object + ".SetType(0) | " +
+           object + ".SetId(0) | " + object + ".SetStatus(0)";
   }
 
   RecordingContainer container_;
   VEKComPtr<VEKITPSLightSet> set_;
   VEKTPSLightParserUtil util_;
+  std::deque<VEKLightXmlElement> parsed_;
 };
 
 }  // namespace vek_test

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "GlbBuilder.h"
+#include "RecordingModel.h"
 #include "VEKCodePage.h"
 #include "VEKComPtr.h"
 #include "VEKLightXml.h"
@@ -63,6 +65,21 @@ inline std::string ZlibCompress(const std::string& bytes) {
   }
   out.resize(capacity);
   return out;
+}
+
+// A "Rep" element of the given type whose buffer holds a valid scene of `meshes` meshes.
+inline std::string RepXml(const char* type, int meshes = 1) {
+  const std::vector<char> glb = BuildMeshesGlb(meshes, 0, 0);
+  return std::string("<Rep Type='") + type + "'><Buf>" +
+         EncodeBase64(reinterpret_cast<const unsigned char*>(glb.data()), glb.size()) +
+         "</Buf></Rep>";
+}
+
+// Legacy value children: one element per item, its "V" attribute the item.
+inline std::string Values(const std::vector<std::string>& items) {
+  std::string xml;
+  for (const std::string& item : items) xml += "<I V=\"" + item + "\"/>";
+  return xml;
 }
 
 // UTF-8 text of a string value; "<unset>" for a value that was never set.

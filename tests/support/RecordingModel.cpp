@@ -3,40 +3,40 @@
 
 #include <cstdio>
 #include <optional>
+#include <type_traits>
 
+#include "VEKComPtr.h"
+#include "VEKSceneGraph.h"
 #include "VEKUnicodeString.h"
 
 namespace vek_test {
 
 namespace {
 
+using Text = std::optional<VEKUnicodeString>;
+using Vector = std::optional<VEKVector3>;
+
 const char kKindLetters[] = "SAVTRGC";
 
 int Index(RecordingKind kind) { return static_cast<int>(kind); }
 
-struct NamedIID {
-  const IID* iid;
-  const char* name;
-};
-
-const NamedIID kInterfaceNames[] = {
-    {&VEKBaseUnknown::kIID, "VEKBaseUnknown"},
-    {&VEKITPSLight::kIID, "VEKITPSLight"},
-    {&VEKITPSLightSet::kIID, "VEKITPSLightSet"},
-    {&VEKITPSIdBroker::kIID, "VEKITPSIdBroker"},
-    {&VEKITPSLightModel::kIID, "VEKITPSLightModel"},
-    {&VEKITPSLightView::kIID, "VEKITPSLightView"},
-    {&VEKITPSLightAnnotation::kIID, "VEKITPSLightAnnotation"},
-    {&VEKITPSLightTTRS::kIID, "VEKITPSLightTTRS"},
-    {&VEKITPSLightRefFrame::kIID, "VEKITPSLightRefFrame"},
-    {&VEKITPSLightCG::kIID, "VEKITPSLightCG"},
-    {&VEKITPSLightCapture::kIID, "VEKITPSLightCapture"},
-    {&VEKTPSLightContainer::kIID, "VEKTPSLightContainer"},
-};
-
 std::string InterfaceName(const IID& iid) {
-  for (const NamedIID& known : kInterfaceNames) {
-    if (*known.iid == iid) return known.name;
+  static const std::pair<const IID*, const char*> kNames[] = {
+      {&VEKBaseUnknown::kIID, "VEKBaseUnknown"},
+      {&VEKITPSLight::kIID, "VEKITPSLight"},
+      {&VEKITPSLightSet::kIID, "VEKITPSLightSet"},
+      {&VEKITPSIdBroker::kIID, "VEKITPSIdBroker"},
+      {&VEKITPSLightModel::kIID, "VEKITPSLightModel"},
+      {&VEKITPSLightView::kIID, "VEKITPSLightView"},
+      {&VEKITPSLightAnnotation::kIID, "VEKITPSLightAnnotation"},
+      {&VEKITPSLightTTRS::kIID, "VEKITPSLightTTRS"},
+      {&VEKITPSLightRefFrame::kIID, "VEKITPSLightRefFrame"},
+      {&VEKITPSLightCG::kIID, "VEKITPSLightCG"},
+      {&VEKITPSLightCapture::kIID, "VEKITPSLightCapture"},
+      {&VEKTPSLightContainer::kIID, "VEKTPSLightContainer"},
+  };
+  for (const auto& [known, name] : kNames) {
+    if (*known == iid) return name;
   }
   char text[40];
   std::snprintf(text, sizeof text, "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}",
@@ -45,48 +45,36 @@ std::string InterfaceName(const IID& iid) {
   return text;
 }
 
-std::string Quoted(const wchar_t* text) {
-  if (!text) return "null";
-  return "\"" + std::string(VEKUnicodeString(text).ConvertToChar()) + "\"";
-}
-
-std::string Number(double value) {
+// Ledger forms of call arguments.
+std::string Show(int value) { return std::to_string(value); }
+std::string Show(double value) {
   char text[32];
   std::snprintf(text, sizeof text, "%g", value);
   return text;
 }
-
-std::string Vector(double x, double y, double z) {
-  return Number(x) + ", " + Number(y) + ", " + Number(z);
+std::string Show(const wchar_t* text) {
+  return text ? "\"" + std::string(VEKUnicodeString(text).ConvertToChar()) + "\"" : "null";
 }
-
-std::string Numbers(const VEKRawCollint* numbers) {
+std::string Show(const VEKRawCollint* numbers) {
   if (!numbers) return "null";
   std::string text = "[";
   for (int index = 1; index <= numbers->Size(); ++index) {
-    if (index > 1) text += ",";
-    text += std::to_string((*numbers)[index]);
+    text += (index > 1 ? "," : "") + std::to_string((*numbers)[index]);
   }
   return text + "]";
 }
 
 bool IsReferenceLine(const std::string& line) {
-  return line.find(".QueryInterface(") != std::string::npos ||
-         line.find(".AddRef()") != std::string::npos ||
-         line.find(".Release()") != std::string::npos;
+  for (const char* call : {".QueryInterface(", ".AddRef()", ".Release()"}) {
+    if (line.find(call) != std::string::npos) return true;
+  }
+  return false;
 }
 
 // VEKITPSLight and these interfaces both declare SetRep(VEKRep*); the shims route the object's
 // own one to SetGraphicRep so that the two are recorded apart.
-class RecordingAnnotationFace : public VEKITPSLightAnnotation {
- public:
-  HRESULT SetRep(VEKRep* rep) final { return SetGraphicRep(rep); }
-
- protected:
-  virtual HRESULT SetGraphicRep(VEKRep* rep) = 0;
-};
-
-class RecordingCaptureFace : public VEKITPSLightCapture {
+template <class Interface>
+class GraphicRepFace : public Interface {
  public:
   HRESULT SetRep(VEKRep* rep) final { return SetGraphicRep(rep); }
 
@@ -122,7 +110,8 @@ std::string Ledger::Text() const {
 
 class RecordingSet;
 
-// The values common to every recording object (VEKITPSLight), its name and its references.
+// The values common to every recording object (VEKITPSLight), its name, its references and the
+// logging helpers its setters share.
 class RecordingObject : public VEKITPSLight {
  public:
   struct Face {
@@ -159,36 +148,22 @@ class RecordingObject : public VEKITPSLight {
   // Counts the reference that a creation or a lookup hands out.
   void HandOut() { ++references_; }
 
-  HRESULT SetName(const wchar_t* name) override { return Text("SetName", name, nameValue_); }
-  HRESULT SetType(unsigned short type) override {
-    Log("SetType(" + std::to_string(type) + ")");
-    type_ = type;
-    return S_OK;
-  }
-  HRESULT SetRep(VEKRep* rep) override { return StoreRep("SetRep", rep, rep_); }
-  HRESULT SetId(int id) override {
-    Log("SetId(" + std::to_string(id) + ")");
-    id_ = id;
-    return S_OK;
-  }
-  HRESULT SetStatus(unsigned short status) override {
-    Log("SetStatus(" + std::to_string(status) + ")");
-    status_ = status;
-    return S_OK;
-  }
-  HRESULT SetUuid(const wchar_t* uuid) override { return Text("SetUuid", uuid, uuid_); }
-
-  std::optional<VEKUnicodeString> GetName() const override { return nameValue_; }
+  HRESULT SetName(const wchar_t* name) override { return Keep("SetName", name, name_value_); }
+  HRESULT SetType(unsigned short type) override { return Keep("SetType", type, type_); }
+  HRESULT SetRep(VEKRep* rep) override { return KeepRep("SetRep", rep, rep_); }
+  HRESULT SetId(int id) override { return Keep("SetId", id, id_); }
+  HRESULT SetStatus(unsigned short status) override { return Keep("SetStatus", status, status_); }
+  HRESULT SetUuid(const wchar_t* uuid) override { return Keep("SetUuid", uuid, uuid_); }
+  Text GetName() const override { return name_value_; }
   std::optional<unsigned short> GetType() const override { return type_; }
   const VEKRep* GetRep() const override { return rep_.get(); }
   std::optional<int> GetId() const override { return id_; }
   std::optional<unsigned short> GetStatus() const override { return status_; }
-  std::optional<VEKUnicodeString> GetUuid() const override { return uuid_; }
+  Text GetUuid() const override { return uuid_; }
 
  protected:
   void Log(const std::string& call) { container_.ledger_.Add(name_ + "." + call); }
   std::string NameOf(const VEKBaseUnknown* face) const { return container_.NameOf(face); }
-  RecordingObject* Resolve(const VEKBaseUnknown* face) const { return container_.Find(face); }
 
   HRESULT Query(const IID& iid, void** out) {
     if (!out) return E_POINTER;
@@ -212,40 +187,43 @@ class RecordingObject : public VEKITPSLight {
     return static_cast<std::uint32_t>(--references_);
   }
 
-  HRESULT Text(const char* operation, const wchar_t* text,
-               std::optional<VEKUnicodeString>& target) {
-    Log(std::string(operation) + "(" + Quoted(text) + ")");
-    if (!text) return E_POINTER;
-    target.emplace(text);
+  // Logs `operation(value)` and stores the value; `Target` is an optional, a vector (appended
+  // to) or a flag.
+  template <class Value, class Target>
+  HRESULT Keep(const char* operation, Value value, Target& target) {
+    Log(std::string(operation) + "(" + Show(value) + ")");
+    if constexpr (std::is_same_v<Target, std::vector<int>>) {
+      target.push_back(value);
+    } else if constexpr (std::is_same_v<Value, const wchar_t*>) {
+      if (!value) return E_POINTER;
+      target.emplace(value);
+    } else {
+      target = value;
+    }
     return S_OK;
   }
-  HRESULT StoreRep(const char* operation, VEKRep* rep, std::unique_ptr<VEKRep>& target) {
+  HRESULT Keep(const char* operation, double x, double y, double z, Vector& target) {
+    Log(std::string(operation) + "(" + Show(x) + ", " + Show(y) + ", " + Show(z) + ")");
+    target = VEKVector3{x, y, z};
+    return S_OK;
+  }
+  HRESULT KeepRep(const char* operation, VEKRep* rep, std::unique_ptr<VEKRep>& target) {
     Log(std::string(operation) + "(" + (rep ? "rep" : "null") + ")");
     if (rep != target.get()) target.reset(rep);
     return S_OK;
   }
-  HRESULT Store(const char* operation, double x, double y, double z,
-                std::optional<VEKVector3>& target) {
-    Log(std::string(operation) + "(" + Vector(x, y, z) + ")");
-    target = VEKVector3{x, y, z};
-    return S_OK;
-  }
-  HRESULT Store(const char* operation, int value, std::optional<int>& target) {
-    Log(std::string(operation) + "(" + std::to_string(value) + ")");
-    target = value;
-    return S_OK;
-  }
-  HRESULT Append(const char* operation, int value, std::vector<int>& target) {
-    Log(std::string(operation) + "(" + std::to_string(value) + ")");
-    target.push_back(value);
-    return S_OK;
-  }
-  // Stores the identity of `object` when it was made by this container.
+  // Logs the call and stores the identity of `object` when this container made it.
   HRESULT Link(const char* operation, VEKBaseUnknown* object, VEKLightObjectList& target) {
+    VEKBaseUnknown* identity = nullptr;
+    if (Link(operation, object, identity) != S_OK) return E_INVALIDARG;
+    return target.Append(identity);
+  }
+  HRESULT Link(const char* operation, VEKBaseUnknown* object, VEKBaseUnknown*& target) {
     Log(std::string(operation) + "(" + NameOf(object) + ")");
-    RecordingObject* found = Resolve(object);
+    RecordingObject* found = container_.Find(object);
     if (!found) return E_INVALIDARG;
-    return target.Append(found->Identity());
+    target = found->Identity();
+    return S_OK;
   }
 
   RecordingContainer& container_;
@@ -255,40 +233,44 @@ class RecordingObject : public VEKITPSLight {
   const RecordingKind kind_;
   RecordingSet* const set_;
   int references_ = 1;
-  std::optional<VEKUnicodeString> nameValue_;
-  std::optional<unsigned short> type_;
+  Text name_value_, uuid_;
+  std::optional<unsigned short> type_, status_;
   std::unique_ptr<VEKRep> rep_;
   std::optional<int> id_;
-  std::optional<unsigned short> status_;
-  std::optional<VEKUnicodeString> uuid_;
 };
 
-class RecordingSet final : public RecordingObject, public VEKITPSLightSet, public VEKITPSIdBroker {
+// A recording object answering `Primary` (its identity), VEKITPSLight and `Extra`.
+template <class Primary, class... Extra>
+class Recorded : public RecordingObject, public Primary, public Extra... {
  public:
-  RecordingSet(RecordingContainer& container, VEKBaseUnknown* father)
-      : RecordingObject(container, RecordingKind::Set, nullptr), father_(father) {}
+  Recorded(RecordingContainer& container, RecordingKind kind, RecordingSet* set)
+      : RecordingObject(container, kind, set) {}
 
   std::vector<Face> Faces() override {
-    return {{&VEKITPSLightSet::kIID, static_cast<VEKITPSLightSet*>(this)},
+    return {{&Primary::kIID, static_cast<Primary*>(this)},
             {&VEKITPSLight::kIID, static_cast<VEKITPSLight*>(this)},
-            {&VEKITPSIdBroker::kIID, static_cast<VEKITPSIdBroker*>(this)}};
+            {&Extra::kIID, static_cast<Extra*>(this)}...};
   }
   HRESULT QueryInterface(const IID& iid, void** out) override { return Query(iid, out); }
   std::uint32_t AddRef() override { return Reference(); }
   std::uint32_t Release() override { return Unreference(); }
+};
+
+class RecordingSet final : public Recorded<VEKITPSLightSet, VEKITPSIdBroker> {
+ public:
+  RecordingSet(RecordingContainer& container, VEKBaseUnknown* father)
+      : Recorded(container, RecordingKind::Set, nullptr), father_(father) {}
 
   VEKLightObjectList& Family(RecordingKind kind) { return families_[Index(kind) - 1]; }
 
-  HRESULT SetStandard(const wchar_t* standard) override {
-    return Text("SetStandard", standard, standard_);
-  }
+  HRESULT SetStandard(const wchar_t* text) override { return Keep("SetStandard", text, standard_); }
   VEKLightObjectList* GetAnnotations() override {
     Log("GetAnnotations()");
     return &Family(RecordingKind::Annotation);
   }
-  std::optional<VEKUnicodeString> GetStandard() const override { return standard_; }
-  const VEKLightObjectList& GetTTRS() const override { return families_[2]; }
+  Text GetStandard() const override { return standard_; }
   const VEKLightObjectList& GetViews() const override { return families_[1]; }
+  const VEKLightObjectList& GetTTRS() const override { return families_[2]; }
   const VEKLightObjectList& GetRefFrames() const override { return families_[3]; }
   const VEKLightObjectList& GetCGs() const override { return families_[4]; }
   const VEKLightObjectList& GetCaptures() const override { return families_[5]; }
@@ -304,10 +286,16 @@ class RecordingSet final : public RecordingObject, public VEKITPSLightSet, publi
   const std::vector<VEKTPSLightUnresolved>& GetDuplicateIds() const override { return duplicates_; }
 
   HRESULT GetObjectFromId(int id, int kind, VEKBaseUnknown** out) override {
-    const std::string call =
-        "GetObjectFromId(" + std::to_string(id) + ", " + std::to_string(kind) + ") -> ";
-    RecordingObject* found = out ? Lookup(id, kind) : nullptr;
-    Log(call + (found ? found->Name() : "fail"));
+    RecordingObject* found = nullptr;
+    // Test documents are small: a scan in creation order keeps "first created wins" obvious.
+    for (const std::unique_ptr<RecordingObject>& object : container_.objects_) {
+      if (!found && out && object->Set() == this && Index(object->Kind()) == kind &&
+          object->GetId() == id) {
+        found = object.get();
+      }
+    }
+    Log("GetObjectFromId(" + Show(id) + ", " + Show(kind) + ") -> " +
+        (found ? found->Name() : "fail"));
     if (!out) return E_POINTER;
     *out = nullptr;
     if (!found) {
@@ -320,155 +308,95 @@ class RecordingSet final : public RecordingObject, public VEKITPSLightSet, publi
   }
 
  private:
-  RecordingObject* Lookup(int id, int kind);
-
   VEKBaseUnknown* father_;
-  std::optional<VEKUnicodeString> standard_;
+  Text standard_;
   VEKLightObjectList families_[6];
-  std::vector<VEKTPSLightUnresolved> unresolved_;
-  std::vector<VEKTPSLightUnresolved> duplicates_;
+  std::vector<VEKTPSLightUnresolved> unresolved_, duplicates_;
 };
-
-RecordingObject* RecordingSet::Lookup(int id, int kind) {
-  // Test documents are small: a scan in creation order keeps "first created wins" obvious.
-  for (const std::unique_ptr<RecordingObject>& object : container_.objects_) {
-    if (object->Set() == this && Index(object->Kind()) == kind && object->GetId() == id) {
-      return object.get();
-    }
-  }
-  return nullptr;
-}
 
 namespace {
 
-class RecordingAnnotation final : public RecordingObject,
-                                  public RecordingAnnotationFace,
-                                  public VEKITPSLightModel {
+class RecordingAnnotation final
+    : public Recorded<GraphicRepFace<VEKITPSLightAnnotation>, VEKITPSLightModel> {
  public:
   RecordingAnnotation(RecordingContainer& container, RecordingSet* set)
-      : RecordingObject(container, RecordingKind::Annotation, set) {}
+      : Recorded(container, RecordingKind::Annotation, set) {}
 
-  std::vector<Face> Faces() override {
-    return {{&VEKITPSLightAnnotation::kIID, static_cast<VEKITPSLightAnnotation*>(this)},
-            {&VEKITPSLight::kIID, static_cast<VEKITPSLight*>(this)},
-            {&VEKITPSLightModel::kIID, static_cast<VEKITPSLightModel*>(this)}};
-  }
-  HRESULT QueryInterface(const IID& iid, void** out) override { return Query(iid, out); }
-  std::uint32_t AddRef() override { return Reference(); }
-  std::uint32_t Release() override { return Unreference(); }
-
-  HRESULT SetValue(double value) override {
-    Log("SetValue(" + Number(value) + ")");
-    value_ = value;
-    return S_OK;
-  }
-  HRESULT SetDefault(int flag) override {
-    Log("SetDefault(" + std::to_string(flag) + ")");
-    default_ = flag != 0;
-    return S_OK;
-  }
-  HRESULT AddTTRS(int ttrsId) override { return Append("AddTTRS", ttrsId, ttrs_); }
-  HRESULT SetReference(int ref) override { return Store("SetReference", ref, reference_); }
+  HRESULT SetValue(double value) override { return Keep("SetValue", value, value_); }
+  HRESULT SetDefault(int flag) override { return Keep("SetDefault", flag, default_); }
+  HRESULT AddTTRS(int ttrsId) override { return Keep("AddTTRS", ttrsId, ttrs_); }
+  HRESULT SetReference(int ref) override { return Keep("SetReference", ref, reference_); }
   HRESULT SetAttribute(const wchar_t* text) override {
-    return Text("SetAttribute", text, attribute_);
+    return Keep("SetAttribute", text, attribute_);
   }
-  std::optional<double> GetValue() const override { return value_; }
-  bool IsDefault() const override { return default_; }
-  const std::vector<int>& GetTTRS() const override { return ttrs_; }
-  std::optional<int> GetReference() const override { return reference_; }
-  std::optional<VEKUnicodeString> GetAttribute() const override { return attribute_; }
-  const VEKRep* GetGraphicRep() const override { return graphicRep_.get(); }
-
   HRESULT SetOrderGroup(VEKLightObjectList* group) override {
-    std::string members = "null";
-    if (group) {
-      members = "[";
-      for (int position = 0; position < group->Count(); ++position) {
-        if (position > 0) members += ",";
-        members += NameOf(group->Get(position));
-      }
-      members += "]";
+    std::string members = group ? "[" : "null";
+    for (int position = 0; group && position < group->Count(); ++position) {
+      members += (position > 0 ? "," : "") + NameOf(group->Get(position));
     }
-    Log("SetOrderGroup(" + members + ")");
+    Log("SetOrderGroup(" + members + (group ? "])" : ")"));
     orderGroup_.reset(group);
     return S_OK;
   }
   HRESULT SetView(VEKITPSLightView* view) override { return Link("SetView", view, views_); }
+  std::optional<double> GetValue() const override { return value_; }
+  bool IsDefault() const override { return default_ != 0; }
+  const std::vector<int>& GetTTRS() const override { return ttrs_; }
+  std::optional<int> GetReference() const override { return reference_; }
+  Text GetAttribute() const override { return attribute_; }
+  const VEKRep* GetGraphicRep() const override { return graphicRep_.get(); }
   const VEKLightObjectList* GetOrderGroup() const override { return orderGroup_.get(); }
   const VEKLightObjectList& GetViews() const override { return views_; }
 
  private:
-  HRESULT SetGraphicRep(VEKRep* rep) override {
-    return StoreRep("SetGraphicRep", rep, graphicRep_);
-  }
+  HRESULT SetGraphicRep(VEKRep* rep) override { return KeepRep("SetGraphicRep", rep, graphicRep_); }
 
   std::optional<double> value_;
-  bool default_ = false;
+  int default_ = 0;
   std::vector<int> ttrs_;
   std::optional<int> reference_;
-  std::optional<VEKUnicodeString> attribute_;
+  Text attribute_;
   std::unique_ptr<VEKRep> graphicRep_;
   std::unique_ptr<VEKLightObjectList> orderGroup_;
   VEKLightObjectList views_;
 };
 
-class RecordingView final : public RecordingObject, public VEKITPSLightView {
+class RecordingView final : public Recorded<VEKITPSLightView> {
  public:
   RecordingView(RecordingContainer& container, RecordingSet* set)
-      : RecordingObject(container, RecordingKind::View, set) {}
-
-  std::vector<Face> Faces() override {
-    return {{&VEKITPSLightView::kIID, static_cast<VEKITPSLightView*>(this)},
-            {&VEKITPSLight::kIID, static_cast<VEKITPSLight*>(this)}};
-  }
-  HRESULT QueryInterface(const IID& iid, void** out) override { return Query(iid, out); }
-  std::uint32_t AddRef() override { return Reference(); }
-  std::uint32_t Release() override { return Unreference(); }
+      : Recorded(container, RecordingKind::View, set) {}
 
   HRESULT SetOrigin(double x, double y, double z) override {
-    return Store("SetOrigin", x, y, z, origin_);
+    return Keep("SetOrigin", x, y, z, origin_);
   }
   HRESULT SetNormal(double x, double y, double z) override {
-    return Store("SetNormal", x, y, z, normal_);
+    return Keep("SetNormal", x, y, z, normal_);
   }
   HRESULT SetDirection(double x, double y, double z) override {
-    return Store("SetDirection", x, y, z, direction_);
+    return Keep("SetDirection", x, y, z, direction_);
   }
-  HRESULT AddTPS(VEKBaseUnknown* annotation) override {
-    return Link("AddTPS", annotation, annotations_);
-  }
+  HRESULT AddTPS(VEKBaseUnknown* tps) override { return Link("AddTPS", tps, annotations_); }
   HRESULT AddCapture(VEKBaseUnknown* capture) override {
     return Link("AddCapture", capture, captures_);
   }
-  std::optional<VEKVector3> GetOrigin() const override { return origin_; }
-  std::optional<VEKVector3> GetNormal() const override { return normal_; }
-  std::optional<VEKVector3> GetDirection() const override { return direction_; }
+  Vector GetOrigin() const override { return origin_; }
+  Vector GetNormal() const override { return normal_; }
+  Vector GetDirection() const override { return direction_; }
   const VEKLightObjectList& GetAnnotations() const override { return annotations_; }
   const VEKLightObjectList& GetCaptures() const override { return captures_; }
 
  private:
-  std::optional<VEKVector3> origin_;
-  std::optional<VEKVector3> normal_;
-  std::optional<VEKVector3> direction_;
-  VEKLightObjectList annotations_;
-  VEKLightObjectList captures_;
+  Vector origin_, normal_, direction_;
+  VEKLightObjectList annotations_, captures_;
 };
 
-class RecordingTTRS final : public RecordingObject, public VEKITPSLightTTRS {
+class RecordingTTRS final : public Recorded<VEKITPSLightTTRS> {
  public:
   RecordingTTRS(RecordingContainer& container, RecordingSet* set)
-      : RecordingObject(container, RecordingKind::TTRS, set) {}
-
-  std::vector<Face> Faces() override {
-    return {{&VEKITPSLightTTRS::kIID, static_cast<VEKITPSLightTTRS*>(this)},
-            {&VEKITPSLight::kIID, static_cast<VEKITPSLight*>(this)}};
-  }
-  HRESULT QueryInterface(const IID& iid, void** out) override { return Query(iid, out); }
-  std::uint32_t AddRef() override { return Reference(); }
-  std::uint32_t Release() override { return Unreference(); }
+      : Recorded(container, RecordingKind::TTRS, set) {}
 
   HRESULT AddGeometry(VEKRawCollint* ids) override {
-    Log("AddGeometry(" + Numbers(ids) + ")");
+    Log("AddGeometry(" + Show(ids) + ")");
     geometries_.emplace_back(ids);
     return S_OK;
   }
@@ -482,131 +410,90 @@ class RecordingTTRS final : public RecordingObject, public VEKITPSLightTTRS {
   std::vector<std::unique_ptr<VEKRawCollint>> geometries_;
 };
 
-class RecordingRefFrame final : public RecordingObject, public VEKITPSLightRefFrame {
+class RecordingRefFrame final : public Recorded<VEKITPSLightRefFrame> {
  public:
   RecordingRefFrame(RecordingContainer& container, RecordingSet* set)
-      : RecordingObject(container, RecordingKind::RefFrame, set) {}
-
-  std::vector<Face> Faces() override {
-    return {{&VEKITPSLightRefFrame::kIID, static_cast<VEKITPSLightRefFrame*>(this)},
-            {&VEKITPSLight::kIID, static_cast<VEKITPSLight*>(this)}};
-  }
-  HRESULT QueryInterface(const IID& iid, void** out) override { return Query(iid, out); }
-  std::uint32_t AddRef() override { return Reference(); }
-  std::uint32_t Release() override { return Unreference(); }
+      : Recorded(container, RecordingKind::RefFrame, set) {}
 
   HRESULT AddDatum(VEKBaseUnknown* datum) override { return Link("AddDatum", datum, datums_); }
-  HRESULT AddTTRS(int ttrsId) override { return Append("AddTTRS", ttrsId, ttrs_); }
+  HRESULT AddTTRS(int ttrsId) override { return Keep("AddTTRS", ttrsId, ttrs_); }
   HRESULT SetAttribute(const wchar_t* text) override {
-    return Text("SetAttribute", text, attribute_);
+    return Keep("SetAttribute", text, attribute_);
   }
   const VEKLightObjectList& GetDatums() const override { return datums_; }
   const std::vector<int>& GetTTRS() const override { return ttrs_; }
-  std::optional<VEKUnicodeString> GetAttribute() const override { return attribute_; }
+  Text GetAttribute() const override { return attribute_; }
 
  private:
   VEKLightObjectList datums_;
   std::vector<int> ttrs_;
-  std::optional<VEKUnicodeString> attribute_;
+  Text attribute_;
 };
 
-class RecordingCG final : public RecordingObject, public VEKITPSLightCG {
+class RecordingCG final : public Recorded<VEKITPSLightCG> {
  public:
   RecordingCG(RecordingContainer& container, RecordingSet* set)
-      : RecordingObject(container, RecordingKind::CG, set) {}
+      : Recorded(container, RecordingKind::CG, set) {}
 
-  std::vector<Face> Faces() override {
-    return {{&VEKITPSLightCG::kIID, static_cast<VEKITPSLightCG*>(this)},
-            {&VEKITPSLight::kIID, static_cast<VEKITPSLight*>(this)}};
-  }
-  HRESULT QueryInterface(const IID& iid, void** out) override { return Query(iid, out); }
-  std::uint32_t AddRef() override { return Reference(); }
-  std::uint32_t Release() override { return Unreference(); }
-
-  HRESULT AddTTRS(int ttrsId) override { return Append("AddTTRS", ttrsId, ttrs_); }
-  HRESULT AddTRep(int repId) override { return Append("AddTRep", repId, treps_); }
+  HRESULT AddTTRS(int ttrsId) override { return Keep("AddTTRS", ttrsId, ttrs_); }
+  HRESULT AddTRep(int repId) override { return Keep("AddTRep", repId, treps_); }
   HRESULT SetAttribute(const wchar_t* text) override {
-    return Text("SetAttribute", text, attribute_);
+    return Keep("SetAttribute", text, attribute_);
   }
   const std::vector<int>& GetTTRS() const override { return ttrs_; }
   const std::vector<int>& GetTReps() const override { return treps_; }
-  std::optional<VEKUnicodeString> GetAttribute() const override { return attribute_; }
+  Text GetAttribute() const override { return attribute_; }
 
  private:
-  std::vector<int> ttrs_;
-  std::vector<int> treps_;
-  std::optional<VEKUnicodeString> attribute_;
+  std::vector<int> ttrs_, treps_;
+  Text attribute_;
 };
 
-class RecordingCapture final : public RecordingObject, public RecordingCaptureFace {
+class RecordingCapture final : public Recorded<GraphicRepFace<VEKITPSLightCapture>> {
  public:
   RecordingCapture(RecordingContainer& container, RecordingSet* set)
-      : RecordingObject(container, RecordingKind::Capture, set) {}
+      : Recorded(container, RecordingKind::Capture, set) {}
 
-  std::vector<Face> Faces() override {
-    return {{&VEKITPSLightCapture::kIID, static_cast<VEKITPSLightCapture*>(this)},
-            {&VEKITPSLight::kIID, static_cast<VEKITPSLight*>(this)}};
-  }
-  HRESULT QueryInterface(const IID& iid, void** out) override { return Query(iid, out); }
-  std::uint32_t AddRef() override { return Reference(); }
-  std::uint32_t Release() override { return Unreference(); }
-
-  HRESULT AddTPS(VEKBaseUnknown* annotation) override {
-    return Link("AddTPS", annotation, annotations_);
-  }
+  HRESULT AddTPS(VEKBaseUnknown* tps) override { return Link("AddTPS", tps, annotations_); }
   HRESULT AddView(VEKBaseUnknown* view) override { return Link("AddView", view, views_); }
   HRESULT SetActiveView(VEKBaseUnknown* view) override {
-    Log("SetActiveView(" + NameOf(view) + ")");
-    RecordingObject* found = Resolve(view);
-    if (!found) return E_INVALIDARG;
-    activeView_ = found->Identity();
-    return S_OK;
+    return Link("SetActiveView", view, activeView_);
   }
-  HRESULT SetClippingPlane(int clip) override {
-    return Store("SetClippingPlane", clip, clippingPlane_);
-  }
+  HRESULT SetClippingPlane(int clip) override { return Keep("SetClippingPlane", clip, clip_); }
   HRESULT SetCameraPosition(double x, double y, double z) override {
-    return Store("SetCameraPosition", x, y, z, cameraPosition_);
+    return Keep("SetCameraPosition", x, y, z, position_);
   }
   HRESULT SetCameraDirection(double x, double y, double z) override {
-    return Store("SetCameraDirection", x, y, z, cameraDirection_);
+    return Keep("SetCameraDirection", x, y, z, direction_);
   }
   HRESULT SetCameraZenith(double x, double y, double z) override {
-    return Store("SetCameraZenith", x, y, z, cameraZenith_);
+    return Keep("SetCameraZenith", x, y, z, zenith_);
   }
   HRESULT SetCameraTarget(double x, double y, double z) override {
-    return Store("SetCameraTarget", x, y, z, cameraTarget_);
+    return Keep("SetCameraTarget", x, y, z, target_);
   }
-  HRESULT SetCameraType(int type) override { return Store("SetCameraType", type, cameraType_); }
+  HRESULT SetCameraType(int type) override { return Keep("SetCameraType", type, cameraType_); }
   HRESULT AddCG(VEKBaseUnknown* cg) override { return Link("AddCG", cg, cgs_); }
 
   const VEKLightObjectList& GetAnnotations() const override { return annotations_; }
   const VEKLightObjectList& GetViews() const override { return views_; }
   VEKBaseUnknown* GetActiveView() const override { return activeView_; }
-  std::optional<int> GetClippingPlane() const override { return clippingPlane_; }
-  std::optional<VEKVector3> GetCameraPosition() const override { return cameraPosition_; }
-  std::optional<VEKVector3> GetCameraDirection() const override { return cameraDirection_; }
-  std::optional<VEKVector3> GetCameraZenith() const override { return cameraZenith_; }
-  std::optional<VEKVector3> GetCameraTarget() const override { return cameraTarget_; }
+  std::optional<int> GetClippingPlane() const override { return clip_; }
+  Vector GetCameraPosition() const override { return position_; }
+  Vector GetCameraDirection() const override { return direction_; }
+  Vector GetCameraZenith() const override { return zenith_; }
+  Vector GetCameraTarget() const override { return target_; }
   std::optional<int> GetCameraType() const override { return cameraType_; }
   const VEKLightObjectList& GetCGs() const override { return cgs_; }
   const VEKRep* GetGraphicRep() const override { return graphicRep_.get(); }
 
  private:
-  HRESULT SetGraphicRep(VEKRep* rep) override {
-    return StoreRep("SetGraphicRep", rep, graphicRep_);
-  }
+  HRESULT SetGraphicRep(VEKRep* rep) override { return KeepRep("SetGraphicRep", rep, graphicRep_); }
 
-  VEKLightObjectList annotations_;
-  VEKLightObjectList views_;
+  VEKLightObjectList annotations_, views_, cgs_;
   VEKBaseUnknown* activeView_ = nullptr;
-  std::optional<int> clippingPlane_;
-  std::optional<VEKVector3> cameraPosition_;
-  std::optional<VEKVector3> cameraDirection_;
-  std::optional<VEKVector3> cameraZenith_;
-  std::optional<VEKVector3> cameraTarget_;
-  std::optional<int> cameraType_;
-  VEKLightObjectList cgs_;
+  std::optional<int> clip_, cameraType_;
+  Vector position_, direction_, zenith_, target_;
   std::unique_ptr<VEKRep> graphicRep_;
 };
 
@@ -682,9 +569,8 @@ RecordingObject* RecordingContainer::Find(const std::string& name) const {
 }
 
 RecordingObject* RecordingContainer::Find(const VEKBaseUnknown* face) const {
-  if (!face) return nullptr;
   for (const std::unique_ptr<RecordingObject>& object : objects_) {
-    if (object->Owns(face)) return object.get();
+    if (face && object->Owns(face)) return object.get();
   }
   return nullptr;
 }
@@ -720,12 +606,8 @@ HRESULT RecordingContainer::Create(RecordingKind kind, const char* operation, In
     ledger_.Add(call + "refused");
     return E_FAIL;
   }
-  RecordingSet* parent = static_cast<RecordingSet*>(owner);
-  Object* object = new Object(*this, parent);
-  if (!object) {
-    ledger_.Add(call + "fail");
-    return E_OUTOFMEMORY;
-  }
+  auto* parent = static_cast<RecordingSet*>(owner);
+  auto* object = new Object(*this, parent);
   objects_.emplace_back(object);
   (void)parent->Family(kind).Append(object->Identity());
   object->HandOut();
@@ -734,26 +616,14 @@ HRESULT RecordingContainer::Create(RecordingKind kind, const char* operation, In
   return S_OK;
 }
 
-HRESULT RecordingContainer::CreateAnnotation(VEKITPSLightAnnotation** out, VEKITPSLightSet* set) {
-  return Create<RecordingAnnotation>(RecordingKind::Annotation, "CreateAnnotation", out, set);
-}
-
 HRESULT RecordingContainer::CreateLightSet(VEKITPSLightSet** out, VEKBaseUnknown* father) {
   const std::string call = std::string("CreateLightSet(") + (father ? "father" : "null") + ") -> ";
   const bool refused = RefusesCreation(RecordingKind::Set);
-  if (!out) {
-    ledger_.Add(call + "fail");
-    return E_POINTER;
+  if (!out || refused) {
+    ledger_.Add(call + (out ? "refused" : "fail"));
+    return out ? E_FAIL : E_POINTER;
   }
-  if (refused) {
-    ledger_.Add(call + "refused");
-    return E_FAIL;
-  }
-  RecordingSet* set = new RecordingSet(*this, father);
-  if (!set) {
-    ledger_.Add(call + "fail");
-    return E_OUTOFMEMORY;
-  }
+  auto* set = new RecordingSet(*this, father);
   objects_.emplace_back(set);
   set->HandOut();
   ledger_.Add(call + set->Name());
@@ -761,24 +631,181 @@ HRESULT RecordingContainer::CreateLightSet(VEKITPSLightSet** out, VEKBaseUnknown
   return S_OK;
 }
 
+HRESULT RecordingContainer::CreateAnnotation(VEKITPSLightAnnotation** out, VEKITPSLightSet* set) {
+  return Create<RecordingAnnotation>(RecordingKind::Annotation, "CreateAnnotation", out, set);
+}
 HRESULT RecordingContainer::CreateView(VEKITPSLightView** out, VEKITPSLightSet* set) {
   return Create<RecordingView>(RecordingKind::View, "CreateView", out, set);
 }
-
 HRESULT RecordingContainer::CreateRefFrame(VEKITPSLightRefFrame** out, VEKITPSLightSet* set) {
   return Create<RecordingRefFrame>(RecordingKind::RefFrame, "CreateRefFrame", out, set);
 }
-
 HRESULT RecordingContainer::CreateTTRS(VEKITPSLightTTRS** out, VEKITPSLightSet* set) {
   return Create<RecordingTTRS>(RecordingKind::TTRS, "CreateTTRS", out, set);
 }
-
 HRESULT RecordingContainer::CreateCapture(VEKITPSLightCapture** out, VEKITPSLightSet* set) {
   return Create<RecordingCapture>(RecordingKind::Capture, "CreateCapture", out, set);
 }
-
 HRESULT RecordingContainer::CreateCG(VEKITPSLightCG** out, VEKITPSLightSet* set) {
   return Create<RecordingCG>(RecordingKind::CG, "CreateCG", out, set);
 }
+
+namespace {
+
+// Writes the objects of one set, naming them by family letter and position.
+class ModelWriter {
+ public:
+  explicit ModelWriter(VEKITPSLightSet* set) : set_(set) {
+    families_ = {{'T', &set->GetTTRS()},  {'A', set->GetAnnotations()},
+                 {'V', &set->GetViews()}, {'R', &set->GetRefFrames()},
+                 {'G', &set->GetCGs()},   {'C', &set->GetCaptures()}};
+  }
+
+  std::string Text() {
+    std::string text = "S1" + Common(set_) + " standard=" + Value(set_->GetStandard()) +
+                       " unresolved=" + Pairs(set_->GetUnresolvedReferences()) +
+                       " duplicates=" + Pairs(set_->GetDuplicateIds());
+    for (const auto& [letter, list] : families_) {
+      for (int position = 0; position < list->Count(); ++position) {
+        VEKBaseUnknown* object = list->Get(position);
+        text += "\n" + std::string(1, letter) + std::to_string(position + 1) + Common(object) +
+                Family(letter, object);
+      }
+    }
+    return text;
+  }
+
+ private:
+  template <class U>
+  static VEKComPtr<U> Face(VEKBaseUnknown* object) {
+    VEKComPtr<U> face;
+    if (object) (void)object->QueryInterface(U::kIID, face.GetVoidAddressOf());
+    return face;
+  }
+  static const VEKBaseUnknown* IdentityOf(VEKBaseUnknown* object) {
+    return Face<VEKBaseUnknown>(object).Get();
+  }
+  static std::string Value(const std::optional<VEKUnicodeString>& text) {
+    return text ? std::string(text->ConvertToChar()) : "-";
+  }
+  template <class Number>
+  static std::string Value(const std::optional<Number>& number) {
+    if (!number) return "-";
+    if constexpr (std::is_floating_point_v<Number>) return Show(*number);
+    return Show(static_cast<int>(*number));
+  }
+  static std::string Value(const std::optional<VEKVector3>& v) {
+    return v ? Show(v->x) + "," + Show(v->y) + "," + Show(v->z) : "-";
+  }
+  static std::string Value(const VEKRep* rep) {
+    return rep ? std::to_string(rep->GetMeshes().size()) : "-";
+  }
+  static std::string Value(const std::vector<int>& numbers) {
+    std::string text = "[";
+    for (int number : numbers) text += (text.size() > 1 ? "," : "") + std::to_string(number);
+    return text + "]";
+  }
+  static std::string Pairs(const std::vector<VEKTPSLightUnresolved>& pairs) {
+    std::string text = "[";
+    for (const VEKTPSLightUnresolved& pair : pairs) {
+      text += (text.size() > 1 ? "," : "") + Show(pair.id) + ":" + Show(pair.kind);
+    }
+    return text + "]";
+  }
+  // The name of `object` in this set: "-" for null, "?" for an object of no family.
+  std::string Name(VEKBaseUnknown* object) const {
+    if (!object) return "-";
+    const VEKBaseUnknown* identity = IdentityOf(object);
+    for (const auto& [letter, list] : families_) {
+      for (int position = 0; position < list->Count(); ++position) {
+        if (IdentityOf(list->Get(position)) == identity) {
+          return std::string(1, letter) + std::to_string(position + 1);
+        }
+      }
+    }
+    return "?";
+  }
+  std::string Names(const VEKLightObjectList* list) const {
+    if (!list) return "-";
+    std::string text = "[";
+    for (int position = 0; position < list->Count(); ++position) {
+      text += (position > 0 ? "," : "") + Name(list->Get(position));
+    }
+    return text + "]";
+  }
+  static std::string Common(VEKBaseUnknown* object) {
+    VEKComPtr<VEKITPSLight> light = Face<VEKITPSLight>(object);
+    if (!light) return " <no VEKITPSLight>";
+    return " " + Value(light->GetName()) + "/" + Value(light->GetUuid()) + "/" +
+           Value(light->GetType()) + "/" + Value(light->GetId()) + "/" + Value(light->GetStatus()) +
+           " rep=" + Value(light->GetRep());
+  }
+  std::string Family(char letter, VEKBaseUnknown* object) const {
+    switch (letter) {
+      case 'T': {
+        auto ttrs = Face<VEKITPSLightTTRS>(object);
+        std::string text = " geometry=";
+        for (int index = 0; index < ttrs->GetGeometryCount(); ++index) {
+          text += Show(ttrs->GetGeometry(index));
+        }
+        return text;
+      }
+      case 'A': {
+        auto annotation = Face<VEKITPSLightAnnotation>(object);
+        auto model = Face<VEKITPSLightModel>(object);
+        return " value=" + Value(annotation->GetValue()) +
+               " default=" + Show(annotation->IsDefault() ? 1 : 0) +
+               " reference=" + Value(annotation->GetReference()) +
+               " attribute=" + Value(annotation->GetAttribute()) +
+               " graphic=" + Value(annotation->GetGraphicRep()) +
+               " ttrs=" + Value(annotation->GetTTRS()) + " group=" + Names(model->GetOrderGroup()) +
+               " views=" + Names(&model->GetViews());
+      }
+      case 'V': {
+        auto view = Face<VEKITPSLightView>(object);
+        return " origin=" + Value(view->GetOrigin()) + " normal=" + Value(view->GetNormal()) +
+               " direction=" + Value(view->GetDirection()) +
+               " tps=" + Names(&view->GetAnnotations()) +
+               " captures=" + Names(&view->GetCaptures());
+      }
+      case 'R': {
+        auto frame = Face<VEKITPSLightRefFrame>(object);
+        return " attribute=" + Value(frame->GetAttribute()) +
+               " datums=" + Names(&frame->GetDatums()) + " ttrs=" + Value(frame->GetTTRS());
+      }
+      case 'G': {
+        auto cg = Face<VEKITPSLightCG>(object);
+        return " attribute=" + Value(cg->GetAttribute()) + " ttrs=" + Value(cg->GetTTRS()) +
+               " treps=" + Value(cg->GetTReps());
+      }
+      default: {
+        auto capture = Face<VEKITPSLightCapture>(object);
+        return " graphic=" + Value(capture->GetGraphicRep()) +
+               " active=" + Name(capture->GetActiveView()) +
+               " clip=" + Value(capture->GetClippingPlane()) +
+               " position=" + Value(capture->GetCameraPosition()) +
+               " direction=" + Value(capture->GetCameraDirection()) +
+               " zenith=" + Value(capture->GetCameraZenith()) +
+               " target=" + Value(capture->GetCameraTarget()) +
+               " type=" + Value(capture->GetCameraType()) +
+               " tps=" + Names(&capture->GetAnnotations()) +
+               " views=" + Names(&capture->GetViews()) + " cgs=" + Names(&capture->GetCGs());
+      }
+    }
+  }
+
+  VEKITPSLightSet* set_;
+  std::vector<std::pair<char, const VEKLightObjectList*>> families_;
+};
+
+}  // namespace
+
+std::string Joined(const std::vector<std::string>& lines) {
+  std::string text;
+  for (const std::string& line : lines) text += (text.empty() ? "" : " | ") + line;
+  return text;
+}
+
+std::string ModelText(VEKITPSLightSet* set) { return set ? ModelWriter(set).Text() : ""; }
 
 }  // namespace vek_test

@@ -46,6 +46,14 @@
 // A failed lookup is also kept in GetUnresolvedReferences(); GetDuplicateIds() stays empty and
 // GetPreviousSet() answers S_FALSE.
 //
+// ModelText(set) describes any light model (real or recording) for whole-model comparisons: one
+// line per object, the set first, then its TTRS, annotations, views, reference frames,
+// construction geometry and captures, named as in the ledger by kind and position in the set:
+//   S1 name/uuid/type/id/status rep=N ...   N the mesh count of the representation
+// then the family's values and links ("-" for an unset value or a null object, "?" for an object
+// of no family of the set), e.g. "A1 Flat/u/1/7/0 rep=- value=0.05 default=1 reference=- ...".
+// Its queries are written to the ledger of a recording model.
+//
 // Lifetime: the container owns every object and frees them all when it is destroyed, whatever
 // their counts; each object starts with one reference that stands for the container's own.
 // Declare the container before any holder of its objects, so that holders release first.
@@ -77,6 +85,12 @@ class Ledger {
  private:
   std::vector<std::string> lines_;
 };
+
+// Lines joined by " | ", so that an expected run of ledger lines reads as one string.
+std::string Joined(const std::vector<std::string>& lines);
+
+// The whole model of `set` as text (format above); "" for a null set.
+std::string ModelText(VEKITPSLightSet* set);
 
 enum class RecordingKind { Set, Annotation, View, TTRS, RefFrame, CG, Capture };
 
