@@ -10,9 +10,16 @@
 
 #include "VEKLightXml.h"
 #include "VEKLightXmlDocument.h"
+#include "VEKLightXmlWellFormed.h"
 
+using vek_lightxml_detail::CheckWellFormed;
+using vek_lightxml_detail::ConvertToUtf8;
+using vek_lightxml_detail::DetectEncoding;
 using vek_lightxml_detail::Document;
 using vek_lightxml_detail::Node;
+using vek_lightxml_detail::TextEncoding;
+using vek_lightxml_detail::Utf8Capacity;
+using vek_lightxml_detail::WellFormedError;
 
 namespace {
 
@@ -213,38 +220,46 @@ class XmlWriter {
   char buffer_[16 * 1024];
 };
 
-// Streams without a contiguous block are read whole into memory that the document then owns.
-pugi::xml_parse_result LoadByReading(VEKLightXmlInputStream& input, pugi::xml_document& xml) {
+// Text in memory from pugixml's allocator, which a document can take over.
+struct OwnedText {
+  struct Free {
+    void operator()(unsigned char* bytes) const { pugi::get_memory_deallocation_function()(bytes); }
+  };
+  static unsigned char* Allocate(std::size_t size) {
+    return static_cast<unsigned char*>(pugi::get_memory_allocation_function()(size));
+  }
+  std::unique_ptr<unsigned char, Free> bytes;
+  std::size_t size = 0;
+};
+
+// Streams without a contiguous block are read whole into memory; false when memory runs out
+// (with no bytes left) or the stream holds more than INT_MAX bytes.
+bool ReadWhole(VEKLightXmlInputStream& input, OwnedText& text) {
   constexpr std::size_t kMaxBytes = INT_MAX;
-  const pugi::allocation_function allocate = pugi::get_memory_allocation_function();
-  const pugi::deallocation_function deallocate = pugi::get_memory_deallocation_function();
   // One byte beyond the announced length lets the end show without growing.
   std::size_t capacity = static_cast<std::size_t>(std::max(input.GetLength(), 0)) + 1;
-  auto* buffer = static_cast<unsigned char*>(allocate(capacity));
-  std::size_t size = 0;
-  pugi::xml_parse_result failure;
-  failure.status = pugi::status_out_of_memory;
-  while (buffer) {
-    if (size == capacity) {
-      if (capacity > kMaxBytes) {
-        failure.status = pugi::status_io_error;
-        break;
-      }
+  text.bytes.reset(OwnedText::Allocate(capacity));
+  text.size = 0;
+  while (text.bytes) {
+    if (text.size == capacity) {
+      if (capacity > kMaxBytes) return false;
       const std::size_t grown = std::min(capacity * 2, kMaxBytes + 1);
-      auto* larger = static_cast<unsigned char*>(allocate(grown));
-      if (!larger) break;
-      std::copy(buffer, buffer + size, larger);
-      deallocate(buffer);
-      buffer = larger;
+      OwnedText::Free free;
+      std::unique_ptr<unsigned char, OwnedText::Free> larger(OwnedText::Allocate(grown), free);
+      if (!larger) {
+        text.bytes.reset();
+        return false;
+      }
+      std::copy(text.bytes.get(), text.bytes.get() + text.size, larger.get());
+      text.bytes = std::move(larger);
       capacity = grown;
     }
-    const int room = static_cast<int>(std::min<std::size_t>(capacity - size, INT_MAX));
-    const int count = input.Read(buffer + size, room);
-    if (count <= 0) return xml.load_buffer_inplace_own(buffer, size);
-    size += static_cast<std::size_t>(std::min(count, room));
+    const int room = static_cast<int>(std::min<std::size_t>(capacity - text.size, INT_MAX));
+    const int count = input.Read(text.bytes.get() + text.size, room);
+    if (count <= 0) return true;
+    text.size += static_cast<std::size_t>(std::min(count, room));
   }
-  if (buffer) deallocate(buffer);
-  return failure;
+  return false;
 }
 
 }  // namespace
@@ -265,31 +280,59 @@ int VEKLightXmlParser::Parse(VEKLightXmlInputStream& input, VEKLightXmlElementIt
   target->node_ = nullptr;
   try {
     auto document = std::make_shared<Document>();
-    // The default options keep no document type declaration and expand only the predefined
-    // entities and character references, so entity declarations cannot blow the text up.
+    // The text as UTF-8: the caller's bytes when they are UTF-8 already, or a copy of ours.
     const unsigned char* bytes = input.GetBytes();
-    const int length = input.GetLength();
+    std::size_t size = static_cast<std::size_t>(std::max(input.GetLength(), 0));
+    OwnedText owned;
+    if (!bytes || input.GetLength() < 0) {
+      if (!ReadWhole(input, owned)) {
+        errorDescription_ = owned.bytes ? "The input is too large" : kOutOfMemory;
+        return 0;
+      }
+      bytes = owned.bytes.get();
+      size = owned.size;
+    }
+    const TextEncoding encoding = DetectEncoding(bytes, size);
+    WellFormedError fault;
+    if (encoding != TextEncoding::kUtf8) {
+      const std::size_t capacity = Utf8Capacity(size);
+      OwnedText converted;
+      converted.bytes.reset(capacity ? OwnedText::Allocate(capacity) : nullptr);
+      if (!converted.bytes) {
+        errorDescription_ = kOutOfMemory;
+        return 0;
+      }
+      const std::ptrdiff_t written =
+          ConvertToUtf8(bytes, size, encoding, converted.bytes.get(), fault);
+      converted.size = static_cast<std::size_t>(written);
+      if (written < 0 || !CheckWellFormed(converted.bytes.get(), converted.size, fault)) {
+        errorOffset_ = fault.offset;
+        errorDescription_ = fault.description;
+        return 0;
+      }
+      owned = std::move(converted);
+      bytes = owned.bytes.get();
+    } else if (!CheckWellFormed(bytes, size, fault)) {
+      errorOffset_ = fault.offset;
+      errorDescription_ = fault.description;
+      return 0;
+    }
+    // The checks above leave the parser nesting and tag matching. Its default options keep no
+    // document type declaration and expand only the predefined entities and character
+    // references, so entity declarations cannot blow the text up.
     const pugi::xml_parse_result result =
-        bytes && length >= 0 ? document->xml.load_buffer(bytes, static_cast<std::size_t>(length))
-                             : LoadByReading(input, document->xml);
+        owned.bytes
+            ? document->xml.load_buffer_inplace_own(owned.bytes.release(), owned.size,
+                                                    pugi::parse_default, pugi::encoding_utf8)
+            : document->xml.load_buffer(bytes, size, pugi::parse_default, pugi::encoding_utf8);
     if (!result) {
-      const bool placed =
-          result.status != pugi::status_out_of_memory && result.status != pugi::status_io_error;
-      errorOffset_ = placed ? result.offset : -1;
+      errorOffset_ = result.status != pugi::status_out_of_memory ? result.offset : -1;
       errorDescription_ = result.description();
       return 0;
     }
-    pugi::xml_node element;
-    for (pugi::xml_node child = document->xml.first_child(); child; child = child.next_sibling()) {
-      if (child.type() != pugi::node_element) continue;
-      if (element) {
-        // The parser records where the name starts; the element starts at the '<' before it.
-        errorOffset_ = child.offset_debug() - 1;
-        errorDescription_ = "More than one root element";
-        return 0;
-      }
-      element = child;
-    }
+    // The checks let one element at most stand at the top.
+    pugi::xml_node element = document->xml.first_child();
+    while (element && element.type() != pugi::node_element) element = element.next_sibling();
     if (!element) {
       errorDescription_ = "No document element found";
       return 0;

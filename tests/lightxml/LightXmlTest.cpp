@@ -1,6 +1,7 @@
 // The light XML layer: parsing, the element tree, serialising and the memory streams.
 #include <climits>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -248,19 +249,78 @@ TEST(LightXmlTest, CopiesOfReturnedStringsOutliveTheDocument) {
   EXPECT_STREQ(text.ConvertToChar(), "t");
 }
 
+// Seventeen distinct attributes, then a repeat of the fourth: past the pairwise comparison.
+std::string ManyAttributes() {
+  std::string text = "<a";
+  for (int index = 0; index < 17; ++index) text += " a" + std::to_string(index) + "=''";
+  return text + " a3=''/>";
+}
+
 TEST(LightXmlTest, MalformedInputFailsAndLeavesRootEmpty) {
-  constexpr std::ptrdiff_t kUnchecked = -2;
+  const std::string doctype = "<!DOCTYPE a [<!ENTITY l '<'><!ENTITY x SYSTEM 'x.xml'>";
   const struct {
     std::string text;
     std::ptrdiff_t offset;
   } rows[] = {
-      {"", 0},           {"   ", 3},
-      {"garbage", 7},    {"<!-- only -->", 13},
-      {"<a>", 2},        {"<a></b>", 5},
-      {"<a><b></a>", 8}, {"<a x=1/>", 5},
-      {"<a/><b/>", 4},   {"<a x='1>", 6},
-      {"</a>", 2},       {"<a b=\"1\" b>", 10},
-      {"<>", 1},         {std::string("\xFF\xFE<\0a\0", 6), kUnchecked},
+      // Structure.
+      {"", 0},
+      {"   ", 3},
+      {"garbage", 0},
+      {"<!-- only -->", 13},
+      {"<a>", 2},
+      {"<a></b>", 5},
+      {"<a><b></a>", 8},
+      {"<a x=1/>", 5},
+      {"<a/><b/>", 4},
+      {"<a x='1>", 8},
+      {"</a>", 0},
+      {"<>", 1},
+      {"<a/>x", 4},
+      {std::string("\0<a/>", 5), 0},
+      {"<a/><![CDATA[x]]>", 4},
+      {"<a/><!DOCTYPE a>", 4},
+      {"<a x='1'y='2'/>", 8},
+      // Encoding and characters: overlong, surrogate, beyond U+10FFFF, cut, control, U+FFFE.
+      {"<a>\xC0\xAF</a>", 3},
+      {"<a>\xED\xA0\x80</a>", 3},
+      {"<a>\xF4\x90\x80\x80</a>", 3},
+      {"<a>\xE2\x82</a>", 3},
+      {"<a>\x01</a>", 3},
+      {"<a x='\x1F'/>", 6},
+      {"<a>\xEF\xBF\xBE</a>", 3},
+      {std::string("\xFF\xFE<\0a\0", 6), 2},
+      {std::string("\xFF\xFE<\0\0\xD8", 6), 1},
+      // Names.
+      {"<1a/>", 1},
+      {"<a\xC3\x97/>", 2},
+      {"<a -x='1'/>", 3},
+      {"<a b=\"1\" b>", 9},
+      {ManyAttributes(), static_cast<std::ptrdiff_t>(ManyAttributes().rfind(" a3=") + 1)},
+      // References.
+      {"<a>&foo;</a>", 3},
+      {"<a>&#0;</a>", 3},
+      {"<a x='&#xFFFE;'/>", 6},
+      {"<a>&#x110000;</a>", 3},
+      {"<a>&#12a;</a>", 7},
+      {doctype + "]><a v='&l;'/>", 62},
+      {doctype + "]><a v='&x;'/>", 62},
+      {doctype + "]><a>&y;</a>", 59},
+      // Attribute values, text, comments, processing instructions, declarations.
+      {"<a x='<'/>", 6},
+      {"<a>]]></a>", 3},
+      {"<a><!-- a -- b --></a>", 10},
+      {"<a><?XML x?></a>", 5},
+      {" <?xml version='1.0'?><a/>", 1},
+      {"<?xml version='2.0'?><a/>", 15},
+      {"<?xml encoding='UTF-8'?><a/>", 6},
+      {"<!DOCTYPE a [<!ENTITY e '%p;'>]><a/>", 25},
+      {"<!DOCTYPE a [<!ELEMENT a ANY> x]><a/>", 30},
+      {"<!DOCTYPE a [<!ELEMENT a %m;>]><a/>", 25},
+      {"<!DOCTYPE a [<!ELEMENT a (b,c|d)>]><a/>", 29},
+      {"<!DOCTYPE a [<!ELEMENT a (#PCDATA|b)>]><a/>", 36},
+      {"<!DOCTYPE a [<!ATTLIST a x TEXT #IMPLIED>]><a/>", 27},
+      {"<!DOCTYPE a [<!ATTLIST a x CDATA #DEFAULT>]><a/>", 33},
+      {"<!DOCTYPE a [<!NOTATION n FILE 'x'>]><a/>", 26},
   };
   for (const auto& row : rows) {
     VEKLightXmlElement root;
@@ -269,15 +329,23 @@ TEST(LightXmlTest, MalformedInputFailsAndLeavesRootEmpty) {
     EXPECT_FALSE(Parse(row.text, root, &parser)) << row.text;
     EXPECT_TRUE(root.IsNull()) << row.text;
     EXPECT_STRNE(parser.GetErrorDescription(), "") << row.text;
-    if (row.offset != kUnchecked) {
-      EXPECT_EQ(parser.GetErrorOffset(), row.offset) << row.text;
-    }
+    EXPECT_EQ(parser.GetErrorOffset(), row.offset)
+        << row.text << ": " << parser.GetErrorDescription();
   }
 
-  const std::string whole = "<r a=\"1\" b='x&amp;y'><c>t<![CDATA[u]]></c><!-- k --><d/></r>";
+  // Every cut of a document that uses each construct fails, read from a block of exactly its
+  // length so that a read past the end shows under the address sanitizer.
+  const std::string whole =
+      "<?xml version='1.0' encoding='UTF-8' standalone='yes'?><!DOCTYPE r SYSTEM 's' ["
+      "<!ENTITY e 'v&#38;'><!ELEMENT r (c|d)*><!ATTLIST r a CDATA #FIXED '1' b ID #IMPLIED>"
+      "<!NOTATION n PUBLIC 'p' 's'><?p i?><!-- x -->]><r a=\"1\" b='x&amp;y&#x41;'><c>t&e;"
+      "<![CDATA[u]]>\xC3\xA9</c><!-- k --><d/></r>";
   for (std::size_t length = 0; length < whole.size(); ++length) {
+    const std::unique_ptr<unsigned char[]> cut(new unsigned char[length]);
+    std::memcpy(cut.get(), whole.data(), length);
+    VEKLightXmlInputStreamBuffer input(cut.get(), static_cast<int>(length));
     VEKLightXmlElement root;
-    EXPECT_FALSE(Parse(whole.substr(0, length), root)) << length;
+    EXPECT_EQ(VEKLightXmlParser().Parse(input, root), 0) << length;
   }
   VEKLightXmlElement root;
   EXPECT_TRUE(Parse(whole, root));
@@ -293,6 +361,29 @@ TEST(LightXmlTest, MalformedInputFailsAndLeavesRootEmpty) {
   EXPECT_EQ(parser.Parse(input, root), 1);
   EXPECT_EQ(parser.GetErrorOffset(), -1);
   EXPECT_STREQ(parser.GetErrorDescription(), "");
+}
+
+TEST(LightXmlTest, WellFormedCornersAreAccepted) {
+  const std::string rows[] = {
+      "\xEF\xBB\xBF<?xml version='1.0' encoding='UTF-8' standalone='no'?><a/>",
+      "<?xml-stylesheet href='s'?><!-- c - d --><a><?pi?></a><!-- e --> <?p q?>\n",
+      "<a><![CDATA[]]]]><![CDATA[>]] <&]]>]]</a>",
+      "<!DOCTYPE a [<!ENTITY e ']]>'><!-- ] --><?p ]?><!ATTLIST a x CDATA 'v'>]><a>&e;</a>",
+      // The first bytes tell the encoding; a declaration left over from another one is ignored.
+      "<?xml version='1.0' encoding='UTF-16'?><a/>",
+      "<!DOCTYPE a SYSTEM 'a.dtd'><a>&declaredOutside;</a>",
+      "<!DOCTYPE a SYSTEM 'a.dtd' [<!ELEMENT a (b?,(c|d)*)+><!ELEMENT b (#PCDATA|c)*>"
+      "<!ELEMENT c EMPTY><!ATTLIST a x (p|q) 'p' y NOTATION (n) #IMPLIED z CDATA #FIXED 'v'>"
+      "<!NOTATION n PUBLIC 'p'>%pe;]><a/>",
+      std::string("<a/>\0\0junk", 10),
+      "<\xC3\xA9 _\xE2\x80\xBF='&#x10FFFF;&#9;'>\xF0\x9F\x98\x80</\xC3\xA9>",
+      ManyAttributes().substr(0, ManyAttributes().rfind(" a3=")) + "/>",
+  };
+  for (const std::string& row : rows) {
+    VEKLightXmlElement root;
+    VEKLightXmlParser parser;
+    EXPECT_TRUE(Parse(row, root, &parser)) << row << ": " << parser.GetErrorDescription();
+  }
 }
 
 TEST(LightXmlTest, EncodingsAreReadAsUtf8) {

@@ -1,6 +1,6 @@
 // The W3C XML conformance suite: every document parses or fails cleanly, every accepted document
-// writes back to the same tree, most standalone valid documents are accepted and the share of
-// rejected malformed ones is recorded. The parser is not a validating or fully conforming one.
+// writes back to the same tree, every well-formed standalone document is accepted and most
+// malformed ones are rejected. The parser is not a validating or fully conforming one.
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -22,6 +22,8 @@ using lightxml_test::Text;
 using lightxml_test::Tree;
 
 const std::string kSuite = std::string(VEK_SHARED_DIR) + "/corpora/xmlconf";
+// The share of malformed standalone documents rejected, a little below the one reached.
+constexpr int kRejectedPercentFloor = 97;
 
 struct TestCase {
   std::string type;
@@ -123,10 +125,11 @@ TEST(XmlConformanceTest, ParsesOrRejectsEveryStandaloneDocument) {
     RecordProperty(type + "_accepted", counts.first);
     RecordProperty(type + "_rejected", counts.second);
   }
-  const auto& valid = acceptedRejected["valid"];
-  EXPECT_GE(valid.first, 9 * (valid.first + valid.second) / 10);
+  // Every well-formed document is accepted; the share of malformed ones rejected may only grow.
+  EXPECT_EQ(acceptedRejected["valid"].second, 0);
+  EXPECT_EQ(acceptedRejected["invalid"].second, 0);
   const auto& malformed = acceptedRejected["not-wf"];
-  EXPECT_GT(malformed.second, 0);
+  EXPECT_GE(malformed.second * 100, kRejectedPercentFloor * (malformed.first + malformed.second));
 }
 
 }  // namespace

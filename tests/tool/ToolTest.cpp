@@ -515,7 +515,7 @@ TEST_F(Vektps, CheckTellsWhyALoadFailed) {
       {"wide.xml",
        "<TolerancingData>\n  <I V=\"⌀⌀\" W=\"x></TolerancingData>",
        {},
-       "load failed: XML error at line 2, column 16: Error parsing element attribute"},
+       "load failed: XML error at line 2, column 18: '<' not allowed in an attribute value"},
       {"root.xml",
        "<Drawing/>",
        {},
