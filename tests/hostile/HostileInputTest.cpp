@@ -1,0 +1,293 @@
+// Loads of both schemas fed hostile input must end with a result code: no crash, no hang, no
+// leak, no file opened outside the dump, and memory bounded by what the input declares.
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <stdlib.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "GlbBuilder.h"
+#include "VEKComPtr.h"
+#include "VEKDocumentGenerator.h"
+#include "VEKTPSLightParserUtil.h"
+
+namespace {
+
+constexpr const char* kDumpName = "E:\\TPSLoadXML.xml";
+constexpr HRESULT kFail = static_cast<HRESULT>(0x80004005);
+
+const std::string kCurrentOpen =
+    "<Functional_Tolerancing_Annotation Version=\"1\"><AnnotationSet Standard=\"ISO\">"
+    "<TPSId Name=\"set\" Uuid=\"u\"/></AnnotationSet>";
+const std::string kCurrentClose = "</Functional_Tolerancing_Annotation>";
+const std::string kLegacyOpen =
+    "<TolerancingData><AnnotationSet><I V=\"set\"/><I V=\"ISO\"/><I V=\"1\"/><I V=\"0\"/>"
+    "<I V=\"u\"/></AnnotationSet>";
+const std::string kLegacyClose = "</TolerancingData>";
+
+std::string Repeat(const std::string& piece, std::size_t times) {
+  std::string text;
+  text.reserve(piece.size() * times);
+  for (std::size_t i = 0; i < times; ++i) text += piece;
+  return text;
+}
+
+std::string Compress(const std::string& bytes) {
+  uLongf length = compressBound(bytes.size());
+  std::string out(length, '\0');
+  EXPECT_EQ(compress2(reinterpret_cast<Bytef*>(out.data()), &length,
+                      reinterpret_cast<const Bytef*>(bytes.data()), bytes.size(), 9),
+            Z_OK);
+  out.resize(length);
+  return out;
+}
+
+// Every test runs in a directory of its own, where the current-schema loads write their dump.
+class HostileInput : public testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/vek-hostile-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    directory_ = pattern;
+    ASSERT_NE(getcwd(previous_, sizeof previous_), nullptr);
+    ASSERT_EQ(chdir(directory_.c_str()), 0);
+  }
+  void TearDown() override {
+    (void)unlink(kDumpName);
+    (void)unlink("x.bin");
+    (void)chdir(previous_);
+    (void)rmdir(directory_.c_str());
+  }
+
+  HRESULT LoadCurrent(const std::string& xml, VEKComPtr<VEKITPSLightSet>* kept = nullptr) {
+    VEKUnicodeString text(xml.data(), xml.size());
+    VEKComPtr<VEKITPSLightSet> set;
+    const HRESULT result =
+        parser_.GenerateLightModelFromBase(text, nullptr, set.GetAddressOf(), 0, nullptr, 0, 0);
+    if (kept) *kept = set;
+    return result;
+  }
+  HRESULT LoadCompressed(std::string stream, int declared, int compressedSize) {
+    VEKUnicodeString unused;
+    VEKComPtr<VEKITPSLightSet> set;
+    return parser_.GenerateLightModelFromBase(unused, nullptr, set.GetAddressOf(), 0, stream.data(),
+                                              declared, compressedSize);
+  }
+  HRESULT LoadLegacy(const std::string& xml) {
+    VEKComPtr<VEKITPSLightSet> set;
+    return parser_.GenerateLightModel(xml.c_str(), nullptr, set.GetAddressOf());
+  }
+  // Whether the one annotation of a loaded document got its representation.
+  bool LoadedRep(const std::string& xml) {
+    VEKComPtr<VEKITPSLightSet> set;
+    EXPECT_EQ(LoadCurrent(xml, &set), S_OK);
+    if (!set || set->GetAnnotations()->Count() != 1) return false;
+    VEKComPtr<VEKITPSLight> light;
+    if (VEKFailed(set->GetAnnotations()->Get(0)->QueryInterface(IID_VEKITPSLight,
+                                                                light.GetVoidAddressOf())))
+      return false;
+    return light->GetRep() != nullptr;
+  }
+  static long long DumpSize() {
+    struct stat status {};
+    return stat(kDumpName, &status) == 0 ? static_cast<long long>(status.st_size) : -1;
+  }
+
+  VEKTPSLightParserUtil parser_;
+
+ private:
+  std::string directory_;
+  char previous_[4096] = {};
+};
+
+bool IsResultCode(HRESULT result) { return result == S_OK || result == kFail; }
+
+TEST_F(HostileInput, DeclaredUncompressedSizesBeyondTheStreamFailQuietly) {
+  const std::string xml = kCurrentOpen + kCurrentClose;
+  const std::string stream = Compress(xml);
+  const int exact = static_cast<int>(xml.size());
+  const int streamSize = static_cast<int>(stream.size());
+  struct Row {
+    int declared;
+    int compressedSize;
+    HRESULT expected;
+  };
+  const Row rows[] = {
+      {exact, streamSize, S_OK},
+      {exact + 1, streamSize, S_OK},  // the tail is zero-filled, and the parser ignores it
+      {exact - 1, streamSize, kFail},
+      {2'000'000'000, streamSize, kFail},
+      {INT_MAX, streamSize, kFail},
+      {-1, streamSize, kFail},
+      {INT_MIN, streamSize, kFail},
+      {exact, -1, kFail},
+      {exact, streamSize - 1, kFail},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.declared << " from " << row.compressedSize);
+    EXPECT_EQ(LoadCompressed(stream, row.declared, row.compressedSize), row.expected);
+  }
+}
+
+TEST_F(HostileInput, DecompressionBombsAndTrailingDataFail) {
+  // 20 MB of one byte inflate from about 20 KB; the declared size allows a thousandth of that.
+  const std::string bomb = Compress(std::string(20u << 20, 'a'));
+  EXPECT_EQ(LoadCompressed(bomb, 20'000, static_cast<int>(bomb.size())), kFail);
+
+  const std::string xml = kCurrentOpen + kCurrentClose;
+  std::string stream = Compress(xml) + "extra";
+  EXPECT_EQ(LoadCompressed(stream, static_cast<int>(xml.size()), static_cast<int>(stream.size())),
+            kFail);
+}
+
+TEST_F(HostileInput, DocumentsTruncatedAtEveryOffsetGiveAResultCode) {
+  const std::string current = VEKGenerateDocument({VEKGeneratedSchema::Current, 6, 3});
+  const std::string legacy = VEKGenerateDocument({VEKGeneratedSchema::Legacy, 6, 3});
+  ASSERT_EQ(LoadCurrent(current), S_OK);
+  ASSERT_EQ(LoadLegacy(legacy), S_OK);
+  for (std::size_t length = 0; length < current.size(); ++length) {
+    const HRESULT result = LoadCurrent(current.substr(0, length));
+    ASSERT_TRUE(IsResultCode(result)) << length;
+  }
+  for (std::size_t length = 0; length < legacy.size(); ++length) {
+    ASSERT_TRUE(IsResultCode(LoadLegacy(legacy.substr(0, length)))) << length;
+  }
+  const std::string stream = Compress(current);
+  for (std::size_t length = 1; length < stream.size(); ++length) {
+    ASSERT_EQ(LoadCompressed(stream.substr(0, length), static_cast<int>(current.size()),
+                             static_cast<int>(length)),
+              kFail)
+        << length;
+  }
+}
+
+TEST_F(HostileInput, AMillionNestedElementsLoadAndDumpWithoutRecursion) {
+  constexpr std::size_t kDepth = 1'000'000;
+  const std::string nested = Repeat("<a>", kDepth) + Repeat("</a>", kDepth);
+  EXPECT_EQ(LoadCurrent(kCurrentOpen + "<RootTTRSs>" + nested + "</RootTTRSs>" + kCurrentClose),
+            S_OK);
+  // The dump holds every level.
+  EXPECT_GT(DumpSize(), static_cast<long long>(kDepth * 7));
+  EXPECT_EQ(LoadLegacy(kLegacyOpen + nested + kLegacyClose), S_OK);
+}
+
+TEST_F(HostileInput, HugeValuesAndAMillionTinyElementsLoad) {
+  constexpr std::size_t kValueBytes = 100u << 20;
+  VEKComPtr<VEKITPSLightSet> set;
+  {
+    std::string xml = "<Functional_Tolerancing_Annotation><AnnotationSet Standard=\"";
+    xml.append(kValueBytes, 'v');
+    xml += "\"/>" + kCurrentClose;
+    ASSERT_EQ(LoadCurrent(xml, &set), S_OK);
+  }
+  ASSERT_TRUE(set);
+  const auto standard = set->GetStandard();
+  ASSERT_TRUE(standard.has_value());
+  EXPECT_EQ(standard->GetLengthInChar(), static_cast<int>(kValueBytes));
+  set.Reset();
+
+  const std::string tiny = Repeat("<t/>", 1'000'000);
+  EXPECT_EQ(
+      LoadCurrent(kCurrentOpen + tiny + "<RootTTRSs>" + tiny + "</RootTTRSs>" + kCurrentClose),
+      S_OK);
+  EXPECT_EQ(LoadLegacy(kLegacyOpen + tiny + kLegacyClose), S_OK);
+}
+
+TEST_F(HostileInput, InvalidUtf8AndControlCharactersLoadOrFailCleanly) {
+  const char* const pieces[] = {"\xff\xfe",         "\xc0\x80",     "\xed\xa0\x80", "\xe2\x82",
+                                "\xf4\x90\x80\x80", "\x01\x02\x1f", "\x7f",         "\xef\xbf\xbe"};
+  for (const char* piece : pieces) {
+    SCOPED_TRACE(testing::PrintToString(std::string(piece)));
+    const std::string value(piece);
+    const std::string inValue = "<Functional_Tolerancing_Annotation><AnnotationSet Standard=\"" +
+                                value + "\"><TPSId Name=\"" + value + "\" Uuid=\"x" + value +
+                                "\"/></AnnotationSet><RootTTRSs><TTRS><GeoP>1 " + value +
+                                " 2</GeoP></TTRS></RootTTRSs>" + kCurrentClose;
+    EXPECT_TRUE(IsResultCode(LoadCurrent(inValue)));
+    const std::string inName = kCurrentOpen + "<Root" + value + "TTRSs/><T" + value + " A" + value +
+                               "=\"1\"/>" + kCurrentClose;
+    EXPECT_TRUE(IsResultCode(LoadCurrent(inName)));
+    const std::string legacy = "<TolerancingData><AnnotationSet><I V=\"" + value + "\"/><I V=\"" +
+                               value + "\"/><I V=\"" + value + "\"/><I V=\"" + value + "\"/><I" +
+                               value + " V=\"u\"/></AnnotationSet>" + kLegacyClose;
+    EXPECT_TRUE(IsResultCode(LoadLegacy(legacy)));
+  }
+}
+
+TEST_F(HostileInput, EntityDeclarationsDoNotExpand) {
+  std::string doctype = "<!DOCTYPE Functional_Tolerancing_Annotation [<!ENTITY lol0 \"lol\">";
+  for (int level = 1; level <= 9; ++level) {
+    doctype += "<!ENTITY lol" + std::to_string(level) + " \"" +
+               Repeat("&lol" + std::to_string(level - 1) + ";", 10) + "\">";
+  }
+  doctype += "]>";
+  const std::string xml = doctype +
+                          "<Functional_Tolerancing_Annotation><AnnotationSet Standard=\"&lol9;\">"
+                          "<TPSId Name=\"&lol9;\"/></AnnotationSet><RootTTRSs>&lol9;</RootTTRSs>" +
+                          kCurrentClose;
+  EXPECT_TRUE(IsResultCode(LoadCurrent(xml)));
+  // A dump, when written, holds the references as they stand, not a billion expansions.
+  EXPECT_LT(DumpSize(), 1 << 20);
+  std::string legacy = xml;
+  legacy.replace(legacy.find("Functional_Tolerancing_Annotation"), 33, "TolerancingData");
+  EXPECT_TRUE(IsResultCode(LoadLegacy(legacy)));
+}
+
+// A current-schema document with one annotation whose graphics are `glb`.
+std::string DocumentWithGlb(const std::vector<char>& glb) {
+  const std::string buf =
+      vek_test::EncodeBase64(reinterpret_cast<const unsigned char*>(glb.data()), glb.size());
+  return kCurrentOpen +
+         "<RootTPSs><TPS><TPSId Name=\"a\" Uuid=\"b\"/><TPSLoc Type=\"1\" Id=\"7\" Status=\"0\"/>"
+         "<Rep Type=\"3\"><Buf>" +
+         buf + "</Buf></Rep></TPS></RootTPSs>" + kCurrentClose;
+}
+
+TEST_F(HostileInput, HostileSceneGraphsInARepAreRejectedWithoutOpeningFiles) {
+  // Anything that opens x.bin shows up as an inotify event.
+  { std::ofstream("x.bin", std::ios::binary) << "\x00\x00\x80\x3f"; }
+  const int watcher = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  ASSERT_GE(watcher, 0);
+  ASSERT_GE(inotify_add_watch(watcher, "x.bin", IN_OPEN | IN_ACCESS | IN_MODIFY), 0);
+
+  using vek_test::BuildGlb;
+  std::vector<char> badChunk = vek_test::BuildMeshesGlb(1, 0, 0);
+  badChunk[12] = badChunk[13] = badChunk[14] = '\x7f';  // JSON chunk length far past the blob
+  std::vector<char> shortTotal = vek_test::BuildMeshesGlb(1, 0, 0);
+  shortTotal[8] = 20;  // declared total length inside the header
+  vek_test::GlbParts offset = vek_test::MakeMeshesParts(1, 0, 0);
+  const std::string from = "\"byteOffset\":0";
+  if (const auto at = offset.json.find(from); at != std::string::npos)
+    offset.json.replace(at, from.size(), "\"byteOffset\":1000000");
+  const std::vector<std::vector<char>> blobs = {
+      badChunk,
+      shortTotal,
+      BuildGlb(offset),
+      BuildGlb(R"({"asset":{"version":"2.0"},"buffers":[{"uri":"x.bin","byteLength":4}],)"
+               R"("bufferViews":[{"buffer":0,"byteLength":4}],"accessors":[{"bufferView":0,)"
+               R"("componentType":5126,"count":1,"type":"SCALAR"}],"scenes":[{"nodes":[]}]})"),
+      BuildGlb(R"({"asset":{"version":"2.0"},"scenes":[{"nodes":[0]}],)"
+               R"("nodes":[{"children":[1]},{"children":[0]}]})"),
+      BuildGlb(Repeat("[", 100'000) + Repeat("]", 100'000)),
+      BuildGlb(R"({"asset":{"version":"2.0"},"images":[{"uri":"x.bin"}]})"),
+  };
+  for (std::size_t row = 0; row < blobs.size(); ++row) {
+    SCOPED_TRACE(row);
+    EXPECT_FALSE(LoadedRep(DocumentWithGlb(blobs[row])));
+  }
+  // The same document with a sound blob does carry its graphics.
+  EXPECT_TRUE(LoadedRep(DocumentWithGlb(vek_test::BuildMeshesGlb(1, 0, 0))));
+  char events[4096];
+  EXPECT_LT(read(watcher, events, sizeof events), 0) << "x.bin was opened";
+  (void)close(watcher);
+}
+
+}  // namespace
