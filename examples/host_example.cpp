@@ -35,7 +35,8 @@ std::string Ids(const VEKLightObjectList& list) {
     VEKComPtr<VEKITPSLight> light;
     VEKBaseUnknown* object = list.Get(position);
     if (position > 0) text += ' ';
-    if (object && VEKSucceeded(object->QueryInterface(VEKITPSLight::kIID, light.GetVoidAddressOf())))
+    if (object &&
+        VEKSucceeded(object->QueryInterface(VEKITPSLight::kIID, light.GetVoidAddressOf())))
       text += Number(light->GetId());
     else
       text += '?';
@@ -45,7 +46,8 @@ std::string Ids(const VEKLightObjectList& list) {
 
 std::string Ints(const std::vector<int>& values) {
   std::string text = "[";
-  for (std::size_t i = 0; i < values.size(); ++i) text += (i ? " " : "") + std::to_string(values[i]);
+  for (std::size_t i = 0; i < values.size(); ++i)
+    text += (i ? " " : "") + std::to_string(values[i]);
   return text + "]";
 }
 
@@ -84,11 +86,11 @@ void PrintSet(VEKITPSLightSet* set) {
       "annotations", *set->GetAnnotations(), [](VEKITPSLightAnnotation& annotation) {
         std::printf(" value %s%s attribute %s ttrs %s",
                     annotation.GetValue() ? std::to_string(*annotation.GetValue()).c_str() : "-",
-                    annotation.IsDefault() ? " default" : "", Text(annotation.GetAttribute()).c_str(),
-                    Ints(annotation.GetTTRS()).c_str());
+                    annotation.IsDefault() ? " default" : "",
+                    Text(annotation.GetAttribute()).c_str(), Ints(annotation.GetTTRS()).c_str());
         VEKComPtr<VEKITPSLightModel> links;
-        if (VEKSucceeded(annotation.QueryInterface(VEKITPSLightModel::kIID,
-                                                   links.GetVoidAddressOf()))) {
+        if (VEKSucceeded(
+                annotation.QueryInterface(VEKITPSLightModel::kIID, links.GetVoidAddressOf()))) {
           std::printf(" views %s", Ids(links->GetViews()).c_str());
           if (const VEKLightObjectList* group = links->GetOrderGroup())
             std::printf(" group %s", Ids(*group).c_str());
@@ -100,23 +102,23 @@ void PrintSet(VEKITPSLightSet* set) {
                 Vector(view.GetDirection()).c_str(), Ids(view.GetAnnotations()).c_str(),
                 Ids(view.GetCaptures()).c_str());
   });
-  PrintFamily<VEKITPSLightRefFrame>("reference frames", set->GetRefFrames(),
-                                    [](VEKITPSLightRefFrame& frame) {
-                                      std::printf(" attribute %s datums %s ttrs %s",
-                                                  Text(frame.GetAttribute()).c_str(),
-                                                  Ids(frame.GetDatums()).c_str(),
-                                                  Ints(frame.GetTTRS()).c_str());
-                                    });
+  PrintFamily<VEKITPSLightRefFrame>(
+      "reference frames", set->GetRefFrames(), [](VEKITPSLightRefFrame& frame) {
+        std::printf(" attribute %s datums %s ttrs %s", Text(frame.GetAttribute()).c_str(),
+                    Ids(frame.GetDatums()).c_str(), Ints(frame.GetTTRS()).c_str());
+      });
   PrintFamily<VEKITPSLightCG>("construction geometries", set->GetCGs(), [](VEKITPSLightCG& cg) {
     std::printf(" attribute %s ttrs %s treps %s", Text(cg.GetAttribute()).c_str(),
                 Ints(cg.GetTTRS()).c_str(), Ints(cg.GetTReps()).c_str());
   });
-  PrintFamily<VEKITPSLightCapture>("captures", set->GetCaptures(), [](VEKITPSLightCapture& capture) {
-    std::printf(" clipping %s camera %s at %s annotations %s views %s cgs %s",
-                Number(capture.GetClippingPlane()).c_str(), Number(capture.GetCameraType()).c_str(),
-                Vector(capture.GetCameraPosition()).c_str(), Ids(capture.GetAnnotations()).c_str(),
-                Ids(capture.GetViews()).c_str(), Ids(capture.GetCGs()).c_str());
-  });
+  PrintFamily<VEKITPSLightCapture>(
+      "captures", set->GetCaptures(), [](VEKITPSLightCapture& capture) {
+        std::printf(
+            " clipping %s camera %s at %s annotations %s views %s cgs %s",
+            Number(capture.GetClippingPlane()).c_str(), Number(capture.GetCameraType()).c_str(),
+            Vector(capture.GetCameraPosition()).c_str(), Ids(capture.GetAnnotations()).c_str(),
+            Ids(capture.GetViews()).c_str(), Ids(capture.GetCGs()).c_str());
+      });
   for (const VEKTPSLightUnresolved& missing : set->GetUnresolvedReferences())
     std::printf("unresolved: id %d of kind %d\n", missing.id, missing.kind);
 }

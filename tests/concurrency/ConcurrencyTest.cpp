@@ -2,9 +2,6 @@
 // alone, and the dump file they all write must always hold one whole document.
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <chrono>
 #include <fstream>
@@ -14,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "ScratchDirectory.h"
 #include "VEKDocumentGenerator.h"
 #include "VEKTPSLightJsonExport.h"
 #include "VEKTPSLightParserUtil.h"
@@ -49,28 +47,10 @@ std::string ReadDump() {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-// Runs the test in a directory of its own, where the loads write their dump.
-class ConcurrentLoads : public testing::Test {
- protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/vek-concurrency-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    directory_ = pattern;
-    ASSERT_NE(getcwd(previous_, sizeof previous_), nullptr);
-    ASSERT_EQ(chdir(directory_.c_str()), 0);
-  }
-  void TearDown() override {
-    (void)unlink(kDumpName);
-    (void)chdir(previous_);
-    (void)rmdir(directory_.c_str());
-  }
-
- private:
-  std::string directory_;
-  char previous_[4096] = {};
-};
-
-TEST_F(ConcurrentLoads, GiveTheModelsOfLoadsAloneAndAWholeDump) {
+TEST(ConcurrentLoads, GiveTheModelsOfLoadsAloneAndAWholeDump) {
+  // The loads write their dump into the working directory: a directory of the test's own.
+  vek_test::ScratchDirectory scratch;
+  ASSERT_TRUE(scratch.Entered());
   std::vector<Document> documents;
   for (std::uint64_t seed = 1; seed <= 4; ++seed) {
     documents.push_back({VEKTPSLightSchema::Current,

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "GlbBuilder.h"
+#include "ScratchDirectory.h"
 #include "VEKComPtr.h"
 #include "VEKDocumentGenerator.h"
 #include "VEKTPSLightParserUtil.h"
@@ -53,19 +54,8 @@ std::string Compress(const std::string& bytes) {
 // Every test runs in a directory of its own, where the current-schema loads write their dump.
 class HostileInput : public testing::Test {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/vek-hostile-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    directory_ = pattern;
-    ASSERT_NE(getcwd(previous_, sizeof previous_), nullptr);
-    ASSERT_EQ(chdir(directory_.c_str()), 0);
-  }
-  void TearDown() override {
-    (void)unlink(kDumpName);
-    (void)unlink("x.bin");
-    (void)chdir(previous_);
-    (void)rmdir(directory_.c_str());
-  }
+  vek_test::ScratchDirectory scratch_;
+  void SetUp() override { ASSERT_TRUE(scratch_.Entered()); }
 
   HRESULT LoadCurrent(const std::string& xml, VEKComPtr<VEKITPSLightSet>* kept = nullptr) {
     VEKUnicodeString text(xml.data(), xml.size());
