@@ -169,6 +169,26 @@ HRESULT VEKTPSLightParserUtil::ReadRep(VEKLightXmlElementItf& element, VEKUnicod
   return E_FAIL;
 }
 
+namespace {
+
+// The identity and location every object carries; what an element lacks keeps these defaults.
+struct VEKCommonValues {
+  VEKUnicodeString name;
+  VEKUnicodeString uuid;
+  int type = 0;
+  int id = 0;
+  int status = 0;
+};
+
+VEKCommonValues ReadCommonValues(VEKTPSLightParserUtil& parser, VEKLightXmlElementItf& element) {
+  VEKCommonValues values;
+  (void)parser.ReadTPSId(element, values.name, values.uuid);
+  (void)parser.ReadTPSLoc(element, values.type, values.id, values.status);
+  return values;
+}
+
+}  // namespace
+
 HRESULT VEKTPSLightParserUtil::SetTPSSetValues(VEKITPSLightSet* set,
                                                VEKLightXmlElementItf& element) {
   if (!set) return E_FAIL;
@@ -176,37 +196,25 @@ HRESULT VEKTPSLightParserUtil::SetTPSSetValues(VEKITPSLightSet* set,
   if (VEKFailed(set->QueryInterface(IID_VEKITPSLight, light.GetVoidAddressOf())) || !light) {
     return S_OK;
   }
-  VEKUnicodeString name;
-  VEKUnicodeString uuid;
-  int type = 0;
-  int id = 0;
-  int status = 0;
-  (void)ReadTPSId(element, name, uuid);
-  (void)ReadTPSLoc(element, type, id, status);
+  const VEKCommonValues values = ReadCommonValues(*this, element);
   // The set keeps no id of its own: the location's id is read but not passed on.
-  VEKPassWide(name, [&](const wchar_t* text) { (void)light->SetName(text); });
+  VEKPassWide(values.name, [&](const wchar_t* text) { (void)light->SetName(text); });
   VEKPassWide(element.GetAttributeValue("Standard"),
               [&](const wchar_t* text) { (void)set->SetStandard(text); });
-  (void)light->SetType(static_cast<unsigned short>(type));
-  (void)light->SetStatus(static_cast<unsigned short>(status));
-  VEKPassWide(uuid, [&](const wchar_t* text) { (void)light->SetUuid(text); });
+  (void)light->SetType(static_cast<unsigned short>(values.type));
+  (void)light->SetStatus(static_cast<unsigned short>(values.status));
+  VEKPassWide(values.uuid, [&](const wchar_t* text) { (void)light->SetUuid(text); });
   return S_OK;
 }
 
 HRESULT VEKTPSLightParserUtil::SetTPSValues(VEKITPSLight* object, VEKLightXmlElementItf& element) {
   if (!object) return E_FAIL;
-  VEKUnicodeString name;
-  VEKUnicodeString uuid;
-  int type = 0;
-  int id = 0;
-  int status = 0;
-  (void)ReadTPSId(element, name, uuid);
-  (void)ReadTPSLoc(element, type, id, status);
-  VEKPassWide(name, [&](const wchar_t* text) { (void)object->SetName(text); });
-  VEKPassWide(uuid, [&](const wchar_t* text) { (void)object->SetUuid(text); });
-  (void)object->SetType(static_cast<unsigned short>(type));
-  (void)object->SetId(id);
-  (void)object->SetStatus(static_cast<unsigned short>(status));
+  const VEKCommonValues values = ReadCommonValues(*this, element);
+  VEKPassWide(values.name, [&](const wchar_t* text) { (void)object->SetName(text); });
+  VEKPassWide(values.uuid, [&](const wchar_t* text) { (void)object->SetUuid(text); });
+  (void)object->SetType(static_cast<unsigned short>(values.type));
+  (void)object->SetId(values.id);
+  (void)object->SetStatus(static_cast<unsigned short>(values.status));
   static const VEKUnicodeString kCommonRepType("3");
   VEKUnicodeString representationType(kCommonRepType);
   VEKRep* representation = nullptr;
