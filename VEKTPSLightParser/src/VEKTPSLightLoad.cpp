@@ -4,9 +4,9 @@
 #include <climits>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <string>
 
 #include <fcntl.h>
@@ -27,11 +27,16 @@ namespace {
 // a declared size beyond that can never be filled and is refused before anything is allocated.
 constexpr std::int64_t kMaxInflateRatio = 1032;
 
+struct VEKFreeBytes {
+  void operator()(unsigned char* bytes) const { std::free(bytes); }
+};
+
 // The bytes handed to the XML parser, and their owner when the load made them.
 struct VEKLoadInput {
   const unsigned char* bytes = nullptr;
   int length = 0;
-  std::unique_ptr<unsigned char[]> owned;
+  std::unique_ptr<unsigned char[]> decoded;
+  std::unique_ptr<unsigned char, VEKFreeBytes> inflated;
 };
 
 HRESULT VEKDecompressInput(const char* compressedData, int uncompressedSize, int compressedSize,
@@ -41,19 +46,21 @@ HRESULT VEKDecompressInput(const char* compressedData, int uncompressedSize, int
     return E_FAIL;
   }
   const auto declared = static_cast<unsigned int>(uncompressedSize);
-  std::unique_ptr<unsigned char[]> array(new (std::nothrow) unsigned char[declared]);
+  // The parser always receives the declared size, and a shorter stream must leave zeros, never
+  // indeterminate bytes, in the part it did not fill. Zeroed memory from the system costs no
+  // resident page until it is written, and the parser stops at the first zero after the root, so
+  // a declared size beyond the stream's output costs address space, not memory.
+  std::unique_ptr<unsigned char, VEKFreeBytes> array(
+      static_cast<unsigned char*>(std::calloc(declared, 1)));
   if (!array) return E_FAIL;
   unsigned int produced = declared;
   if (VEKSysUncompress(compressedData, compressedSize, reinterpret_cast<char*>(array.get()),
                        &produced) < 0) {
     return E_FAIL;
   }
-  // The parser always receives the declared size; a shorter stream leaves zeros, never
-  // indeterminate bytes, in the part it did not fill.
-  if (produced < declared) std::memset(array.get() + produced, 0, declared - produced);
   input.bytes = array.get();
   input.length = uncompressedSize;
-  input.owned = std::move(array);
+  input.inflated = std::move(array);
   return S_OK;
 }
 
@@ -70,7 +77,7 @@ HRESULT VEKDecodeText(const VEKUnicodeString& source, unsigned char fromBase64,
   unsigned char* decoded = nullptr;
   unsigned int decodedLength = 0;
   const int decodeResult = VEKCodePage::ConvertFromBase64(text, decoded, decodedLength);
-  input.owned.reset(decoded);
+  input.decoded.reset(decoded);
   if (decodeResult < 0 || !decoded || decodedLength > static_cast<unsigned int>(INT_MAX)) {
     return E_FAIL;
   }
@@ -122,7 +129,8 @@ HRESULT VEKTPSLightParserUtil::GenerateLightModelFromBase(
   }
   // The parsed document keeps its own copy of the text, so decoded or inflated bytes are freed
   // before the model is built.
-  input.owned.reset();
+  input.decoded.reset();
+  input.inflated.reset();
   input.bytes = nullptr;
   if (root.GetName() != "Functional_Tolerancing_Annotation") return E_FAIL;
 

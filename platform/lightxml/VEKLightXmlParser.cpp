@@ -294,6 +294,7 @@ int VEKLightXmlParser::Parse(VEKLightXmlInputStream& input, VEKLightXmlElementIt
     }
     const TextEncoding encoding = DetectEncoding(bytes, size);
     WellFormedError fault;
+    std::size_t documentLength = 0;
     if (encoding != TextEncoding::kUtf8) {
       const std::size_t capacity = Utf8Capacity(size);
       OwnedText converted;
@@ -305,26 +306,30 @@ int VEKLightXmlParser::Parse(VEKLightXmlInputStream& input, VEKLightXmlElementIt
       const std::ptrdiff_t written =
           ConvertToUtf8(bytes, size, encoding, converted.bytes.get(), fault);
       converted.size = static_cast<std::size_t>(written);
-      if (written < 0 || !CheckWellFormed(converted.bytes.get(), converted.size, fault)) {
+      if (written < 0 ||
+          !CheckWellFormed(converted.bytes.get(), converted.size, fault, documentLength)) {
         errorOffset_ = fault.offset;
         errorDescription_ = fault.description;
         return 0;
       }
       owned = std::move(converted);
       bytes = owned.bytes.get();
-    } else if (!CheckWellFormed(bytes, size, fault)) {
+    } else if (!CheckWellFormed(bytes, size, fault, documentLength)) {
       errorOffset_ = fault.offset;
       errorDescription_ = fault.description;
       return 0;
     }
+    // Zeros padding the document are left out: the parser would stop at the first, and copying
+    // them would make its memory follow the declared length rather than the document.
     // The checks above leave the parser nesting and tag matching. Its default options keep no
     // document type declaration and expand only the predefined entities and character
     // references, so entity declarations cannot blow the text up.
     const pugi::xml_parse_result result =
         owned.bytes
-            ? document->xml.load_buffer_inplace_own(owned.bytes.release(), owned.size,
+            ? document->xml.load_buffer_inplace_own(owned.bytes.release(), documentLength,
                                                     pugi::parse_default, pugi::encoding_utf8)
-            : document->xml.load_buffer(bytes, size, pugi::parse_default, pugi::encoding_utf8);
+            : document->xml.load_buffer(bytes, documentLength, pugi::parse_default,
+                                        pugi::encoding_utf8);
     if (!result) {
       errorOffset_ = result.status != pugi::status_out_of_memory ? result.offset : -1;
       errorDescription_ = result.description();

@@ -130,6 +130,11 @@ class Scanner {
   Scanner(const unsigned char* bytes, std::size_t length, WellFormedError& error)
       : begin_(bytes), end_(bytes + length), p_(bytes), error_(error) {}
 
+  // The bytes up to the end of the document proper, once Run has accepted it.
+  std::size_t ScannedLength() const {
+    return static_cast<std::size_t>((paddingStart_ ? paddingStart_ : end_) - begin_);
+  }
+
   bool Run() {
     if (end_ - p_ >= 3 && std::memcmp(p_, "\xEF\xBB\xBF", 3) == 0) p_ += 3;
     declarationPlace_ = p_;
@@ -147,6 +152,7 @@ class Scanner {
       } else if (depth_ == 0 && rootSeen_ && byte == '\0') {
         // The tree parser reads a zero byte as the end of the text, so zeros that pad a
         // document after its root element are ignored.
+        paddingStart_ = p_;
         return true;
       } else if (depth_ == 0) {
         return Fail(p_, "Text outside the root element");
@@ -885,6 +891,7 @@ class Scanner {
 
   const unsigned char* const begin_;
   const unsigned char* const end_;
+  const unsigned char* paddingStart_ = nullptr;
   const unsigned char* p_;
   WellFormedError& error_;
   // Where an XML declaration may stand: the start, after a byte order mark.
@@ -948,8 +955,12 @@ std::size_t PutUtf8(std::uint32_t c, unsigned char* output) {
 
 }  // namespace
 
-bool CheckWellFormed(const unsigned char* bytes, std::size_t length, WellFormedError& error) {
-  return Scanner(bytes, length, error).Run();
+bool CheckWellFormed(const unsigned char* bytes, std::size_t length, WellFormedError& error,
+                     std::size_t& documentLength) {
+  Scanner scanner(bytes, length, error);
+  if (!scanner.Run()) return false;
+  documentLength = scanner.ScannedLength();
+  return true;
 }
 
 TextEncoding DetectEncoding(const unsigned char* b, std::size_t length) noexcept {
@@ -986,8 +997,12 @@ std::ptrdiff_t ConvertToUtf8(const unsigned char* bytes, std::size_t length, Tex
     error.description = description;
     return -1;
   };
+  // A zero code unit ends the text for the scanner and the tree parser alike, so conversion stops
+  // there: zeros padding a document cost nothing, however many there are.
   if (encoding == TextEncoding::kLatin1) {
-    for (std::size_t at = 0; at < length; ++at) written += PutUtf8(bytes[at], output + written);
+    for (std::size_t at = 0; at < length && bytes[at] != 0; ++at) {
+      written += PutUtf8(bytes[at], output + written);
+    }
     return static_cast<std::ptrdiff_t>(written);
   }
   const bool wide =
@@ -1006,6 +1021,7 @@ std::ptrdiff_t ConvertToUtf8(const unsigned char* bytes, std::size_t length, Tex
   if (length >= unit && read(0) == 0xFEFF) at = unit;
   for (; at + unit <= length; at += unit) {
     std::uint32_t c = read(at);
+    if (c == 0) return static_cast<std::ptrdiff_t>(written);
     if (!wide && c >= 0xD800 && c <= 0xDBFF) {
       const std::uint32_t low = at + 2 * unit <= length ? read(at + unit) : 0;
       if (low < 0xDC00 || low > 0xDFFF) return fail("Invalid UTF-16 surrogate");

@@ -27,8 +27,10 @@ enum class TextEncoding {
 // encoding and characters, names, references, attribute values, comments, declarations, text
 // outside the root element, repeated attributes. The declared encoding is not compared with the
 // bytes, which were told apart by their first bytes. Nesting and tag matching are left to the
-// parser. Returns false with `error` set at the first fault; may throw std::bad_alloc.
-bool CheckWellFormed(const unsigned char* bytes, std::size_t length, WellFormedError& error);
+// parser. Returns false with `error` set at the first fault; true with `documentLength` set to the
+// length of the document proper, without the zeros that may pad it; may throw std::bad_alloc.
+bool CheckWellFormed(const unsigned char* bytes, std::size_t length, WellFormedError& error,
+                     std::size_t& documentLength);
 
 // The encoding of the document that starts with [bytes, bytes + length).
 TextEncoding DetectEncoding(const unsigned char* bytes, std::size_t length) noexcept;
@@ -36,6 +38,7 @@ TextEncoding DetectEncoding(const unsigned char* bytes, std::size_t length) noex
 // Writes [bytes, bytes + length) in `encoding` as UTF-8 without a byte order mark into `output`,
 // which holds at least Utf8Capacity(length) bytes; returns the length written, or -1 with `error`
 // set at the first malformed code unit (a lone surrogate, a value beyond U+10FFFF, a cut unit).
+// A zero code unit ends the text.
 std::ptrdiff_t ConvertToUtf8(const unsigned char* bytes, std::size_t length, TextEncoding encoding,
                              unsigned char* output, WellFormedError& error) noexcept;
 

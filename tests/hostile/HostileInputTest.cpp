@@ -127,6 +127,41 @@ TEST_F(HostileInput, DeclaredUncompressedSizesBeyondTheStreamFailQuietly) {
   }
 }
 
+// The peak resident memory of the process since the last ResetPeakResidentKiB, or -1 where the
+// system does not let the peak be reset.
+long long ResetPeakResidentKiB() {
+  std::ofstream clear("/proc/self/clear_refs");
+  clear << "5";
+  clear.close();
+  return clear ? 0 : -1;
+}
+long long PeakResidentKiB() {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("VmHWM:", 0) == 0) return std::atoll(line.c_str() + 6);
+  }
+  return -1;
+}
+
+TEST_F(HostileInput, ADeclaredSizeBeyondTheOutputCostsAddressSpaceNotMemory) {
+  // About a megabyte of letters that deflate cannot shrink much, in a valid document.
+  std::string letters(1u << 20, 'a');
+  unsigned state = 1;
+  for (char& letter : letters) {
+    state = state * 1103515245u + 12345u;
+    letter = static_cast<char>('a' + (state >> 16) % 26);
+  }
+  const std::string stream =
+      Compress(kCurrentOpen + "<RootTTRSs x=\"" + letters + "\"/>" + kCurrentClose);
+  const int declared = static_cast<int>(stream.size()) * 1000;
+  if (ResetPeakResidentKiB() < 0) GTEST_SKIP() << "the peak resident memory cannot be reset";
+  const long long before = PeakResidentKiB();
+  EXPECT_EQ(LoadCompressed(stream, declared, static_cast<int>(stream.size())), S_OK);
+  const long long grown = PeakResidentKiB() - before;
+  EXPECT_LT(grown, declared / 1024 / 8) << "KiB, for " << declared / 1024 << " KiB declared";
+}
+
 TEST_F(HostileInput, DecompressionBombsAndTrailingDataFail) {
   // 20 MB of one byte inflate from about 20 KB; the declared size allows a thousandth of that.
   const std::string bomb = Compress(std::string(20u << 20, 'a'));

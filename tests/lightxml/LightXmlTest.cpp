@@ -290,6 +290,8 @@ TEST(LightXmlTest, MalformedInputFailsAndLeavesRootEmpty) {
       {"<a>\xEF\xBF\xBE</a>", 3},
       {std::string("\xFF\xFE<\0a\0", 6), 2},
       {std::string("\xFF\xFE<\0\0\xD8", 6), 1},
+      // A zero unit ends a converted text, here inside the root.
+      {std::string("\xFF\xFE<\0a\0>\0\0\0<\0", 12), 2},
       // Names.
       {"<1a/>", 1},
       {"<a\xC3\x97/>", 2},
@@ -398,11 +400,15 @@ TEST(LightXmlTest, EncodingsAreReadAsUtf8) {
   const std::string inputs[] = {"<e x=\"\xC3\xA9\">\xE2\x82\xAC</e>",
                                 "\xEF\xBB\xBF<e x=\"\xC3\xA9\">\xE2\x82\xAC</e>", littleEndian,
                                 bigEndian};
-  for (const std::string& input : inputs) {
-    VEKLightXmlElement root;
-    ASSERT_TRUE(Parse(input, root)) << input;
-    EXPECT_EQ(Tree(root), expected);
-    EXPECT_EQ(Dump(root), "<e x=\"\xC3\xA9\">\xE2\x82\xAC</e>");
+  // Zeros after the root end the text in every encoding; nothing after them is read.
+  const std::string padding("\0\0\0\0\xFFjunk", 9);
+  for (const std::string& text : inputs) {
+    for (const std::string& input : {text, text + padding}) {
+      VEKLightXmlElement root;
+      ASSERT_TRUE(Parse(input, root)) << input;
+      EXPECT_EQ(Tree(root), expected);
+      EXPECT_EQ(Dump(root), "<e x=\"\xC3\xA9\">\xE2\x82\xAC</e>");
+    }
   }
 }
 
