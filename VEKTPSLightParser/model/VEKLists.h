@@ -22,12 +22,14 @@ class VEKOneBasedList {
       }
     }
   }
-  // A copy is independent of the original; when memory runs out the copy is empty.
-  VEKOneBasedList(const VEKOneBasedList& other) noexcept {
+  // A copy is independent of the original; when memory runs out the copy is empty and
+  // incomplete.
+  VEKOneBasedList(const VEKOneBasedList& other) noexcept : complete_(other.complete_) {
     try {
       items_ = other.items_;
     } catch (const std::bad_alloc&) {
       items_.clear();
+      complete_ = false;
     }
   }
   VEKOneBasedList(VEKOneBasedList&& other) noexcept = default;
@@ -35,12 +37,17 @@ class VEKOneBasedList {
     if (this != &other) {
       VEKOneBasedList copy(other);
       items_.swap(copy.items_);
+      complete_ = copy.complete_;
     }
     return *this;
   }
   VEKOneBasedList& operator=(VEKOneBasedList&& other) noexcept = default;
 
   int Size() const noexcept { return static_cast<int>(items_.size()); }
+
+  // False once an item was lost for want of memory: later items then sit one place early, so a
+  // reader that gives positions a meaning must not trust them.
+  bool Complete() const noexcept { return complete_; }
 
   // Item `index` (1-based). Outside 1..Size() this is a scratch item reset to the empty value.
   T& operator[](int index) noexcept {
@@ -64,6 +71,7 @@ class VEKOneBasedList {
       items_.push_back(item);
       return S_OK;
     } catch (const std::bad_alloc&) {
+      complete_ = false;
       return E_OUTOFMEMORY;
     }
   }
@@ -71,6 +79,7 @@ class VEKOneBasedList {
  private:
   static constexpr std::size_t kFirstCapacity = 8;
   std::vector<T> items_;
+  bool complete_ = true;
   T outOfRange_{};
 };
 

@@ -185,7 +185,7 @@ HRESULT VEKTPSLightParserUtil::BuildTTRS(VEKTPSLightContainer* container, VEKITP
       (void)GetNodeValue(child, &geometry);
     }
   });
-  if (identity.Size() == 0) return E_FAIL;
+  if (identity.Size() == 0 || !identity.Complete()) return E_FAIL;
 
   VEKComPtr<VEKITPSLightTTRS> ttrs;
   if (VEKFailed(container->CreateTTRS(ttrs.GetAddressOf(), set)) || !ttrs) return E_FAIL;
@@ -240,7 +240,7 @@ HRESULT VEKTPSLightParserUtil::BuildAnnotation(VEKTPSLightContainer* container,
   if (!set || !container || !orderGroups) return E_FAIL;
   VEKListValVEKUnicodeString values;
   (void)GetNodeValue(element, &values);
-  if (values.Size() != 11) return E_FAIL;
+  if (values.Size() != 11 || !values.Complete()) return E_FAIL;
   const VEKListValVEKUnicodeString& items = values;
 
   VEKComPtr<VEKITPSLightAnnotation> annotation;
@@ -309,7 +309,7 @@ HRESULT VEKTPSLightParserUtil::BuildView(VEKTPSLightContainer* container, VEKITP
       (void)values.Append(ValueOf(child));
     }
   });
-  if (values.Size() != 5) return E_FAIL;
+  if (values.Size() != 5 || !values.Complete() || !geometry.Complete()) return E_FAIL;
   const VEKListValVEKUnicodeString& items = values;
 
   VEKComPtr<VEKITPSLightView> view;
@@ -398,7 +398,7 @@ HRESULT VEKTPSLightParserUtil::BuildRefFrame(VEKTPSLightContainer* container, VE
   if (!set || !container) return E_FAIL;
   VEKListValVEKUnicodeString values;
   (void)GetNodeValue(element, &values);
-  if (values.Size() != 6) return E_FAIL;
+  if (values.Size() != 6 || !values.Complete()) return E_FAIL;
   const VEKListValVEKUnicodeString& items = values;
 
   VEKComPtr<VEKITPSLightRefFrame> refFrame;
@@ -458,7 +458,7 @@ HRESULT VEKTPSLightParserUtil::BuildCG(VEKTPSLightContainer* container, VEKITPSL
   if (!set || !container) return E_FAIL;
   VEKListValVEKUnicodeString values;
   (void)GetNodeValue(element, &values);
-  if (values.Size() != 8) return E_FAIL;
+  if (values.Size() != 8 || !values.Complete()) return E_FAIL;
   const VEKListValVEKUnicodeString& items = values;
 
   VEKComPtr<VEKITPSLightCG> cg;
@@ -524,7 +524,7 @@ HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEK
       (void)values.Append(ValueOf(child));
     }
   });
-  if (values.Size() != 8) return E_FAIL;
+  if (values.Size() != 8 || !values.Complete() || !camera.Complete()) return E_FAIL;
   const VEKListValVEKUnicodeString& items = values;
 
   VEKComPtr<VEKITPSLightCapture> capture;

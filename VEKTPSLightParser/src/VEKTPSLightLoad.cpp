@@ -199,7 +199,7 @@ HRESULT VEKTPSLightParserUtil::GenerateLightModel(const char* xmlText, VEKBaseUn
     VEKForEachChild(child, [&](VEKLightXmlElementItf& item) {
       (void)items.Append(item.GetAttributeValue(valueName, absent));
     });
-    if (items.Size() != 5) return;
+    if (items.Size() != 5 || !items.Complete()) return;
 
     VEKITPSLightSet* current = *set;
     VEKComPtr<VEKITPSLight> light;

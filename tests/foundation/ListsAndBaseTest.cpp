@@ -43,6 +43,11 @@ TEST(Lists, CopiesAreIndependentAndAppendReportsOutOfMemory) {
   }
   EXPECT_EQ(result, E_OUTOFMEMORY);
   EXPECT_EQ(empty.Size(), 0);
+  // The loss is remembered, also by copies, so positions read later are known to be off.
+  EXPECT_FALSE(empty.Complete());
+  EXPECT_EQ(empty.Append(2), S_OK);
+  EXPECT_FALSE(VEKRawCollint(empty).Complete());
+  EXPECT_TRUE(VEKRawCollint(3).Complete());
 }
 
 // A minimal component: counts references and offers only the base face.

@@ -159,7 +159,8 @@ TEST_F(HostileInput, ADeclaredSizeBeyondTheOutputCostsAddressSpaceNotMemory) {
   const long long before = PeakResidentKiB();
   EXPECT_EQ(LoadCompressed(stream, declared, static_cast<int>(stream.size())), S_OK);
   const long long grown = PeakResidentKiB() - before;
-  EXPECT_LT(grown, declared / 1024 / 8) << "KiB, for " << declared / 1024 << " KiB declared";
+  // A quarter leaves room for the address sanitizer's shadow, an eighth of the block.
+  EXPECT_LT(grown, declared / 1024 / 4) << "KiB, for " << declared / 1024 << " KiB declared";
 }
 
 TEST_F(HostileInput, DecompressionBombsAndTrailingDataFail) {
@@ -204,7 +205,7 @@ TEST_F(HostileInput, AMillionNestedElementsLoadAndDumpWithoutRecursion) {
   EXPECT_EQ(LoadLegacy(kLegacyOpen + nested + kLegacyClose), S_OK);
 }
 
-TEST_F(HostileInput, HugeValuesAndAMillionTinyElementsLoad) {
+TEST_F(HostileInput, HugeValuesAndTenMillionTinyElementsLoad) {
   constexpr std::size_t kValueBytes = 100u << 20;
   VEKComPtr<VEKITPSLightSet> set;
   {
@@ -219,10 +220,27 @@ TEST_F(HostileInput, HugeValuesAndAMillionTinyElementsLoad) {
   EXPECT_EQ(standard->GetLengthInChar(), static_cast<int>(kValueBytes));
   set.Reset();
 
-  const std::string tiny = Repeat("<t/>", 1'000'000);
-  EXPECT_EQ(
-      LoadCurrent(kCurrentOpen + tiny + "<RootTTRSs>" + tiny + "</RootTTRSs>" + kCurrentClose),
-      S_OK);
+  // A representation of 100 MB of base64 text decodes to bytes that are no GLB: the TTRS is built
+  // without it.
+  {
+    std::string xml = kCurrentOpen + "<RootTTRSs><TTRS><Rep Type=\"3\"><Buf>";
+    xml.append(kValueBytes, 'A');
+    xml += "</Buf></Rep></TTRS></RootTTRSs>" + kCurrentClose;
+    ASSERT_EQ(LoadCurrent(xml, &set), S_OK);
+  }
+  ASSERT_TRUE(set);
+  ASSERT_EQ(set->GetTTRS().Count(), 1);
+  VEKComPtr<VEKITPSLight> light;
+  ASSERT_EQ(set->GetTTRS().Get(0)->QueryInterface(IID_VEKITPSLight, light.GetVoidAddressOf()),
+            S_OK);
+  EXPECT_EQ(light->GetRep(), nullptr);
+  light.Reset();
+  set.Reset();
+
+  // Ten million elements that every walk passes over.
+  const std::string tiny = Repeat("<t/>", 10'000'000);
+  EXPECT_EQ(LoadCurrent(kCurrentOpen + "<RootTTRSs>" + tiny + "</RootTTRSs>" + kCurrentClose),
+            S_OK);
   EXPECT_EQ(LoadLegacy(kLegacyOpen + tiny + kLegacyClose), S_OK);
 }
 

@@ -1,0 +1,200 @@
+// Every allocation of a whole load refused in turn: the load must end with a result code, release
+// everything it took, and leave a model that says nothing the document does not.
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <pugixml.hpp>
+
+#include <dlfcn.h>
+
+#include <string>
+
+#include "FailingAllocator.h"
+#include "ScratchDirectory.h"
+#include "VEKComPtr.h"
+#include "VEKDocumentGenerator.h"
+#include "VEKSceneGraph.h"
+#include "VEKTPSLightJsonExport.h"
+#include "VEKTPSLightParserUtil.h"
+
+// The JSON library under the scene-graph reader allocates in its noexcept destructors, so a
+// refusal there ends the process. This program's definition stands in for the library's and calls
+// it with refusals paused; everything around the reader is swept.
+VEKRep* VEKReadSceneGraph(char* bytes, int length) noexcept {
+  using Reader = VEKRep* (*)(char*, int);
+  static const auto reader = reinterpret_cast<Reader>(dlsym(RTLD_NEXT, "_Z17VEKReadSceneGraphPci"));
+  if (!reader) return nullptr;
+  const vektest::RefusalsPaused paused;
+  return reader(bytes, length);
+}
+
+namespace {
+
+using nlohmann::json;
+
+// The XML parser's blocks go through the same countdown as every other allocation; set before any
+// document exists, so no block is freed by a function other than the one that made it.
+const bool kCountedXmlAllocations = [] {
+  pugi::set_memory_management_functions(vektest::CountedAllocate, vektest::CountedFree);
+  return true;
+}();
+
+struct Sample {
+  const char* name;
+  VEKGeneratedSchema schema;
+  VEKGeneratedForm form;
+};
+
+// One document of a few objects of each family, one annotation with a GLB among them, encoded in
+// the sample's form.
+class LoadInput {
+ public:
+  explicit LoadInput(const Sample& sample) : sample_(sample) {
+    const std::string xml = VEKGenerateDocument({sample.schema, 10, 7});
+    declared_ = static_cast<int>(xml.size());
+    EXPECT_TRUE(VEKEncodeDocumentForm(xml, sample.form, bytes_));
+  }
+
+  // Copies the input for the next load, which may write into it; made before allocations are
+  // refused, since the caller's copies are not the load's.
+  void Prepare() {
+    work_ = bytes_;
+    text_ = VEKUnicodeString(work_.data(), work_.size());
+  }
+
+  HRESULT Load(VEKComPtr<VEKITPSLightSet>& set) {
+    VEKTPSLightParserUtil parser;
+    if (sample_.schema == VEKGeneratedSchema::Legacy) {
+      return parser.GenerateLightModel(work_.c_str(), nullptr, set.GetAddressOf());
+    }
+    if (sample_.form == VEKGeneratedForm::Zlib) {
+      return parser.GenerateLightModelFromBase(text_, nullptr, set.GetAddressOf(), 0, work_.data(),
+                                               declared_, static_cast<int>(work_.size()));
+    }
+    const unsigned char fromBase64 = sample_.form == VEKGeneratedForm::Base64 ? 1 : 0;
+    return parser.GenerateLightModelFromBase(text_, nullptr, set.GetAddressOf(), fromBase64,
+                                             nullptr, 0, 0);
+  }
+
+  // The sets of one load as JSON.
+  json Export(HRESULT result, VEKITPSLightSet* set) const {
+    std::string text;
+    const auto schema = sample_.schema == VEKGeneratedSchema::Legacy ? VEKTPSLightSchema::Legacy
+                                                                     : VEKTPSLightSchema::Current;
+    EXPECT_EQ(VEKExportLoadToJson(schema, result, set, false, text), S_OK);
+    return json::parse(text)["sets"];
+  }
+
+ private:
+  Sample sample_;
+  std::string bytes_;
+  int declared_ = 0;
+  std::string work_;
+  VEKUnicodeString text_;
+};
+
+// Whether `partial` says nothing that `whole` does not. Objects and links may be missing and
+// values may read as absent: a text that could not be held is empty, and a number read from it
+// is what an absent value gives: 0, or in the legacy schema the integer carried over from the item
+// read before it, which the object holds in another member.
+// The failed lookups a model records are left out: a missing object leaves some.
+bool CarriedOver(const json& object, const std::string& key) {
+  for (const auto& [other, value] : object.items()) {
+    if (other != key && value == object[key]) return true;
+  }
+  return false;
+}
+
+bool SaysNoMoreThan(const json& partial, const json& whole) {
+  if (partial == whole || partial.is_null()) return true;
+  if (partial.is_string()) return partial.get_ref<const std::string&>().empty();
+  if (partial.is_number()) return partial == 0;
+  if (partial.is_object() && whole.is_object()) {
+    for (const auto& [key, value] : partial.items()) {
+      const auto found = whole.find(key);
+      if (key == "unresolved") continue;
+      if (value.is_number() && CarriedOver(partial, key)) continue;
+      if (found == whole.end() || !SaysNoMoreThan(value, *found)) return false;
+    }
+    return true;
+  }
+  if (partial.is_array() && whole.is_array()) {
+    std::size_t at = 0;
+    for (const json& element : partial) {
+      while (at < whole.size() && !SaysNoMoreThan(element, whole[at])) ++at;
+      if (at++ == whole.size()) return false;
+    }
+    return true;
+  }
+  return false;
+}
+
+class AllocationFailure : public testing::TestWithParam<Sample> {
+ protected:
+  vek_test::ScratchDirectory scratch_;
+};
+
+TEST_P(AllocationFailure, EachRefusedAllocationEndsCleanly) {
+  ASSERT_TRUE(scratch_.Entered());
+  LoadInput input(GetParam());
+  json whole;
+  std::size_t allocations = 0;
+  {
+    VEKComPtr<VEKITPSLightSet> set;
+    input.Prepare();
+    // A refusal beyond the last allocation counts them without refusing any.
+    vektest::FailingAllocations none(SIZE_MAX, vektest::Refusal::kThatOneOnly);
+    const HRESULT result = input.Load(set);
+    allocations = none.Requested();
+    ASSERT_EQ(result, S_OK);
+    whole = input.Export(result, set.Get());
+  }
+  ASSERT_GT(allocations, 100u);
+
+  for (std::size_t failing = 1; failing <= allocations; ++failing) {
+    SCOPED_TRACE(testing::Message() << "allocation " << failing << " of " << allocations);
+    const std::size_t liveBefore = vektest::LiveBlocks();
+    HRESULT result = S_OK;
+    bool refused = false;
+    bool saysNoMore = true;
+    json wrong;  // kept only when the model says too much, so it counts as live then alone
+    {
+      VEKComPtr<VEKITPSLightSet> set;
+      input.Prepare();
+      {
+        vektest::FailingAllocations failure(failing, vektest::Refusal::kThatOneOnly);
+        result = input.Load(set);
+        refused = failure.Refused();
+      }
+      if (set) {
+        json partial = input.Export(result, set.Get());
+        saysNoMore = SaysNoMoreThan(partial, whole);
+        if (!saysNoMore) wrong = std::move(partial);
+      }
+    }
+    // Measured before anything is reported, since reporting allocates too.
+    const std::size_t liveAfter = vektest::LiveBlocks();
+    ASSERT_TRUE(refused);
+    // A set the model could not make passes its E_OUTOFMEMORY on as the load's result.
+    ASSERT_TRUE(result == S_OK || result == E_FAIL || result == E_OUTOFMEMORY)
+        << std::hex << result;
+    ASSERT_TRUE(saysNoMore) << wrong.dump();
+    EXPECT_EQ(liveAfter, liveBefore) << "blocks left behind";
+  }
+
+  // Nothing the refusals touched lingers: the next load gives the whole model again.
+  VEKComPtr<VEKITPSLightSet> set;
+  input.Prepare();
+  const HRESULT result = input.Load(set);
+  EXPECT_EQ(input.Export(result, set.Get()), whole);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EverySchemaAndForm, AllocationFailure,
+    testing::Values(Sample{"current_plain", VEKGeneratedSchema::Current, VEKGeneratedForm::Plain},
+                    Sample{"current_base64", VEKGeneratedSchema::Current, VEKGeneratedForm::Base64},
+                    Sample{"current_zlib", VEKGeneratedSchema::Current, VEKGeneratedForm::Zlib},
+                    Sample{"legacy", VEKGeneratedSchema::Legacy, VEKGeneratedForm::Plain}),
+    [](const testing::TestParamInfo<Sample>& info) { return std::string(info.param.name); });
+
+}  // namespace
