@@ -150,6 +150,7 @@ TEST_P(AllocationFailure, EachRefusedAllocationEndsCleanly) {
     whole = input.Export(result, set.Get());
   }
   ASSERT_GT(allocations, 100u);
+  RecordProperty("allocations", static_cast<int>(allocations));
 
   for (std::size_t failing = 1; failing <= allocations; ++failing) {
     SCOPED_TRACE(testing::Message() << "allocation " << failing << " of " << allocations);
