@@ -7,6 +7,7 @@
 
 #include <dlfcn.h>
 
+#include <ostream>
 #include <string>
 
 #include "FailingAllocator.h"
@@ -44,6 +45,8 @@ struct Sample {
   VEKGeneratedSchema schema;
   VEKGeneratedForm form;
 };
+
+void PrintTo(const Sample& sample, std::ostream* out) { *out << sample.name; }
 
 // One document of a few objects of each family, one annotation with a GLB among them, encoded in
 // the sample's form.
