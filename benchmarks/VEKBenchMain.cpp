@@ -22,6 +22,7 @@
 #include <utility>
 #include <vector>
 
+#include "GlbBuilder.h"
 #include "VEKBenchMeasures.h"
 #include "VEKBenchMemory.h"
 #include "VEKDocumentGenerator.h"
@@ -212,6 +213,35 @@ Throughput MeasureLegacy(const std::string& xml, std::int64_t objects, int repet
   return result;
 }
 
+// One of the GLBs the generated documents carry, read many times by each reader.
+struct Graphics {
+  std::size_t glbBytes = 0;
+  std::size_t jsonBytes = 0;
+  int reads = 0;
+  std::vector<Measure> measures;
+};
+
+Graphics MeasureGraphics(int repetitions) {
+  constexpr int kReads = 2000;
+  auto glb = std::make_shared<std::vector<char>>(vek_test::BuildMeshesGlb(5, 1, 1));
+  Graphics result;
+  result.glbBytes = glb->size();
+  std::uint32_t jsonLength = 0;
+  std::memcpy(&jsonLength, glb->data() + 12, sizeof jsonLength);
+  result.jsonBytes = jsonLength;
+  result.reads = kReads;
+  result.measures = {
+      {"our scene-graph reader (tinygltf)",
+       [glb] { return VEKTimeGlbReads(*glb, VEKGlbRead::OurReader, kReads); }},
+      {"nlohmann-json DOM parse of the JSON chunk",
+       [glb] { return VEKTimeGlbReads(*glb, VEKGlbRead::JsonDom, kReads); }},
+      {"nlohmann-json SAX parse of the JSON chunk, nothing kept",
+       [glb] { return VEKTimeGlbReads(*glb, VEKGlbRead::JsonSax, kReads); }},
+  };
+  RunInterleaved(result.measures, repetitions);
+  return result;
+}
+
 struct LinearityRow {
   std::int64_t objects = 0;
   double currentMb = 0, currentOurs = 0, currentPugixml = 0;
@@ -290,11 +320,24 @@ void WriteThroughput(std::ostream& out, const char* title, const Throughput& res
   out << "\n";
 }
 
+void WriteGraphics(std::ostream& out, const Graphics& graphics, int repetitions) {
+  const double ours = graphics.measures.front().Median();
+  out << "### Graphics: one generated GLB of " << Fixed(graphics.glbBytes / 1e3, 1) << " KB ("
+      << Fixed(graphics.jsonBytes / 1e3, 1) << " KB of JSON), read " << Grouped(graphics.reads)
+      << " times (medians of " << repetitions << ")\n\n"
+      << "| Reader | CPU us per blob | Time / our reader |\n|---|---:|---:|\n";
+  for (const Measure& measure : graphics.measures) {
+    out << "| " << measure.name << " | " << Fixed(measure.Median() * 1e6 / graphics.reads, 1)
+        << " | " << Fixed(measure.Median() / ours, 2) << "x |\n";
+  }
+  out << "\n";
+}
+
 std::string Verdict(bool met) { return met ? "met" : "**not met**"; }
 
 void WriteReport(std::ostream& out, const Options& options, const Throughput& current,
-                 const Throughput& legacy, const std::vector<LinearityRow>& linearity,
-                 const std::vector<MemoryRow>& memory) {
+                 const Throughput& legacy, const Graphics& graphics,
+                 const std::vector<LinearityRow>& linearity, const std::vector<MemoryRow>& memory) {
   out << "Run " << Today() << " on " << MachineLine() << ".\n\n"
       << "Command: `vektps-bench --size-mb " << Fixed(options.sizeMb, 0) << " --repetitions "
       << options.repetitions << " --linearity ";
@@ -309,6 +352,7 @@ void WriteReport(std::ostream& out, const Options& options, const Throughput& cu
          "stand beside them. Rates and ratios use the CPU time.\n\n";
   WriteThroughput(out, "Current schema", current, options.repetitions);
   WriteThroughput(out, "Legacy schema", legacy, options.repetitions);
+  WriteGraphics(out, graphics, options.repetitions);
 
   const double spreadCurrent = [&] {
     double low = 1e300, high = 0;
@@ -484,11 +528,13 @@ int Run(const Options& options) {
     }
   }
 
+  Progress("timing the graphics readers");
+  const Graphics graphics = MeasureGraphics(options.repetitions);
   const std::vector<LinearityRow> linearity = MeasureLinearity(options);
   xmlCleanupParser();
 
   std::ostringstream report;
-  WriteReport(report, options, current, legacy, linearity, memory);
+  WriteReport(report, options, current, legacy, graphics, linearity, memory);
   if (options.output.empty()) {
     std::cout << report.str();
   } else {
@@ -508,7 +554,8 @@ int main(int argc, char** argv) {
 
   CLI::App app{
       "Times our loads against pugixml, libxml2, memcpy, libdeflate and a base64 decode "
-      "of the same generated documents, and writes a markdown report."};
+      "of the same generated documents, and our GLB reader against bare parses of its JSON, "
+      "and writes a markdown report."};
   Options options;
   bool quick = false;
   std::string linearity;

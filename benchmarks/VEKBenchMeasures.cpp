@@ -8,11 +8,13 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <pugixml.hpp>
 #include <stdexcept>
 #include <utility>
 
 #include "VEKComPtr.h"
+#include "VEKSceneGraph.h"
 #include "VEKTPSLightParserUtil.h"
 
 namespace {
@@ -32,6 +34,25 @@ void ExpectAnnotations(HRESULT result, VEKITPSLightSet* set, std::int64_t annota
     throw std::runtime_error(std::string(load) + " did not build the document's model");
   }
 }
+
+// Accepts every event and keeps nothing: what remains is the lexer and the parser's own work.
+struct DiscardingSax : nlohmann::json_sax<nlohmann::json> {
+  bool null() override { return true; }
+  bool boolean(bool) override { return true; }
+  bool number_integer(number_integer_t) override { return true; }
+  bool number_unsigned(number_unsigned_t) override { return true; }
+  bool number_float(number_float_t, const string_t&) override { return true; }
+  bool string(string_t&) override { return true; }
+  bool binary(binary_t&) override { return true; }
+  bool start_object(std::size_t) override { return true; }
+  bool key(string_t&) override { return true; }
+  bool end_object() override { return true; }
+  bool start_array(std::size_t) override { return true; }
+  bool end_array() override { return true; }
+  bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override {
+    return false;
+  }
+};
 
 struct DecompressorDeleter {
   void operator()(libdeflate_decompressor* decompressor) const {
@@ -214,5 +235,31 @@ VEKBenchTime VEKTimeBase64Decode(const std::string& text, std::size_t size,
   if (decoded != static_cast<std::int64_t>(size)) {
     throw std::runtime_error("the base64 text did not decode to the document");
   }
+  return time;
+}
+
+VEKBenchTime VEKTimeGlbReads(const std::vector<char>& glb, VEKGlbRead how, int times) {
+  constexpr std::size_t kJsonOffset = 20;  // GLB header and JSON chunk header
+  std::uint32_t jsonLength = 0;
+  if (glb.size() < kJsonOffset) throw std::runtime_error("the GLB has no JSON chunk");
+  std::memcpy(&jsonLength, glb.data() + 12, sizeof jsonLength);
+  const char* json = glb.data() + kJsonOffset;
+  std::vector<char> blob = glb;
+  int read = 0;
+  const VEKBenchStopwatch stopwatch;
+  for (int k = 0; k < times; ++k) {
+    if (how == VEKGlbRead::OurReader) {
+      const std::unique_ptr<VEKRep> rep(
+          VEKReadSceneGraph(blob.data(), static_cast<int>(blob.size())));
+      read += rep != nullptr;
+    } else if (how == VEKGlbRead::JsonDom) {
+      read += !nlohmann::json::parse(json, json + jsonLength, nullptr, false).is_discarded();
+    } else {
+      DiscardingSax sax;
+      read += nlohmann::json::sax_parse(json, json + jsonLength, &sax);
+    }
+  }
+  const VEKBenchTime time = stopwatch.Read();
+  if (read != times) throw std::runtime_error("a GLB read failed");
   return time;
 }

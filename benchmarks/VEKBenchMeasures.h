@@ -73,3 +73,9 @@ VEKBenchTime VEKTimeInflate(const std::string& zlib, std::size_t size, VEKBenchT
 // A plain table-driven base64 decoder (four characters to three bytes, no blanks) into `size`
 // bytes.
 VEKBenchTime VEKTimeBase64Decode(const std::string& text, std::size_t size, VEKBenchTarget& target);
+
+// What reading graphics costs: `times` reads of one GLB blob with our scene-graph reader, or of its
+// JSON chunk alone with nlohmann-json's DOM parse or its SAX parse into a handler that keeps
+// nothing, the least a reader built on either interface could cost.
+enum class VEKGlbRead { OurReader, JsonDom, JsonSax };
+VEKBenchTime VEKTimeGlbReads(const std::vector<char>& glb, VEKGlbRead how, int times);
