@@ -1,5 +1,6 @@
-// Every allocation of a whole load refused in turn: the load must end with a result code, release
-// everything it took, and leave a model that says nothing the document does not.
+// Every allocation of a whole load refused in turn, alone or with every later one: the load must
+// end with a result code, release everything it took, and leave a model that says nothing the
+// document does not.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
@@ -9,6 +10,7 @@
 
 #include <ostream>
 #include <string>
+#include <tuple>
 
 #include "FailingAllocator.h"
 #include "ScratchDirectory.h"
@@ -47,6 +49,10 @@ struct Sample {
 };
 
 void PrintTo(const Sample& sample, std::ostream* out) { *out << sample.name; }
+
+const char* RefusalName(vektest::Refusal refusal) {
+  return refusal == vektest::Refusal::kThatOneOnly ? "once" : "from_then_on";
+}
 
 // One document of a few objects of each family, one annotation with a GLB among them, encoded in
 // the sample's form.
@@ -132,14 +138,17 @@ bool SaysNoMoreThan(const json& partial, const json& whole) {
   return false;
 }
 
-class AllocationFailure : public testing::TestWithParam<Sample> {
+using Case = std::tuple<Sample, vektest::Refusal>;
+
+class AllocationFailure : public testing::TestWithParam<Case> {
  protected:
   vek_test::ScratchDirectory scratch_;
 };
 
 TEST_P(AllocationFailure, EachRefusedAllocationEndsCleanly) {
   ASSERT_TRUE(scratch_.Entered());
-  LoadInput input(GetParam());
+  const auto& [sample, refusal] = GetParam();
+  LoadInput input(sample);
   json whole;
   std::size_t allocations = 0;
   {
@@ -166,7 +175,7 @@ TEST_P(AllocationFailure, EachRefusedAllocationEndsCleanly) {
       VEKComPtr<VEKITPSLightSet> set;
       input.Prepare();
       {
-        vektest::FailingAllocations failure(failing, vektest::Refusal::kThatOneOnly);
+        vektest::FailingAllocations failure(failing, refusal);
         result = input.Load(set);
         refused = failure.Refused();
       }
@@ -195,10 +204,19 @@ TEST_P(AllocationFailure, EachRefusedAllocationEndsCleanly) {
 
 INSTANTIATE_TEST_SUITE_P(
     EverySchemaAndForm, AllocationFailure,
-    testing::Values(Sample{"current_plain", VEKGeneratedSchema::Current, VEKGeneratedForm::Plain},
-                    Sample{"current_base64", VEKGeneratedSchema::Current, VEKGeneratedForm::Base64},
-                    Sample{"current_zlib", VEKGeneratedSchema::Current, VEKGeneratedForm::Zlib},
-                    Sample{"legacy", VEKGeneratedSchema::Legacy, VEKGeneratedForm::Plain}),
-    [](const testing::TestParamInfo<Sample>& info) { return std::string(info.param.name); });
+    testing::Combine(
+        testing::Values(
+            Sample{"current_plain", VEKGeneratedSchema::Current, VEKGeneratedForm::Plain},
+            Sample{"current_base64", VEKGeneratedSchema::Current, VEKGeneratedForm::Base64},
+            Sample{"current_zlib", VEKGeneratedSchema::Current, VEKGeneratedForm::Zlib},
+            Sample{"legacy", VEKGeneratedSchema::Legacy, VEKGeneratedForm::Plain}),
+        testing::Values(vektest::Refusal::kThatOneOnly, vektest::Refusal::kFromThenOn)),
+    [](const testing::TestParamInfo<Case>& info) {
+      return std::string(std::get<0>(info.param).name) + "_" + RefusalName(std::get<1>(info.param));
+    });
 
 }  // namespace
+
+namespace vektest {
+void PrintTo(Refusal refusal, std::ostream* out) { *out << RefusalName(refusal); }
+}  // namespace vektest
