@@ -303,6 +303,16 @@ struct MemoryRow {
 
 // ---- the report ----
 
+// The slowest time per MB over the fastest, across the object counts; 0 without rows.
+double Spread(const std::vector<LinearityRow>& rows, double LinearityRow::*msPerMb) {
+  double low = 1e300, high = 0;
+  for (const LinearityRow& row : rows) {
+    low = std::min(low, row.*msPerMb);
+    high = std::max(high, row.*msPerMb);
+  }
+  return rows.empty() ? 0 : high / low;
+}
+
 void WriteThroughput(std::ostream& out, const char* title, const Throughput& result,
                      int repetitions) {
   const double mb = Megabytes(result.xmlBytes);
@@ -354,22 +364,8 @@ void WriteReport(std::ostream& out, const Options& options, const Throughput& cu
   WriteThroughput(out, "Legacy schema", legacy, options.repetitions);
   WriteGraphics(out, graphics, options.repetitions);
 
-  const double spreadCurrent = [&] {
-    double low = 1e300, high = 0;
-    for (const LinearityRow& row : linearity) {
-      low = std::min(low, row.currentOurs);
-      high = std::max(high, row.currentOurs);
-    }
-    return linearity.empty() ? 0 : high / low;
-  }();
-  const double spreadLegacy = [&] {
-    double low = 1e300, high = 0;
-    for (const LinearityRow& row : linearity) {
-      low = std::min(low, row.legacyOurs);
-      high = std::max(high, row.legacyOurs);
-    }
-    return linearity.empty() ? 0 : high / low;
-  }();
+  const double spreadCurrent = Spread(linearity, &LinearityRow::currentOurs);
+  const double spreadLegacy = Spread(linearity, &LinearityRow::legacyOurs);
   if (!linearity.empty()) {
     out << "### Linearity: CPU ms per MB of plain text (medians of " << options.linearityRepetitions
         << ")\n\n"
