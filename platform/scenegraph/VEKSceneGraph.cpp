@@ -1,7 +1,11 @@
-// Reads binary glTF 2.0 (GLB) blobs into VEKRep. The container, the JSON nesting and the buffer
-// views of images are checked here before tinygltf sees them, and every index, offset and length
-// that tinygltf hands back is checked again before it is followed, because tinygltf trusts them.
+// Reads binary glTF 2.0 (GLB) blobs into VEKRep. Blobs of the common shape are read directly;
+// for the others the container, the JSON nesting and the buffer views of images are checked here
+// before tinygltf sees them. Every index, offset and length of the model, however it was read, is
+// checked again before it is followed, because tinygltf trusts them.
 #include "VEKSceneGraph.h"
+
+#include "GlbContainer.h"
+#include "GltfSubsetReader.h"
 
 #include <algorithm>
 #include <array>
@@ -20,68 +24,10 @@
 
 namespace {
 
-constexpr std::uint32_t kGlbMagic = 0x46546C67;  // "glTF"
-constexpr std::uint32_t kGlbVersion = 2;
-constexpr std::uint32_t kChunkTypeJson = 0x4E4F534A;  // "JSON"
-constexpr std::uint32_t kChunkTypeBin = 0x004E4942;   // "BIN\0"
-constexpr std::uint64_t kGlbHeaderSize = 12;
-constexpr std::uint64_t kChunkHeaderSize = 8;
 // Deepest bracket nesting accepted in the JSON chunk: parts of the JSON reading recurse once per
 // level, and real scene graphs stay far below this.
 constexpr int kMaxJsonDepth = 64;
 constexpr int kLastPrimitiveMode = TINYGLTF_MODE_TRIANGLE_FAN;
-
-std::uint32_t ReadLittleEndian32(const unsigned char* bytes) {
-  return std::uint32_t{bytes[0]} | (std::uint32_t{bytes[1]} << 8) |
-         (std::uint32_t{bytes[2]} << 16) | (std::uint32_t{bytes[3]} << 24);
-}
-
-// The parts of a well-formed container that the loader needs.
-struct GlbLayout {
-  std::uint32_t totalLength = 0;
-  const char* json = nullptr;
-  std::size_t jsonLength = 0;
-};
-
-// Accepts a header, one JSON chunk and at most one BIN chunk that fill exactly the declared
-// length (bytes after it are ignored). Chunks after these are refused rather than skipped, so that
-// tinygltf reads exactly what was checked here.
-bool ReadGlbLayout(const unsigned char* bytes, std::uint64_t length, GlbLayout& layout) {
-  if (length < kGlbHeaderSize + kChunkHeaderSize || ReadLittleEndian32(bytes) != kGlbMagic ||
-      ReadLittleEndian32(bytes + 4) != kGlbVersion) {
-    return false;
-  }
-  const std::uint64_t totalLength = ReadLittleEndian32(bytes + 8);
-  if (totalLength > length || totalLength < kGlbHeaderSize + kChunkHeaderSize) {
-    return false;
-  }
-  const std::uint64_t jsonLength = ReadLittleEndian32(bytes + kGlbHeaderSize);
-  const std::uint64_t jsonEnd = kGlbHeaderSize + kChunkHeaderSize + jsonLength;
-  if (ReadLittleEndian32(bytes + kGlbHeaderSize + 4) != kChunkTypeJson || jsonLength == 0 ||
-      jsonLength % 4 != 0 || jsonEnd > totalLength) {
-    return false;
-  }
-  if (jsonEnd != totalLength) {
-    if (totalLength - jsonEnd < kChunkHeaderSize) {
-      return false;
-    }
-    const std::uint64_t binLength = ReadLittleEndian32(bytes + jsonEnd);
-    // An empty BIN chunk is refused too: tinygltf cannot represent one.
-    if (ReadLittleEndian32(bytes + jsonEnd + 4) != kChunkTypeBin || binLength == 0 ||
-        binLength % 4 != 0 || binLength != totalLength - jsonEnd - kChunkHeaderSize) {
-      return false;
-    }
-  }
-  const char* json = reinterpret_cast<const char*>(bytes + kGlbHeaderSize + kChunkHeaderSize);
-  // JSON in a GLB must not start with a byte order mark; the JSON reader would skip it silently.
-  if (jsonLength >= 3 && std::memcmp(json, "\xEF\xBB\xBF", 3) == 0) {
-    return false;
-  }
-  layout.totalLength = static_cast<std::uint32_t>(totalLength);
-  layout.json = json;
-  layout.jsonLength = static_cast<std::size_t>(jsonLength);
-  return true;
-}
 
 // The bytes that the nesting scan below must look at.
 constexpr std::array<bool, 256> MakeJsonSyntax() {
@@ -512,15 +458,42 @@ VEKRep::VEKRep() noexcept = default;
 
 VEKRep::~VEKRep() = default;
 
+namespace {
+
+// A representation of a loaded model, or null when the model fails the checks.
+std::unique_ptr<VEKRep> BuildRep(const tinygltf::Model& model, std::size_t blobSize) {
+  std::unique_ptr<VEKRep> rep(new (std::nothrow) VEKRep());
+  if (!rep || !VEKSceneGraphBuilder::Fill(model, blobSize, *rep)) {
+    return nullptr;
+  }
+  return rep;
+}
+
+}  // namespace
+
 VEKRep* VEKReadSceneGraph(char* bytes, int length) noexcept {
   try {
     if (bytes == nullptr || length <= 0) {
       return nullptr;
     }
     const auto* blob = reinterpret_cast<const unsigned char*>(bytes);
-    GlbLayout layout;
-    if (!ReadGlbLayout(blob, static_cast<std::uint64_t>(length), layout) ||
-        !JsonNestingWithin(layout.json, layout.jsonLength, kMaxJsonDepth) ||
+    const auto blobSize = static_cast<std::size_t>(length);
+    vek_scenegraph_detail::GlbLayout layout;
+    if (!vek_scenegraph_detail::ReadGlbLayout(blob, static_cast<std::uint64_t>(length), layout)) {
+      return nullptr;
+    }
+    // The common shape is read directly. Everything else, and any model that fails the checks,
+    // goes through tinygltf, which has the last word.
+    {
+      tinygltf::Model model;
+      if (vek_scenegraph_detail::ReadCommonGltf(layout.json, layout.jsonLength, layout.bin,
+                                                layout.binLength, model)) {
+        if (std::unique_ptr<VEKRep> rep = BuildRep(model, blobSize)) {
+          return rep.release();
+        }
+      }
+    }
+    if (!JsonNestingWithin(layout.json, layout.jsonLength, kMaxJsonDepth) ||
         !ImageViewsWithinBuffers(layout.json, layout.jsonLength)) {
       return nullptr;
     }
@@ -537,12 +510,7 @@ VEKRep* VEKReadSceneGraph(char* bytes, int length) noexcept {
     if (!loader.LoadBinaryFromMemory(&model, &error, &warning, blob, layout.totalLength)) {
       return nullptr;
     }
-
-    std::unique_ptr<VEKRep> rep(new (std::nothrow) VEKRep());
-    if (!rep || !VEKSceneGraphBuilder::Fill(model, static_cast<std::size_t>(length), *rep)) {
-      return nullptr;
-    }
-    return rep.release();
+    return BuildRep(model, blobSize).release();
   } catch (...) {
     return nullptr;
   }
