@@ -140,8 +140,8 @@ class Scanner {
     declarationPlace_ = p_;
     while (p_ < end_) {
       if (depth_ > 0) {
-        p_ = SkipPlain<'<', '&', ']'>(p_, end_);
-        while (p_ < end_ && Is(*p_, kTextPlain)) ++p_;
+        // Most text between tags is empty: one lookup rather than a block.
+        if (Is(*p_, kTextPlain)) p_ = SkipRun<kTextPlain, '<', '&', ']'>(p_ + 1);
       } else {
         while (p_ < end_ && Is(*p_, kSpace)) ++p_;
       }
@@ -171,40 +171,48 @@ class Scanner {
   }
 
  private:
-  // Skips 16 bytes at a time to the first byte that is neither printable ASCII nor white space,
-  // or is one of kStops, so long plain runs (base64, numbers, indentation) cost a few
-  // instructions per block; the byte loops finish the run.
-  template <char... kStops>
-  static const unsigned char* SkipPlain(const unsigned char* p, const unsigned char* end) {
+  // Steps from `p` over the bytes of `kClass` to the first byte outside it. The class holds no
+  // byte from 0x80 up and no control character but white space, and leaves out only kStops of the
+  // rest, so a run is stepped over 16 bytes at a time while a block holds none of these: long runs
+  // (base64, numbers) cost a few instructions per block. White space stops a block, not the run.
+  template <unsigned char kClass, char... kStops>
+  const unsigned char* SkipRun(const unsigned char* p) const {
+    for (;;) {
 #if defined(__SSE2__)
-    // A set bit for each byte of the 16 at `at` that is not plain: a control character other
-    // than a line break or a tab, a byte from 0x80 up (signed, they compare below 0x20) or a stop.
-    const auto special = [](const unsigned char* at) {
-      const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
-      const __m128i spaces = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(block, _mm_set1_epi8('\n')),
-                                                       _mm_cmpeq_epi8(block, _mm_set1_epi8('\t'))),
-                                          _mm_cmpeq_epi8(block, _mm_set1_epi8('\r')));
-      __m128i found = _mm_andnot_si128(spaces, _mm_cmplt_epi8(block, _mm_set1_epi8(0x20)));
-      ((found = _mm_or_si128(found, _mm_cmpeq_epi8(block, _mm_set1_epi8(kStops)))), ...);
-      return static_cast<unsigned>(_mm_movemask_epi8(found));
-    };
-    while (end - p >= 16) {
-      const unsigned mask = special(p);
-      if (mask != 0) return p + __builtin_ctz(mask);
-      p += 16;
-    }
-#else
-    (void)end;
+      while (end_ - p >= 16) {
+        const unsigned mask = SpecialBytes<kStops...>(p);
+        if (mask != 0) {
+          p += __builtin_ctz(mask);
+          break;
+        }
+        p += 16;
+      }
 #endif
-    return p;
+      if (p == end_ || !Is(*p, kClass)) return p;
+      ++p;
+    }
   }
 
-  bool Fail(const unsigned char* at, const char* description) {
+#if defined(__SSE2__)
+  // A set bit for each of the 16 bytes at `at` that is a control character, white space included,
+  // a byte from 0x80 up (as signed bytes, these compare below 0x20) or one of kStops.
+  template <char... kStops>
+  static unsigned SpecialBytes(const unsigned char* at) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+    __m128i found = _mm_cmplt_epi8(block, _mm_set1_epi8(0x20));
+    ((found = _mm_or_si128(found, _mm_cmpeq_epi8(block, _mm_set1_epi8(kStops)))), ...);
+    return static_cast<unsigned>(_mm_movemask_epi8(found));
+  }
+#endif
+
+  // Faults and the rarer constructs stay out of line, so the hot loops that reach them keep
+  // few registers to save and stay small enough to be inlined themselves.
+  [[gnu::cold]] bool Fail(const unsigned char* at, const char* description) {
     error_.offset = at - begin_;
     error_.description = description;
     return false;
   }
-  bool Truncated() { return Fail(end_, kTruncated); }
+  [[gnu::cold]] bool Truncated() { return Fail(end_, kTruncated); }
 
   bool StartsWith(const char* text) const {
     const std::size_t length = std::strlen(text);
@@ -213,13 +221,15 @@ class Scanner {
 
   // Skips white space; true when there was some.
   bool SkipSpace() {
-    const unsigned char* start = p_;
-    while (p_ < end_ && Is(*p_, kSpace)) ++p_;
-    return p_ != start;
+    const unsigned char* p = p_;
+    while (p < end_ && Is(*p, kSpace)) ++p;
+    const bool skipped = p != p_;
+    p_ = p;
+    return skipped;
   }
 
   // Steps over the one character at p_, which must be allowed in XML.
-  bool StepCharacter() {
+  [[gnu::noinline]] bool StepCharacter() {
     const unsigned char byte = *p_;
     if (byte < 0x80) {
       if (byte < 0x20 && !Is(byte, kMarkupPlain)) return Fail(p_, kBadCharacter);
@@ -237,18 +247,20 @@ class Scanner {
   // Steps over a name, or a name token when `token` (whose first character may be any name
   // character); fails at the first character that may not stand where it does.
   bool ScanName(bool token = false) {
-    const unsigned char* start = p_;
-    if (p_ < end_ && Is(*p_, token ? kNameChar : kNameStart)) {
-      ++p_;
-      while (p_ < end_ && Is(*p_, kNameChar)) ++p_;
+    const unsigned char* const start = p_;
+    const unsigned char* p = start;
+    if (p < end_ && Is(*p, token ? kNameChar : kNameStart)) {
+      ++p;
+      while (p < end_ && Is(*p, kNameChar)) ++p;
+      p_ = p;
       // The common case: an ASCII name ended by a delimiter.
-      if (p_ < end_ && *p_ < 0x80) return true;
+      if (p < end_ && *p < 0x80) return true;
     }
     return ScanNameRest(start, token);
   }
 
   // ScanName from where its ASCII run stopped.
-  bool ScanNameRest(const unsigned char* start, bool token) {
+  [[gnu::noinline]] bool ScanNameRest(const unsigned char* start, bool token) {
     while (p_ < end_) {
       std::uint32_t c = *p_;
       int length = 1;
@@ -297,12 +309,16 @@ class Scanner {
     for (;;) {
       const bool spaced = SkipSpace();
       if (p_ == end_) return Truncated();
-      if (*p_ == '>' || *p_ == '/') {
-        if (*p_ == '/' && (end_ - p_ < 2 || p_[1] != '>')) {
-          return end_ - p_ < 2 ? Truncated() : Fail(p_ + 1, "Expected '>' after '/'");
-        }
-        if (*p_ == '>') ++depth_;
-        p_ += *p_ == '>' ? 1 : 2;
+      if (*p_ == '>') {
+        ++depth_;
+        ++p_;
+        rootSeen_ = true;
+        return true;
+      }
+      if (*p_ == '/') {
+        if (end_ - p_ < 2) return Truncated();
+        if (p_[1] != '>') return Fail(p_ + 1, "Expected '>' after '/'");
+        p_ += 2;
         rootSeen_ = true;
         return true;
       }
@@ -312,13 +328,18 @@ class Scanner {
       if (!IsNewAttribute(name, static_cast<std::size_t>(p_ - name))) {
         return Fail(name, "Duplicate attribute");
       }
-      SkipSpace();
-      if (p_ == end_) return Truncated();
-      if (*p_ != '=') return Fail(p_, "Expected '=' after an attribute name");
-      ++p_;
-      SkipSpace();
-      if (p_ == end_) return Truncated();
-      if (*p_ != '"' && *p_ != '\'') return Fail(p_, "Attribute value must be quoted");
+      // Most attributes are written name="value", with no white space to skip around '='.
+      if (end_ - p_ >= 2 && p_[0] == '=' && (p_[1] == '"' || p_[1] == '\'')) {
+        ++p_;
+      } else {
+        SkipSpace();
+        if (p_ == end_) return Truncated();
+        if (*p_ != '=') return Fail(p_, "Expected '=' after an attribute name");
+        ++p_;
+        SkipSpace();
+        if (p_ == end_) return Truncated();
+        if (*p_ != '"' && *p_ != '\'') return Fail(p_, "Attribute value must be quoted");
+      }
       if (!ScanAttributeValue()) return false;
     }
   }
@@ -326,16 +347,17 @@ class Scanner {
   // Remembers the attribute names of one start tag; repeats are found by comparing with each
   // earlier name while they are few, through a hash set beyond.
   bool IsNewAttribute(const unsigned char* name, std::size_t length) {
-    if (attributeCount_ < kPairwise) {
-      for (std::size_t index = 0; index < attributeCount_; ++index) {
+    const std::size_t count = attributeCount_;
+    if (count < kPairwise) {
+      for (std::size_t index = 0; index < count; ++index) {
         const AttributeName& earlier = attributes_[index];
         if (earlier.length == length && std::memcmp(earlier.bytes, name, length) == 0) {
           return false;
         }
       }
-      attributes_[attributeCount_].bytes = name;
-      attributes_[attributeCount_].length = length;
-      if (++attributeCount_ == kPairwise) {
+      attributes_[count] = AttributeName{name, length};
+      attributeCount_ = count + 1;
+      if (count + 1 == kPairwise) {
         attributeSet_.clear();
         for (const AttributeName& earlier : attributes_) {
           attributeSet_.emplace(reinterpret_cast<const char*>(earlier.bytes), earlier.length);
@@ -350,11 +372,11 @@ class Scanner {
   bool ScanAttributeValue() {
     const unsigned char quote = *p_++;
     for (;;) {
-      p_ = SkipPlain<'<', '&', '"', '\''>(p_, end_);
-      while (p_ < end_ && Is(*p_, kValuePlain)) ++p_;
-      if (p_ == end_) return Truncated();
-      if (*p_ == quote) {
-        ++p_;
+      const unsigned char* p = SkipRun<kValuePlain, '<', '&', '"', '\''>(p_);
+      p_ = p;
+      if (p == end_) return Truncated();
+      if (*p == quote) {
+        p_ = p + 1;
         return true;
       }
       if (*p_ == '<') return Fail(p_, "'<' not allowed in an attribute value");
@@ -379,7 +401,7 @@ class Scanner {
   }
 
   // A reference at '&', in content or in an attribute value.
-  bool ScanReference(bool inAttribute) {
+  [[gnu::noinline]] bool ScanReference(bool inAttribute) {
     const unsigned char* start = p_++;
     if (p_ == end_) return Truncated();
     if (*p_ == '#') return ScanCharacterReference(start);
@@ -439,7 +461,7 @@ class Scanner {
   bool ScanComment() {
     p_ += 4;
     for (;;) {
-      while (p_ < end_ && Is(*p_, kMarkupPlain)) ++p_;
+      p_ = SkipRun<kMarkupPlain, '-', '?', ']'>(p_);
       if (p_ == end_) return Truncated();
       if (*p_ == '-' && end_ - p_ >= 2 && p_[1] == '-') {
         if (end_ - p_ < 3) return Truncated();
@@ -454,7 +476,7 @@ class Scanner {
   bool ScanCdata() {
     p_ += 9;
     for (;;) {
-      while (p_ < end_ && Is(*p_, kMarkupPlain)) ++p_;
+      p_ = SkipRun<kMarkupPlain, '-', '?', ']'>(p_);
       if (p_ == end_) return Truncated();
       if (*p_ == ']' && end_ - p_ >= 3 && p_[1] == ']' && p_[2] == '>') {
         p_ += 3;
@@ -483,7 +505,7 @@ class Scanner {
       return Fail(p_, "Expected white space after a processing instruction target");
     }
     for (;;) {
-      while (p_ < end_ && Is(*p_, kMarkupPlain)) ++p_;
+      p_ = SkipRun<kMarkupPlain, '-', '?', ']'>(p_);
       if (p_ == end_) return Truncated();
       if (StartsWith("?>")) {
         p_ += 2;

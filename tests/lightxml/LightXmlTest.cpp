@@ -280,6 +280,9 @@ TEST(LightXmlTest, MalformedInputFailsAndLeavesRootEmpty) {
       {"<a/><![CDATA[x]]>", 4},
       {"<a/><!DOCTYPE a>", 4},
       {"<a x='1'y='2'/>", 8},
+      {"<a x= 1/>", 6},
+      {"<a x=", 5},
+      {"<a/ >", 3},
       // Encoding and characters: overlong, surrogate, beyond U+10FFFF, cut, control, U+FFFE.
       {"<a>\xC0\xAF</a>", 3},
       {"<a>\xED\xA0\x80</a>", 3},
@@ -370,6 +373,7 @@ TEST(LightXmlTest, WellFormedCornersAreAccepted) {
       "\xEF\xBB\xBF<?xml version='1.0' encoding='UTF-8' standalone='no'?><a/>",
       "<?xml-stylesheet href='s'?><!-- c - d --><a><?pi?></a><!-- e --> <?p q?>\n",
       "<a><![CDATA[]]]]><![CDATA[>]] <&]]>]]</a>",
+      "<a x = \n'1' y\t=\"2\"/>",
       "<!DOCTYPE a [<!ENTITY e ']]>'><!-- ] --><?p ]?><!ATTLIST a x CDATA 'v'>]><a>&e;</a>",
       // The first bytes tell the encoding; a declaration left over from another one is ignored.
       "<?xml version='1.0' encoding='UTF-16'?><a/>",
@@ -385,6 +389,50 @@ TEST(LightXmlTest, WellFormedCornersAreAccepted) {
     VEKLightXmlElement root;
     VEKLightXmlParser parser;
     EXPECT_TRUE(Parse(row, root, &parser)) << row << ": " << parser.GetErrorDescription();
+  }
+}
+
+TEST(LightXmlTest, LongRunsStopAtEachSpecialByte) {
+  // Plain runs are skipped many bytes at a time: whatever ends one must be found at every
+  // position across those blocks, up to the last byte of a block exactly as long as the text.
+  const auto parse = [](const std::string& text, VEKLightXmlParser& parser) {
+    const std::unique_ptr<unsigned char[]> block(new unsigned char[text.size()]);
+    std::memcpy(block.get(), text.data(), text.size());
+    VEKLightXmlInputStreamBuffer input(block.get(), static_cast<int>(text.size()));
+    VEKLightXmlElement root;
+    return parser.Parse(input, root) != 0;
+  };
+  for (std::ptrdiff_t length = 0; length < 40; ++length) {
+    const std::string run(static_cast<std::size_t>(length), 'x');
+    const struct {
+      std::string text;
+      std::ptrdiff_t offset;
+    } rows[] = {
+        {"<a>" + run + "\x01</a>", 3},
+        {"<a>" + run + "\xC3</a>", 3},
+        {"<a>" + run + "]]></a>", 3},
+        {"<a>" + run + "&u;</a>", 3},
+        {"<a v='" + run + "\x01'/>", 6},
+        {"<a v='" + run + "<'/>", 6},
+        {"<a v='" + run + "\xEF\xBF\xBE'/>", 6},
+        {"<a v='" + run, 6},
+        {"<a><!--" + run + "--x--></a>", 7},
+        {"<a><![CDATA[" + run + "\x01]]></a>", 12},
+    };
+    for (const auto& row : rows) {
+      VEKLightXmlParser parser;
+      EXPECT_FALSE(parse(row.text, parser)) << row.text;
+      EXPECT_EQ(parser.GetErrorOffset(), row.offset + length) << row.text;
+    }
+    const std::string accepted[] = {
+        "<a v=\"" + run + "'\t\xC3\xA9&amp;" + run + "\"/>",
+        "<a>" + run + "\n\t\xE2\x82\xAC]>\"" + run + "</a>",
+        "<a><!--" + run + "-\t?]" + run + "--><![CDATA[" + run + "]]" + run + "]]></a>",
+    };
+    for (const std::string& text : accepted) {
+      VEKLightXmlParser parser;
+      EXPECT_TRUE(parse(text, parser)) << text << ": " << parser.GetErrorDescription();
+    }
   }
 }
 
