@@ -95,55 +95,59 @@ class JsonCursor {
   // through a 64-bit integer, the others correctly rounded. Subnormal and out-of-range values are
   // declined.
   bool ReadNumber(double& value) {
-    SkipWhitespace();
-    const char* start = at_;
-    const bool negative = at_ != end_ && *at_ == '-';
-    if (negative) {
-      ++at_;
-    }
-    const char* integerStart = at_;
-    bool nonZeroDigit = false;
-    std::int64_t magnitude = 0;
-    for (; at_ != end_ && IsDigit(*at_); ++at_) {
-      nonZeroDigit |= *at_ != '0';
-      if (static_cast<std::size_t>(at_ - integerStart) < kMaxExactIntegerDigits) {
-        magnitude = magnitude * 10 + (*at_ - '0');
-      }
-    }
-    const auto integerDigits = static_cast<std::size_t>(at_ - integerStart);
-    if (integerDigits == 0 || (integerDigits > 1 && *integerStart == '0')) {
+    NumberToken token;
+    if (!ScanNumber(token)) {
       return false;
     }
-    bool integral = true;
-    if (at_ != end_ && *at_ == '.') {
-      integral = false;
-      ++at_;
-      if (!SkipDigits(nonZeroDigit)) {
-        return false;
-      }
-    }
-    if (at_ != end_ && (*at_ == 'e' || *at_ == 'E')) {
-      integral = false;
-      ++at_;
-      if (at_ != end_ && (*at_ == '+' || *at_ == '-')) {
-        ++at_;
-      }
-      bool nonZeroExponent = false;
-      if (!SkipDigits(nonZeroExponent)) {
-        return false;
-      }
-    }
-    if (integral) {
-      if (integerDigits > kMaxExactIntegerDigits) {
+    if (token.integral) {
+      if (token.integerDigits > kMaxExactIntegerDigits) {
         return false;
       }
       // Negated as an integer first, so that "-0" reads as 0.0 the way the JSON reader has it.
-      value = static_cast<double>(negative ? -magnitude : magnitude);
+      value = static_cast<double>(token.negative ? -token.magnitude : token.magnitude);
       return true;
     }
-    const std::from_chars_result result = std::from_chars(start, at_, value);
+    const std::from_chars_result result = std::from_chars(token.start, at_, value);
     return result.ec == std::errc() && result.ptr == at_ &&
-           (value == 0 ? !nonZeroDigit : std::isnormal(value));
+           (value == 0 ? !token.nonZeroDigit : std::isnormal(value));
+  }
+
+  // A JSON number whose value is not needed. It must still be one that the JSON reader accepts,
+  // which refuses out-of-range values; only those with an exponent need converting to tell.
+  bool SkipNumber() {
+    NumberToken token;
+    if (!ScanNumber(token)) {
+      return false;
+    }
+    if (token.hasExponent) {
+      double value = 0;
+      at_ = token.start;
+      return ReadNumber(value);
+    }
+    return token.integerDigits <= kMaxExactIntegerDigits;
+  }
+
+  // Reserves room in `items` for as many more as the array at the cursor holds objects, so that
+  // the model's large items are not moved while it grows. The cursor stays where it is.
+  template <typename Items>
+  void ReserveForObjects(Items& items) {
+    SkipWhitespace();
+    std::size_t count = 0;
+    int depth = 0;
+    for (const char* p = at_; p != end_; ++p) {
+      if (*p == '"') {
+        // Strings here hold no escapes (those are declined), so the next quote closes them.
+        while (++p != end_ && *p != '"') {
+        }
+        if (p == end_) break;
+      } else if (*p == '[' || *p == '{') {
+        if (*p == '{' && depth == 1) ++count;
+        ++depth;
+      } else if (*p == ']' || *p == '}') {
+        if (--depth == 0) break;
+      }
+    }
+    items.reserve(items.size() + count);
   }
 
   bool ReadBoolean(bool& value) {
@@ -200,6 +204,57 @@ class JsonCursor {
     while (at_ != end_ && (*at_ == ' ' || *at_ == '\n' || *at_ == '\r' || *at_ == '\t')) {
       ++at_;
     }
+  }
+
+  struct NumberToken {
+    const char* start = nullptr;
+    bool negative = false;
+    bool integral = true;
+    bool hasExponent = false;
+    bool nonZeroDigit = false;
+    std::size_t integerDigits = 0;
+    std::int64_t magnitude = 0;  // of the first kMaxExactIntegerDigits integer digits
+  };
+
+  // Steps over a number of the JSON grammar, leaving the cursor after it.
+  bool ScanNumber(NumberToken& token) {
+    SkipWhitespace();
+    token.start = at_;
+    token.negative = at_ != end_ && *at_ == '-';
+    if (token.negative) {
+      ++at_;
+    }
+    const char* integerStart = at_;
+    for (; at_ != end_ && IsDigit(*at_); ++at_) {
+      token.nonZeroDigit |= *at_ != '0';
+      if (static_cast<std::size_t>(at_ - integerStart) < kMaxExactIntegerDigits) {
+        token.magnitude = token.magnitude * 10 + (*at_ - '0');
+      }
+    }
+    token.integerDigits = static_cast<std::size_t>(at_ - integerStart);
+    if (token.integerDigits == 0 || (token.integerDigits > 1 && *integerStart == '0')) {
+      return false;
+    }
+    if (at_ != end_ && *at_ == '.') {
+      token.integral = false;
+      ++at_;
+      if (!SkipDigits(token.nonZeroDigit)) {
+        return false;
+      }
+    }
+    if (at_ != end_ && (*at_ == 'e' || *at_ == 'E')) {
+      token.integral = false;
+      token.hasExponent = true;
+      ++at_;
+      if (at_ != end_ && (*at_ == '+' || *at_ == '-')) {
+        ++at_;
+      }
+      bool nonZeroExponent = false;
+      if (!SkipDigits(nonZeroExponent)) {
+        return false;
+      }
+    }
+    return true;
   }
 
   bool SkipDigits(bool& nonZeroDigit) {
@@ -263,8 +318,13 @@ bool ReadIndexArray(JsonCursor& cursor, std::vector<int>& values) {
   });
 }
 
-// An array of numbers; with `expectedCount` other than 0, exactly that many.
-bool ReadNumberArray(JsonCursor& cursor, std::vector<double>& values, std::size_t expectedCount) {
+// An array of numbers whose values are not needed.
+bool SkipNumberArray(JsonCursor& cursor) {
+  return cursor.ReadArray([&] { return cursor.SkipNumber(); });
+}
+
+// An array of exactly `count` numbers.
+bool ReadNumberArray(JsonCursor& cursor, std::vector<double>& values, std::size_t count) {
   return cursor.ReadArray([&] {
     double value = 0;
     if (!cursor.ReadNumber(value)) {
@@ -272,7 +332,7 @@ bool ReadNumberArray(JsonCursor& cursor, std::vector<double>& values, std::size_
     }
     values.push_back(value);
     return true;
-  }) && (expectedCount == 0 || values.size() == expectedCount);
+  }) && values.size() == count;
 }
 
 bool ReadAsset(JsonCursor& cursor) {
@@ -395,10 +455,10 @@ bool ReadAccessor(JsonCursor& cursor, tinygltf::Accessor& accessor) {
         return cursor.ReadString(type);
       case kName:
         return cursor.ReadString(name);
+      // The bounds are not needed; tinygltf reads them into values nothing looks at.
       case kMin:
-        return ReadNumberArray(cursor, accessor.minValues, 0);
       case kMax:
-        return ReadNumberArray(cursor, accessor.maxValues, 0);
+        return SkipNumberArray(cursor);
       default:
         return false;
     }
@@ -526,6 +586,7 @@ bool ReadScene(JsonCursor& cursor, tinygltf::Scene& scene) {
 // Reads an array of objects into `items`, one `readItem(cursor, item)` each.
 template <typename Item, typename ReadItem>
 bool ReadItems(JsonCursor& cursor, std::vector<Item>& items, ReadItem&& readItem) {
+  cursor.ReserveForObjects(items);
   return cursor.ReadArray([&] {
     items.emplace_back();
     return readItem(cursor, items.back());

@@ -15,9 +15,10 @@ namespace vek_scenegraph_detail {
 // an asset, buffers held in the BIN chunk, buffer views, accessors, meshes, nodes and scenes,
 // with members of the expected types, ASCII strings without escapes and no member given twice.
 // True when the blob has that shape and tinygltf's loader would accept it: `model` then holds
-// everything that loader would put in the buffers, views, accessors, meshes, nodes, scenes and
-// default scene. False for anything else, `model` left partly filled: the caller then loads the
-// blob with tinygltf, which makes the decision. May throw std::bad_alloc.
+// what that loader would put in the buffers, views, accessors, meshes, nodes, scenes and default
+// scene, except the asset's strings and the accessors' bounds, which nothing reads. False for
+// anything else, `model` left partly filled: the caller then loads the blob with tinygltf, which
+// makes the decision. May throw std::bad_alloc.
 bool ReadCommonGltf(const char* json, std::size_t jsonLength, const unsigned char* bin,
                     std::size_t binLength, tinygltf::Model& model);
 
