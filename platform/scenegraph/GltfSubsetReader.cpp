@@ -6,6 +6,7 @@
 // member of which the JSON reader keeps the last), this reader declines rather than imitate it.
 #include "GltfSubsetReader.h"
 
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -31,6 +32,27 @@ constexpr std::size_t kMaxExactIntegerDigits = 18;
 constexpr int kMaxByteStride = 252;
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+// Byte classes, so that the loops over strings and over whole arrays test one table entry per
+// byte: kStringByte for printable ASCII other than a quote or a backslash, kStructure for the
+// bytes that open or close strings, arrays and objects.
+constexpr unsigned char kStringByte = 1;
+constexpr unsigned char kStructure = 2;
+constexpr std::array<unsigned char, 256> MakeByteClasses() {
+  std::array<unsigned char, 256> classes{};
+  for (int byte = 0x20; byte < 0x7F; ++byte) {
+    if (byte != '"' && byte != '\\') classes[static_cast<std::size_t>(byte)] = kStringByte;
+  }
+  for (const char c : {'"', '[', ']', '{', '}'}) {
+    classes[static_cast<unsigned char>(c)] |= kStructure;
+  }
+  return classes;
+}
+constexpr std::array<unsigned char, 256> kByteClasses = MakeByteClasses();
+
+bool Is(char c, unsigned char byteClass) {
+  return (kByteClasses[static_cast<unsigned char>(c)] & byteClass) != 0;
+}
 
 // A position in the JSON text with readers for the tokens of the subset. Every reader skips the
 // whitespace before its token and returns false when the token is not there.
@@ -58,13 +80,10 @@ class JsonCursor {
       return false;
     }
     const char* start = at_;
-    for (; at_ != end_ && *at_ != '"'; ++at_) {
-      const auto byte = static_cast<unsigned char>(*at_);
-      if (byte < 0x20 || byte >= 0x7F || byte == '\\') {
-        return false;
-      }
+    while (at_ != end_ && Is(*at_, kStringByte)) {
+      ++at_;
     }
-    if (at_ == end_) {
+    if (at_ == end_ || *at_ != '"') {
       return false;
     }
     value = std::string_view(start, static_cast<std::size_t>(at_ - start));
@@ -135,9 +154,12 @@ class JsonCursor {
     std::size_t count = 0;
     int depth = 0;
     for (const char* p = at_; p != end_; ++p) {
+      if (!Is(*p, kStructure)) {
+        continue;
+      }
       if (*p == '"') {
         // Strings here hold no escapes (those are declined), so the next quote closes them.
-        while (++p != end_ && *p != '"') {
+        while (++p != end_ && Is(*p, kStringByte)) {
         }
         if (p == end_) break;
       } else if (*p == '[' || *p == '{') {
