@@ -8,6 +8,10 @@
 #include <memory>
 #include <new>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "VEKLightXml.h"
 #include "VEKLightXmlDocument.h"
 #include "VEKLightXmlWellFormed.h"
@@ -122,7 +126,7 @@ class XmlWriter {
     const char* const end = text + std::strlen(text);
     for (;;) {
       const char* run = text;
-      text = SkipPlainWords(text, end);
+      text = SkipPlainBlocks(text, end);
       while ((kEscapes[static_cast<unsigned char>(*text)] & context) == 0) ++text;
       Put(run, static_cast<std::size_t>(text - run));
       const unsigned char byte = static_cast<unsigned char>(*text);
@@ -142,24 +146,24 @@ class XmlWriter {
     }
   }
 
-  // Skips whole 8-byte words of [text, end) that hold no byte below 0x20 and none of & < > ",
-  // so long plain runs (numbers, base64) cost a few operations per word; the byte loop finishes.
-  static const char* SkipPlainWords(const char* text, const char* end) {
-    constexpr std::uint64_t kOnes = 0x0101010101010101ull;
-    constexpr std::uint64_t kHighs = 0x8080808080808080ull;
-    while (end - text >= 8) {
-      std::uint64_t word;
-      std::memcpy(&word, text, sizeof word);
-      // A high bit in each mask marks a byte below 0x20, or equal to the character tested.
-      const auto equal = [word](unsigned char character) {
-        const std::uint64_t bytes = word ^ (kOnes * character);
-        return (bytes - kOnes) & ~bytes;
-      };
-      const std::uint64_t special =
-          ((word - kOnes * 0x20) & ~word) | equal('&') | equal('<') | equal('>') | equal('"');
-      if (special & kHighs) break;
-      text += 8;
+  // Skips whole 16-byte blocks of [text, end) that hold no byte below 0x20 and none of & < > ",
+  // so long plain runs (numbers, base64) cost a few operations per block; the byte loop finishes.
+  static const char* SkipPlainBlocks(const char* text, const char* end) {
+#if defined(__SSE2__)
+    const __m128i control = _mm_set1_epi8(0x1F);
+    while (end - text >= 16) {
+      const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
+      // Unsigned: bytes from 0x80 up are plain here.
+      __m128i special = _mm_cmpeq_epi8(_mm_min_epu8(block, control), block);
+      for (const char character : {'&', '<', '>', '"'}) {
+        special = _mm_or_si128(special, _mm_cmpeq_epi8(block, _mm_set1_epi8(character)));
+      }
+      if (_mm_movemask_epi8(special) != 0) break;
+      text += 16;
     }
+#else
+    (void)end;
+#endif
     return text;
   }
 
