@@ -460,10 +460,11 @@ VEKRep::~VEKRep() = default;
 
 namespace {
 
-// A representation of a loaded model, or null when the model fails the checks.
+// A representation of a loaded model, or null when the model fails the checks. Memory running out
+// throws, so that it ends the read rather than sending the blob down the other path.
 std::unique_ptr<VEKRep> BuildRep(const tinygltf::Model& model, std::size_t blobSize) {
-  std::unique_ptr<VEKRep> rep(new (std::nothrow) VEKRep());
-  if (!rep || !VEKSceneGraphBuilder::Fill(model, blobSize, *rep)) {
+  auto rep = std::make_unique<VEKRep>();
+  if (!VEKSceneGraphBuilder::Fill(model, blobSize, *rep)) {
     return nullptr;
   }
   return rep;
@@ -483,7 +484,8 @@ VEKRep* VEKReadSceneGraph(char* bytes, int length) noexcept {
       return nullptr;
     }
     // The common shape is read directly. Everything else, and any model that fails the checks,
-    // goes through tinygltf, which has the last word.
+    // goes through tinygltf, which has the last word. Memory running out on either path ends the
+    // read (the catch below).
     {
       tinygltf::Model model;
       if (vek_scenegraph_detail::ReadCommonGltf(layout.json, layout.jsonLength, layout.bin,

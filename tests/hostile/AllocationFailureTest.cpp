@@ -6,8 +6,6 @@
 #include <nlohmann/json.hpp>
 #include <pugixml.hpp>
 
-#include <dlfcn.h>
-
 #include <ostream>
 #include <string>
 #include <tuple>
@@ -16,20 +14,8 @@
 #include "ScratchDirectory.h"
 #include "VEKComPtr.h"
 #include "VEKDocumentGenerator.h"
-#include "VEKSceneGraph.h"
 #include "VEKTPSLightJsonExport.h"
 #include "VEKTPSLightParserUtil.h"
-
-// The JSON library under the scene-graph reader allocates in its noexcept destructors, so a
-// refusal there ends the process. This program's definition stands in for the library's and calls
-// it with refusals paused; everything around the reader is swept.
-VEKRep* VEKReadSceneGraph(char* bytes, int length) noexcept {
-  using Reader = VEKRep* (*)(char*, int);
-  static const auto reader = reinterpret_cast<Reader>(dlsym(RTLD_NEXT, "_Z17VEKReadSceneGraphPci"));
-  if (!reader) return nullptr;
-  const vektest::RefusalsPaused paused;
-  return reader(bytes, length);
-}
 
 namespace {
 
@@ -55,7 +41,9 @@ const char* RefusalName(vektest::Refusal refusal) {
 }
 
 // One document of a few objects of each family, one annotation with a GLB among them, encoded in
-// the sample's form.
+// the sample's form. The GLB has the common shape, read without tinygltf, so the sweep reaches the
+// scene-graph reader's allocations too (tinygltf's JSON library allocates in destructors that may
+// not throw, so a refusal inside it would end the process).
 class LoadInput {
  public:
   explicit LoadInput(const Sample& sample) : sample_(sample) {

@@ -13,10 +13,7 @@ bool gRefused = false;
 std::size_t gRequested = 0;
 std::size_t gLiveBlocks = 0;
 
-bool gPaused = false;
-
 bool ShouldFail() {
-  if (gPaused) return false;
   ++gRequested;
   if (gCountdown == 0) return false;
   if (gCountdown > 1) {
@@ -63,10 +60,6 @@ FailingAllocations::~FailingAllocations() { gCountdown = 0; }
 bool FailingAllocations::Refused() const { return gRefused; }
 
 std::size_t FailingAllocations::Requested() const { return gRequested; }
-
-RefusalsPaused::RefusalsPaused() : wasPaused_(gPaused) { gPaused = true; }
-
-RefusalsPaused::~RefusalsPaused() { gPaused = wasPaused_; }
 
 std::size_t LiveBlocks() { return gLiveBlocks; }
 

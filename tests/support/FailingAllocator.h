@@ -21,21 +21,8 @@ class FailingAllocations {
   FailingAllocations& operator=(const FailingAllocations&) = delete;
   // Whether any allocation was refused so far.
   bool Refused() const;
-  // The allocations asked for since construction, refused ones included, paused ones not.
+  // The allocations asked for since construction, refused ones included.
   std::size_t Requested() const;
-};
-
-// While alive, allocations are neither refused nor counted: the countdown of the armed
-// FailingAllocations and its Requested() stand still.
-class RefusalsPaused {
- public:
-  RefusalsPaused();
-  ~RefusalsPaused();
-  RefusalsPaused(const RefusalsPaused&) = delete;
-  RefusalsPaused& operator=(const RefusalsPaused&) = delete;
-
- private:
-  bool wasPaused_;
 };
 
 // Blocks handed out by the replaced allocation functions and not freed yet.
