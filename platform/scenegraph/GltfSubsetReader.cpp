@@ -15,6 +15,7 @@
 #include <string_view>
 #include <system_error>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include <tiny_gltf.h>
@@ -300,34 +301,59 @@ class JsonCursor {
   const char* end_;
 };
 
-// The members an object may have, and which of them have been read: a member given twice is
-// declined, since the JSON reader under tinygltf would keep only the last.
-template <std::size_t Count>
-class MemberNames {
- public:
-  explicit MemberNames(const std::string_view (&names)[Count]) : names_(names) {}
+// A member whose value is an array or an object: the function that reads it into its target.
+struct NestedValue {
+  bool (*read)(JsonCursor& cursor, void* target);
+  void* target;
+};
 
-  // The position of `key` among the names; -1 when it is unknown or was read before.
-  int Take(std::string_view key) {
-    for (std::size_t index = 0; index < Count; ++index) {
-      if (names_[index] == key) {
-        const std::uint32_t bit = std::uint32_t{1} << index;
-        if ((seen_ & bit) != 0) {
-          return -1;
+template <typename Target, bool (*Read)(JsonCursor&, Target&)>
+bool ReadInto(JsonCursor& cursor, void* target) {
+  return Read(cursor, *static_cast<Target*>(target));
+}
+
+// `target` filled by `Read` when the member comes.
+template <auto Read, typename Target>
+NestedValue Nested(Target& target) {
+  return {&ReadInto<Target, Read>, &target};
+}
+
+// One member an object may have, where its value goes, and whether it came.
+struct Member {
+  std::string_view name;
+  std::variant<int*, bool*, std::string_view*, NestedValue> value;
+  bool seen = false;
+};
+
+// Reads one member's value into its place.
+struct ValueReader {
+  JsonCursor& cursor;
+  bool operator()(int* index) const { return cursor.ReadIndex(*index); }
+  bool operator()(bool* boolean) const { return cursor.ReadBoolean(*boolean); }
+  bool operator()(std::string_view* text) const { return cursor.ReadString(*text); }
+  bool operator()(const NestedValue& nested) const { return nested.read(cursor, nested.target); }
+};
+
+// Reads an object whose members are all among `members`, each at most once: a member given twice
+// is declined, since the JSON reader under tinygltf would keep only the last.
+template <std::size_t Count>
+bool ReadMembers(JsonCursor& cursor, Member (&members)[Count]) {
+  return cursor.ReadObject([&](std::string_view key) {
+    for (Member& member : members) {
+      if (member.name == key) {
+        if (member.seen) {
+          return false;
         }
-        seen_ |= bit;
-        return static_cast<int>(index);
+        member.seen = true;
+        return std::visit(ValueReader{cursor}, member.value);
       }
     }
-    return -1;
-  }
+    return false;
+  });
+}
 
-  bool Has(int index) const { return (seen_ & (std::uint32_t{1} << index)) != 0; }
-
- private:
-  const std::string_view (&names_)[Count];
-  std::uint32_t seen_ = 0;
-};
+// What a member reads into when its value is not needed.
+struct Ignored {};
 
 bool ReadIndexArray(JsonCursor& cursor, std::vector<int>& values) {
   return cursor.ReadArray([&] {
@@ -341,12 +367,13 @@ bool ReadIndexArray(JsonCursor& cursor, std::vector<int>& values) {
 }
 
 // An array of numbers whose values are not needed.
-bool SkipNumberArray(JsonCursor& cursor) {
+bool SkipNumberArray(JsonCursor& cursor, Ignored&) {
   return cursor.ReadArray([&] { return cursor.SkipNumber(); });
 }
 
-// An array of exactly `count` numbers.
-bool ReadNumberArray(JsonCursor& cursor, std::vector<double>& values, std::size_t count) {
+// An array of exactly `Count` numbers.
+template <std::size_t Count>
+bool ReadNumberArray(JsonCursor& cursor, std::vector<double>& values) {
   return cursor.ReadArray([&] {
     double value = 0;
     if (!cursor.ReadNumber(value)) {
@@ -354,76 +381,63 @@ bool ReadNumberArray(JsonCursor& cursor, std::vector<double>& values, std::size_
     }
     values.push_back(value);
     return true;
-  }) && values.size() == count;
+  }) && values.size() == Count;
 }
 
-bool ReadAsset(JsonCursor& cursor) {
-  static constexpr std::string_view kNames[] = {"version", "generator", "minVersion", "copyright"};
-  MemberNames members(kNames);
-  std::string_view ignored;
-  return cursor.ReadObject([&](std::string_view key) {
-    return members.Take(key) >= 0 && cursor.ReadString(ignored);
-  }) && members.Has(0);
-}
-
-// tinygltf gives every buffer without a URI in a GLB the first byteLength bytes of the BIN chunk.
-bool ReadBuffer(JsonCursor& cursor, const unsigned char* bin, std::size_t binLength,
-                tinygltf::Buffer& buffer) {
-  enum { kByteLength, kName };
-  static constexpr std::string_view kNames[] = {"byteLength", "name"};
-  MemberNames members(kNames);
-  int byteLength = 0;
-  std::string_view name;
-  const bool read = cursor.ReadObject([&](std::string_view key) {
-    switch (members.Take(key)) {
-      case kByteLength:
-        return cursor.ReadIndex(byteLength);
-      case kName:
-        return cursor.ReadString(name);
-      default:
-        return false;
-    }
+// An array of objects, each read into a new item by `ReadItem`.
+template <typename Item, bool (*ReadItem)(JsonCursor&, Item&)>
+bool ReadItems(JsonCursor& cursor, std::vector<Item>& items) {
+  cursor.ReserveForObjects(items);
+  return cursor.ReadArray([&] {
+    items.emplace_back();
+    return ReadItem(cursor, items.back());
   });
-  if (!read || !members.Has(kByteLength) || byteLength == 0 ||
-      static_cast<std::size_t>(byteLength) > binLength) {
-    return false;
-  }
-  buffer.name.assign(name.data(), name.size());
-  buffer.data.assign(bin, bin + byteLength);
-  return true;
+}
+
+// The asset's strings are not kept, but tinygltf requires its version.
+bool ReadAsset(JsonCursor& cursor, Ignored&) {
+  std::string_view version, generator, minVersion, copyright;
+  Member members[] = {{"version", &version},
+                      {"generator", &generator},
+                      {"minVersion", &minVersion},
+                      {"copyright", &copyright}};
+  return ReadMembers(cursor, members) && members[0].seen;
+}
+
+// The buffers and what fills them: tinygltf gives every buffer without a URI in a GLB the first
+// byteLength bytes of the BIN chunk.
+struct BufferSection {
+  std::vector<tinygltf::Buffer>& buffers;
+  const unsigned char* bin;
+  std::size_t binLength;
+};
+
+bool ReadBuffers(JsonCursor& cursor, BufferSection& section) {
+  cursor.ReserveForObjects(section.buffers);
+  return cursor.ReadArray([&] {
+    int byteLength = 0;
+    std::string_view name;
+    Member members[] = {{"byteLength", &byteLength}, {"name", &name}};
+    if (!ReadMembers(cursor, members) || !members[0].seen || byteLength == 0 ||
+        static_cast<std::size_t>(byteLength) > section.binLength) {
+      return false;
+    }
+    tinygltf::Buffer& buffer = section.buffers.emplace_back();
+    buffer.name.assign(name.data(), name.size());
+    buffer.data.assign(section.bin, section.bin + byteLength);
+    return true;
+  });
 }
 
 bool ReadBufferView(JsonCursor& cursor, tinygltf::BufferView& view) {
   enum { kBuffer, kByteOffset, kByteLength, kByteStride, kTarget, kName };
-  static constexpr std::string_view kNames[] = {"buffer",     "byteOffset", "byteLength",
-                                                "byteStride", "target",     "name"};
-  MemberNames members(kNames);
-  int buffer = 0;
-  int byteOffset = 0;
-  int byteLength = 0;
-  int byteStride = 0;
-  int target = 0;
+  int buffer = 0, byteOffset = 0, byteLength = 0, byteStride = 0, target = 0;
   std::string_view name;
-  const bool read = cursor.ReadObject([&](std::string_view key) {
-    switch (members.Take(key)) {
-      case kBuffer:
-        return cursor.ReadIndex(buffer);
-      case kByteOffset:
-        return cursor.ReadIndex(byteOffset);
-      case kByteLength:
-        return cursor.ReadIndex(byteLength);
-      case kByteStride:
-        return cursor.ReadIndex(byteStride);
-      case kTarget:
-        return cursor.ReadIndex(target);
-      case kName:
-        return cursor.ReadString(name);
-      default:
-        return false;
-    }
-  });
-  if (!read || !members.Has(kBuffer) || !members.Has(kByteLength) || byteStride > kMaxByteStride ||
-      byteStride % 4 != 0) {
+  Member members[] = {{"buffer", &buffer},         {"byteOffset", &byteOffset},
+                      {"byteLength", &byteLength}, {"byteStride", &byteStride},
+                      {"target", &target},         {"name", &name}};
+  if (!ReadMembers(cursor, members) || !members[kBuffer].seen || !members[kByteLength].seen ||
+      byteStride > kMaxByteStride || byteStride % 4 != 0) {
     return false;
   }
   view.buffer = buffer;
@@ -448,45 +462,24 @@ int AccessorType(std::string_view name) {
   return 0;
 }
 
+// The bounds are only checked: tinygltf reads them into values nothing looks at.
 bool ReadAccessor(JsonCursor& cursor, tinygltf::Accessor& accessor) {
-  enum { kBufferView, kByteOffset, kNormalized, kComponentType, kCount, kType, kName, kMin, kMax };
-  static constexpr std::string_view kNames[] = {"bufferView",    "byteOffset", "normalized",
-                                                "componentType", "count",      "type",
-                                                "name",          "min",        "max"};
-  MemberNames members(kNames);
-  int bufferView = -1;
-  int byteOffset = 0;
+  enum { kBufferView, kByteOffset, kNormalized, kComponentType, kCount, kType };
+  int bufferView = -1, byteOffset = 0, componentType = 0, count = 0;
   bool normalized = false;
-  int componentType = 0;
-  int count = 0;
-  std::string_view type;
-  std::string_view name;
-  const bool read = cursor.ReadObject([&](std::string_view key) {
-    switch (members.Take(key)) {
-      case kBufferView:
-        return cursor.ReadIndex(bufferView);
-      case kByteOffset:
-        return cursor.ReadIndex(byteOffset);
-      case kNormalized:
-        return cursor.ReadBoolean(normalized);
-      case kComponentType:
-        return cursor.ReadIndex(componentType);
-      case kCount:
-        return cursor.ReadIndex(count);
-      case kType:
-        return cursor.ReadString(type);
-      case kName:
-        return cursor.ReadString(name);
-      // The bounds are not needed; tinygltf reads them into values nothing looks at.
-      case kMin:
-      case kMax:
-        return SkipNumberArray(cursor);
-      default:
-        return false;
-    }
-  });
-  if (!read || !members.Has(kComponentType) || !members.Has(kCount) || !members.Has(kType) ||
-      componentType < TINYGLTF_COMPONENT_TYPE_BYTE ||
+  std::string_view type, name;
+  Ignored bounds;
+  Member members[] = {{"bufferView", &bufferView},
+                      {"byteOffset", &byteOffset},
+                      {"normalized", &normalized},
+                      {"componentType", &componentType},
+                      {"count", &count},
+                      {"type", &type},
+                      {"name", &name},
+                      {"min", Nested<SkipNumberArray>(bounds)},
+                      {"max", Nested<SkipNumberArray>(bounds)}};
+  if (!ReadMembers(cursor, members) || !members[kComponentType].seen || !members[kCount].seen ||
+      !members[kType].seen || componentType < TINYGLTF_COMPONENT_TYPE_BYTE ||
       componentType > TINYGLTF_COMPONENT_TYPE_DOUBLE || AccessorType(type) == 0) {
     return false;
   }
@@ -511,44 +504,20 @@ bool ReadAttributes(JsonCursor& cursor, std::map<std::string, int>& attributes) 
 
 // tinygltf drops a primitive without attributes from its mesh; such a primitive is declined.
 bool ReadPrimitive(JsonCursor& cursor, tinygltf::Primitive& primitive) {
-  enum { kAttributes, kIndices, kMode, kMaterial };
-  static constexpr std::string_view kNames[] = {"attributes", "indices", "mode", "material"};
-  MemberNames members(kNames);
   primitive.mode = TINYGLTF_MODE_TRIANGLES;
-  return cursor.ReadObject([&](std::string_view key) {
-    switch (members.Take(key)) {
-      case kAttributes:
-        return ReadAttributes(cursor, primitive.attributes);
-      case kIndices:
-        return cursor.ReadIndex(primitive.indices);
-      case kMode:
-        return cursor.ReadIndex(primitive.mode);
-      case kMaterial:
-        return cursor.ReadIndex(primitive.material);
-      default:
-        return false;
-    }
-  }) && members.Has(kAttributes);
+  Member members[] = {{"attributes", Nested<ReadAttributes>(primitive.attributes)},
+                      {"indices", &primitive.indices},
+                      {"mode", &primitive.mode},
+                      {"material", &primitive.material}};
+  return ReadMembers(cursor, members) && members[0].seen;
 }
 
 bool ReadMesh(JsonCursor& cursor, tinygltf::Mesh& mesh) {
-  enum { kName, kPrimitives };
-  static constexpr std::string_view kNames[] = {"name", "primitives"};
-  MemberNames members(kNames);
   std::string_view name;
-  const bool read = cursor.ReadObject([&](std::string_view key) {
-    switch (members.Take(key)) {
-      case kName:
-        return cursor.ReadString(name);
-      case kPrimitives:
-        return cursor.ReadArray([&] {
-          mesh.primitives.emplace_back();
-          return ReadPrimitive(cursor, mesh.primitives.back());
-        });
-      default:
-        return false;
-    }
-  });
+  Member members[] = {
+      {"name", &name},
+      {"primitives", Nested<ReadItems<tinygltf::Primitive, ReadPrimitive>>(mesh.primitives)}};
+  const bool read = ReadMembers(cursor, members);
   mesh.name.assign(name.data(), name.size());
   return read;
 }
@@ -557,62 +526,26 @@ bool ReadMesh(JsonCursor& cursor, tinygltf::Mesh& mesh) {
 // both is declined.
 bool ReadNode(JsonCursor& cursor, tinygltf::Node& node) {
   enum { kName, kMesh, kChildren, kMatrix, kTranslation, kRotation, kScale };
-  static constexpr std::string_view kNames[] = {"name",        "mesh",     "children", "matrix",
-                                                "translation", "rotation", "scale"};
-  MemberNames members(kNames);
   std::string_view name;
-  const bool read = cursor.ReadObject([&](std::string_view key) {
-    switch (members.Take(key)) {
-      case kName:
-        return cursor.ReadString(name);
-      case kMesh:
-        return cursor.ReadIndex(node.mesh);
-      case kChildren:
-        return ReadIndexArray(cursor, node.children);
-      case kMatrix:
-        return ReadNumberArray(cursor, node.matrix, 16);
-      case kTranslation:
-        return ReadNumberArray(cursor, node.translation, 3);
-      case kRotation:
-        return ReadNumberArray(cursor, node.rotation, 4);
-      case kScale:
-        return ReadNumberArray(cursor, node.scale, 3);
-      default:
-        return false;
-    }
-  });
+  Member members[] = {{"name", &name},
+                      {"mesh", &node.mesh},
+                      {"children", Nested<ReadIndexArray>(node.children)},
+                      {"matrix", Nested<ReadNumberArray<16>>(node.matrix)},
+                      {"translation", Nested<ReadNumberArray<3>>(node.translation)},
+                      {"rotation", Nested<ReadNumberArray<4>>(node.rotation)},
+                      {"scale", Nested<ReadNumberArray<3>>(node.scale)}};
+  const bool read = ReadMembers(cursor, members);
   node.name.assign(name.data(), name.size());
-  return read && !(members.Has(kMatrix) &&
-                   (members.Has(kTranslation) || members.Has(kRotation) || members.Has(kScale)));
+  return read && !(members[kMatrix].seen &&
+                   (members[kTranslation].seen || members[kRotation].seen || members[kScale].seen));
 }
 
 bool ReadScene(JsonCursor& cursor, tinygltf::Scene& scene) {
-  enum { kNodes, kName };
-  static constexpr std::string_view kNames[] = {"nodes", "name"};
-  MemberNames members(kNames);
   std::string_view name;
-  const bool read = cursor.ReadObject([&](std::string_view key) {
-    switch (members.Take(key)) {
-      case kNodes:
-        return ReadIndexArray(cursor, scene.nodes);
-      case kName:
-        return cursor.ReadString(name);
-      default:
-        return false;
-    }
-  });
+  Member members[] = {{"nodes", Nested<ReadIndexArray>(scene.nodes)}, {"name", &name}};
+  const bool read = ReadMembers(cursor, members);
   scene.name.assign(name.data(), name.size());
   return read;
-}
-
-// Reads an array of objects into `items`, one `readItem(cursor, item)` each.
-template <typename Item, typename ReadItem>
-bool ReadItems(JsonCursor& cursor, std::vector<Item>& items, ReadItem&& readItem) {
-  cursor.ReserveForObjects(items);
-  return cursor.ReadArray([&] {
-    items.emplace_back();
-    return readItem(cursor, items.back());
-  });
 }
 
 // tinygltf refuses a model where a primitive's indices name no accessor, or an accessor without
@@ -639,37 +572,20 @@ bool PrimitiveIndicesHaveViews(const tinygltf::Model& model) {
 
 bool ReadCommonGltf(const char* json, std::size_t jsonLength, const unsigned char* bin,
                     std::size_t binLength, tinygltf::Model& model) {
-  enum { kAsset, kScene, kScenes, kNodes, kMeshes, kAccessors, kBufferViews, kBuffers };
-  static constexpr std::string_view kNames[] = {"asset",  "scene",     "scenes",      "nodes",
-                                                "meshes", "accessors", "bufferViews", "buffers"};
-  MemberNames members(kNames);
+  Ignored asset;
+  BufferSection buffers{model.buffers, bin, binLength};
+  Member members[] = {
+      {"asset", Nested<ReadAsset>(asset)},
+      {"scene", &model.defaultScene},
+      {"scenes", Nested<ReadItems<tinygltf::Scene, ReadScene>>(model.scenes)},
+      {"nodes", Nested<ReadItems<tinygltf::Node, ReadNode>>(model.nodes)},
+      {"meshes", Nested<ReadItems<tinygltf::Mesh, ReadMesh>>(model.meshes)},
+      {"accessors", Nested<ReadItems<tinygltf::Accessor, ReadAccessor>>(model.accessors)},
+      {"bufferViews", Nested<ReadItems<tinygltf::BufferView, ReadBufferView>>(model.bufferViews)},
+      {"buffers", Nested<ReadBuffers>(buffers)}};
   JsonCursor cursor(json, jsonLength);
-  const bool read = cursor.ReadObject([&](std::string_view key) {
-    switch (members.Take(key)) {
-      case kAsset:
-        return ReadAsset(cursor);
-      case kScene:
-        return cursor.ReadIndex(model.defaultScene);
-      case kScenes:
-        return ReadItems(cursor, model.scenes, ReadScene);
-      case kNodes:
-        return ReadItems(cursor, model.nodes, ReadNode);
-      case kMeshes:
-        return ReadItems(cursor, model.meshes, ReadMesh);
-      case kAccessors:
-        return ReadItems(cursor, model.accessors, ReadAccessor);
-      case kBufferViews:
-        return ReadItems(cursor, model.bufferViews, ReadBufferView);
-      case kBuffers:
-        return ReadItems(cursor, model.buffers,
-                         [&](JsonCursor& itemCursor, tinygltf::Buffer& buffer) {
-                           return ReadBuffer(itemCursor, bin, binLength, buffer);
-                         });
-      default:
-        return false;
-    }
-  });
-  return read && cursor.AtEnd() && members.Has(kAsset) && PrimitiveIndicesHaveViews(model);
+  return ReadMembers(cursor, members) && cursor.AtEnd() && members[0].seen &&
+         PrimitiveIndicesHaveViews(model);
 }
 
 }  // namespace vek_scenegraph_detail
