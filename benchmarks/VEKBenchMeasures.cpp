@@ -132,16 +132,16 @@ VEKBenchTime VEKTimeCurrentLoad(VEKBenchDocument& document, VEKGeneratedForm for
   const VEKBenchStopwatch stopwatch;
   switch (form) {
     case VEKGeneratedForm::Plain:
-      result = parser.GenerateLightModelFromBase(document.plainSource, nullptr, set.GetAddressOf(),
+      result = parser.GenerateLightModelFromBase(document.plainSource, nullptr, set.ReleaseAndGetAddressOf(),
                                                  0, nullptr, 0, 0);
       break;
     case VEKGeneratedForm::Base64:
-      result = parser.GenerateLightModelFromBase(document.base64Source, nullptr, set.GetAddressOf(),
+      result = parser.GenerateLightModelFromBase(document.base64Source, nullptr, set.ReleaseAndGetAddressOf(),
                                                  1, nullptr, 0, 0);
       break;
     case VEKGeneratedForm::Zlib:
       result = parser.GenerateLightModelFromBase(
-          document.plainSource, nullptr, set.GetAddressOf(), 0, document.zlib.data(),
+          document.plainSource, nullptr, set.ReleaseAndGetAddressOf(), 0, document.zlib.data(),
           static_cast<int>(document.xml.size()), static_cast<int>(document.zlib.size()));
       break;
   }
@@ -157,7 +157,7 @@ VEKBenchTime VEKTimeLegacyLoad(const std::string& xml, std::int64_t annotations)
   VEKTPSLightParserUtil parser;
   VEKComPtr<VEKITPSLightSet> set;
   const VEKBenchStopwatch stopwatch;
-  const HRESULT result = parser.GenerateLightModel(xml.c_str(), nullptr, set.GetAddressOf());
+  const HRESULT result = parser.GenerateLightModel(xml.c_str(), nullptr, set.ReleaseAndGetAddressOf());
   const VEKBenchTime time = stopwatch.Read();
   ExpectAnnotations(result, set.Get(), annotations, "the legacy load");
   return time;

@@ -36,7 +36,7 @@ std::string Ids(const VEKLightObjectList& list) {
     VEKBaseUnknown* object = list.Get(position);
     if (position > 0) text += ' ';
     if (object &&
-        VEKSucceeded(object->QueryInterface(VEKITPSLight::kIID, light.GetVoidAddressOf())))
+        VEKSucceeded(object->QueryInterface(VEKITPSLight::kIID, light.ReleaseAndGetVoidAddressOf())))
       text += Number(light->GetId());
     else
       text += '?';
@@ -70,7 +70,7 @@ void PrintFamily(const char* title, const VEKLightObjectList& list, Details deta
 
 void PrintSet(VEKITPSLightSet* set) {
   VEKComPtr<VEKITPSLight> light;
-  if (VEKSucceeded(set->QueryInterface(VEKITPSLight::kIID, light.GetVoidAddressOf()))) {
+  if (VEKSucceeded(set->QueryInterface(VEKITPSLight::kIID, light.ReleaseAndGetVoidAddressOf()))) {
     std::printf("set %s standard %s uuid %s\n", Text(light->GetName()).c_str(),
                 Text(set->GetStandard()).c_str(), Text(light->GetUuid()).c_str());
   }
@@ -90,7 +90,7 @@ void PrintSet(VEKITPSLightSet* set) {
                     Text(annotation.GetAttribute()).c_str(), Ints(annotation.GetTTRS()).c_str());
         VEKComPtr<VEKITPSLightModel> links;
         if (VEKSucceeded(
-                annotation.QueryInterface(VEKITPSLightModel::kIID, links.GetVoidAddressOf()))) {
+                annotation.QueryInterface(VEKITPSLightModel::kIID, links.ReleaseAndGetVoidAddressOf()))) {
           std::printf(" views %s", Ids(links->GetViews()).c_str());
           if (const VEKLightObjectList* group = links->GetOrderGroup())
             std::printf(" group %s", Ids(*group).c_str());

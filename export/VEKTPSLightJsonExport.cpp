@@ -30,7 +30,7 @@ Json Optional(const std::optional<VEKVector3>& value) {
 // A linked object is written as its id; null when it has none.
 Json IdOf(VEKBaseUnknown* object) {
   VEKComPtr<VEKITPSLight> light;
-  if (!object || VEKFailed(object->QueryInterface(VEKITPSLight::kIID, light.GetVoidAddressOf())))
+  if (!object || VEKFailed(object->QueryInterface(VEKITPSLight::kIID, light.ReleaseAndGetVoidAddressOf())))
     return nullptr;
   return Optional(light->GetId());
 }
@@ -61,7 +61,7 @@ Json Rep(const VEKRep* rep) {
 // The members every object shares, in export order.
 Json Common(VEKBaseUnknown* object) {
   VEKComPtr<VEKITPSLight> light;
-  if (VEKFailed(object->QueryInterface(VEKITPSLight::kIID, light.GetVoidAddressOf()))) {
+  if (VEKFailed(object->QueryInterface(VEKITPSLight::kIID, light.ReleaseAndGetVoidAddressOf()))) {
     return Json{{"id", nullptr},   {"name", nullptr},   {"uuid", nullptr},
                 {"type", nullptr}, {"status", nullptr}, {"rep", nullptr}};
   }
@@ -93,7 +93,7 @@ void AddFamily(VEKITPSLightAnnotation& annotation, Json& out) {
   out["ttrs"] = annotation.GetTTRS();
   out["graphic"] = Rep(annotation.GetGraphicRep());
   VEKComPtr<VEKITPSLightModel> links;
-  if (VEKSucceeded(annotation.QueryInterface(VEKITPSLightModel::kIID, links.GetVoidAddressOf()))) {
+  if (VEKSucceeded(annotation.QueryInterface(VEKITPSLightModel::kIID, links.ReleaseAndGetVoidAddressOf()))) {
     out["views"] = Ids(links->GetViews());
     const VEKLightObjectList* group = links->GetOrderGroup();
     out["orderGroup"] = group ? Ids(*group) : Json(nullptr);
@@ -155,7 +155,7 @@ Json Family(const VEKLightObjectList& list) {
 Json Set(VEKITPSLightSet& set) {
   VEKComPtr<VEKITPSLight> light;
   const bool hasLight =
-      VEKSucceeded(set.QueryInterface(VEKITPSLight::kIID, light.GetVoidAddressOf()));
+      VEKSucceeded(set.QueryInterface(VEKITPSLight::kIID, light.ReleaseAndGetVoidAddressOf()));
   Json out;
   out["name"] = hasLight ? Optional(light->GetName()) : Json(nullptr);
   out["standard"] = Optional(set.GetStandard());
@@ -185,7 +185,7 @@ HRESULT VEKGetSetsOfLoad(VEKITPSLightSet* lastSet,
     // The sets of one load are chained from the last to the first.
     for (VEKComPtr<VEKITPSLightSet> set(lastSet); set;) {
       VEKComPtr<VEKITPSLightSet> previous;
-      (void)set->GetPreviousSet(previous.GetAddressOf());
+      (void)set->GetPreviousSet(previous.ReleaseAndGetAddressOf());
       sets.push_back(std::move(set));
       set = std::move(previous);
     }

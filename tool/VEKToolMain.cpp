@@ -128,7 +128,7 @@ void PrintSummary(const VEKToolDocument& document, const VEKToolLoadResult& load
     VEKITPSLightSet& set = *sets[k].Get();
     VEKComPtr<VEKITPSLight> light;
     const std::optional<VEKUnicodeString> name =
-        VEKSucceeded(set.QueryInterface(VEKITPSLight::kIID, light.GetVoidAddressOf())) && light
+        VEKSucceeded(set.QueryInterface(VEKITPSLight::kIID, light.ReleaseAndGetVoidAddressOf())) && light
             ? light->GetName()
             : std::nullopt;
     const VEKLightObjectList* annotations = set.GetAnnotations();

@@ -29,13 +29,17 @@ class VEKComPtr {
   T* operator->() const noexcept { return pointer_; }
   explicit operator bool() const noexcept { return pointer_ != nullptr; }
 
+  // The slot itself, without releasing what it holds: for reading through an in-out parameter.
+  T** GetAddressOf() noexcept { return &pointer_; }
   // Releases what is held and returns the slot for an out parameter that delivers one reference.
-  T** GetAddressOf() noexcept {
+  T** ReleaseAndGetAddressOf() noexcept {
     Reset();
     return &pointer_;
   }
   // The same slot typed for QueryInterface-style out parameters.
-  void** GetVoidAddressOf() noexcept { return reinterpret_cast<void**>(GetAddressOf()); }
+  void** ReleaseAndGetVoidAddressOf() noexcept {
+    return reinterpret_cast<void**>(ReleaseAndGetAddressOf());
+  }
 
   // Adopts a reference the caller already owns (no AddRef).
   void Attach(T* pointer) noexcept {
@@ -65,7 +69,7 @@ class VEKComPtr {
       out->Reset();
       return E_POINTER;
     }
-    return pointer_->QueryInterface(U::kIID, out->GetVoidAddressOf());
+    return pointer_->QueryInterface(U::kIID, out->ReleaseAndGetVoidAddressOf());
   }
 
  private:

@@ -28,7 +28,7 @@ template <class Use>
 void ForEachFoundObject(VEKITPSIdBroker& broker, const VEKRawCollint& ids, int kind, Use&& use) {
   for (int position = 1; position <= ids.Size(); ++position) {
     VEKComPtr<VEKBaseUnknown> found;
-    if (VEKFailed(broker.GetObjectFromId(ids[position], kind, found.GetAddressOf())) || !found) {
+    if (VEKFailed(broker.GetObjectFromId(ids[position], kind, found.ReleaseAndGetAddressOf())) || !found) {
       continue;
     }
     use(found.Get());
@@ -66,7 +66,7 @@ HRESULT VEKTPSLightParserUtil::BuildNewTTRS(VEKTPSLightContainer* container, VEK
                                             VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
   VEKComPtr<VEKITPSLightTTRS> ttrs;
-  if (VEKFailed(container->CreateTTRS(ttrs.GetAddressOf(), set)) || !ttrs) return E_FAIL;
+  if (VEKFailed(container->CreateTTRS(ttrs.ReleaseAndGetAddressOf(), set)) || !ttrs) return E_FAIL;
   {
     VEKComPtr<VEKITPSLight> light;
     if (VEKSucceeded(VEKQueryInterface(ttrs.Get(), light)))
@@ -106,7 +106,7 @@ HRESULT VEKTPSLightParserUtil::BuildNewAnnotation(VEKTPSLightContainer* containe
                                                   VEKRawCollPV* orderGroups) {
   if (!set || !container || !orderGroups) return E_FAIL;
   VEKComPtr<VEKITPSLightAnnotation> annotation;
-  if (VEKFailed(container->CreateAnnotation(annotation.GetAddressOf(), set)) || !annotation) {
+  if (VEKFailed(container->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set)) || !annotation) {
     return E_FAIL;
   }
   VEKComPtr<VEKITPSLight> light;
@@ -168,7 +168,7 @@ HRESULT VEKTPSLightParserUtil::BuildNewView(VEKTPSLightContainer* container, VEK
                                             VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
   VEKComPtr<VEKITPSLightView> view;
-  if (VEKFailed(container->CreateView(view.GetAddressOf(), set)) || !view) return E_FAIL;
+  if (VEKFailed(container->CreateView(view.ReleaseAndGetAddressOf(), set)) || !view) return E_FAIL;
   {
     VEKComPtr<VEKITPSLight> light;
     if (VEKSucceeded(VEKQueryInterface(view.Get(), light)))
@@ -231,7 +231,7 @@ HRESULT VEKTPSLightParserUtil::BuildNewRefFrame(VEKTPSLightContainer* container,
                                                 VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
   VEKComPtr<VEKITPSLightRefFrame> frame;
-  if (VEKFailed(container->CreateRefFrame(frame.GetAddressOf(), set)) || !frame) return E_FAIL;
+  if (VEKFailed(container->CreateRefFrame(frame.ReleaseAndGetAddressOf(), set)) || !frame) return E_FAIL;
   {
     VEKComPtr<VEKITPSLight> light;
     if (VEKSucceeded(VEKQueryInterface(frame.Get(), light))) {
@@ -272,7 +272,7 @@ HRESULT VEKTPSLightParserUtil::BuildNewCG(VEKTPSLightContainer* container, VEKIT
                                           VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
   VEKComPtr<VEKITPSLightCG> geometry;
-  if (VEKFailed(container->CreateCG(geometry.GetAddressOf(), set)) || !geometry) return E_FAIL;
+  if (VEKFailed(container->CreateCG(geometry.ReleaseAndGetAddressOf(), set)) || !geometry) return E_FAIL;
   // Stricter than its siblings: an object without the common face is left empty and reported.
   VEKComPtr<VEKITPSLight> light;
   if (VEKFailed(VEKQueryInterface(geometry.Get(), light)) || !light) return E_FAIL;
@@ -310,7 +310,7 @@ HRESULT VEKTPSLightParserUtil::BuildNewCapture(VEKTPSLightContainer* container,
                                                VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
   VEKComPtr<VEKITPSLightCapture> capture;
-  if (VEKFailed(container->CreateCapture(capture.GetAddressOf(), set)) || !capture) {
+  if (VEKFailed(container->CreateCapture(capture.ReleaseAndGetAddressOf(), set)) || !capture) {
     return E_FAIL;
   }
   // Without a broker nothing of the capture is read, not even its identification.
@@ -324,11 +324,11 @@ HRESULT VEKTPSLightParserUtil::BuildNewCapture(VEKTPSLightContainer* container,
     VEKComPtr<VEKBaseUnknown> activeView;
     if (activeViewId != 0 &&
         VEKSucceeded(broker->GetObjectFromId(activeViewId, VEKTPSLightKindView,
-                                             activeView.GetAddressOf())) &&
+                                             activeView.ReleaseAndGetAddressOf())) &&
         activeView) {
       // The active view learns of the capture first, then the capture of its view.
       VEKComPtr<VEKITPSLightView> view;
-      if (VEKSucceeded(activeView->QueryInterface(IID_VEKITPSLightView, view.GetVoidAddressOf())) &&
+      if (VEKSucceeded(activeView->QueryInterface(IID_VEKITPSLightView, view.ReleaseAndGetVoidAddressOf())) &&
           view) {
         VEKComPtr<VEKBaseUnknown> captureBase;
         if (VEKSucceeded(VEKQueryInterface(capture.Get(), captureBase)) && captureBase) {

@@ -38,7 +38,7 @@ void ReadDouble(const VEKUnicodeString& text, double& number) {
 // A lookup that succeeded but handed back nothing counts as a failed one.
 HRESULT FindObject(VEKITPSIdBroker* broker, int id, VEKTPSLightKind kind,
                    VEKComPtr<VEKBaseUnknown>& found) {
-  const HRESULT result = broker->GetObjectFromId(id, kind, found.GetAddressOf());
+  const HRESULT result = broker->GetObjectFromId(id, kind, found.ReleaseAndGetAddressOf());
   if (VEKSucceeded(result) && !found) return E_FAIL;
   return result;
 }
@@ -188,7 +188,7 @@ HRESULT VEKTPSLightParserUtil::BuildTTRS(VEKTPSLightContainer* container, VEKITP
   if (identity.Size() == 0 || !identity.Complete()) return E_FAIL;
 
   VEKComPtr<VEKITPSLightTTRS> ttrs;
-  if (VEKFailed(container->CreateTTRS(ttrs.GetAddressOf(), set)) || !ttrs) return E_FAIL;
+  if (VEKFailed(container->CreateTTRS(ttrs.ReleaseAndGetAddressOf(), set)) || !ttrs) return E_FAIL;
 
   VEKComPtr<VEKITPSLight> light;
   if (VEKSucceeded(VEKQueryInterface(ttrs.Get(), light)) && light) {
@@ -244,7 +244,7 @@ HRESULT VEKTPSLightParserUtil::BuildAnnotation(VEKTPSLightContainer* container,
   const VEKListValVEKUnicodeString& items = values;
 
   VEKComPtr<VEKITPSLightAnnotation> annotation;
-  if (VEKFailed(container->CreateAnnotation(annotation.GetAddressOf(), set)) || !annotation) {
+  if (VEKFailed(container->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set)) || !annotation) {
     return E_FAIL;
   }
 
@@ -313,7 +313,7 @@ HRESULT VEKTPSLightParserUtil::BuildView(VEKTPSLightContainer* container, VEKITP
   const VEKListValVEKUnicodeString& items = values;
 
   VEKComPtr<VEKITPSLightView> view;
-  if (VEKFailed(container->CreateView(view.GetAddressOf(), set)) || !view) return E_FAIL;
+  if (VEKFailed(container->CreateView(view.ReleaseAndGetAddressOf(), set)) || !view) return E_FAIL;
 
   VEKListValVEKUnicodeString annotationIds;
   VEKComPtr<VEKITPSLight> light;
@@ -402,7 +402,7 @@ HRESULT VEKTPSLightParserUtil::BuildRefFrame(VEKTPSLightContainer* container, VE
   const VEKListValVEKUnicodeString& items = values;
 
   VEKComPtr<VEKITPSLightRefFrame> refFrame;
-  if (VEKFailed(container->CreateRefFrame(refFrame.GetAddressOf(), set)) || !refFrame) {
+  if (VEKFailed(container->CreateRefFrame(refFrame.ReleaseAndGetAddressOf(), set)) || !refFrame) {
     return E_FAIL;
   }
 
@@ -462,7 +462,7 @@ HRESULT VEKTPSLightParserUtil::BuildCG(VEKTPSLightContainer* container, VEKITPSL
   const VEKListValVEKUnicodeString& items = values;
 
   VEKComPtr<VEKITPSLightCG> cg;
-  if (VEKFailed(container->CreateCG(cg.GetAddressOf(), set)) || !cg) return E_FAIL;
+  if (VEKFailed(container->CreateCG(cg.ReleaseAndGetAddressOf(), set)) || !cg) return E_FAIL;
   VEKComPtr<VEKITPSLight> light;
   if (VEKFailed(VEKQueryInterface(cg.Get(), light)) || !light) return E_FAIL;
 
@@ -528,7 +528,7 @@ HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEK
   const VEKListValVEKUnicodeString& items = values;
 
   VEKComPtr<VEKITPSLightCapture> capture;
-  if (VEKFailed(container->CreateCapture(capture.GetAddressOf(), set)) || !capture) {
+  if (VEKFailed(container->CreateCapture(capture.ReleaseAndGetAddressOf(), set)) || !capture) {
     return E_FAIL;
   }
   // Without a broker the capture stays in the set with nothing set.

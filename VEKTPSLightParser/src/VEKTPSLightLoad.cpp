@@ -204,7 +204,7 @@ HRESULT VEKTPSLightParserUtil::GenerateLightModel(const char* xmlText, VEKBaseUn
     VEKITPSLightSet* current = *set;
     VEKComPtr<VEKITPSLight> light;
     if (current &&
-        VEKSucceeded(current->QueryInterface(IID_VEKITPSLight, light.GetVoidAddressOf())) &&
+        VEKSucceeded(current->QueryInterface(IID_VEKITPSLight, light.ReleaseAndGetVoidAddressOf())) &&
         light) {
       VEKPassWide(items[1], [&](const wchar_t* text) { (void)light->SetName(text); });
       VEKPassWide(items[2], [&](const wchar_t* text) { (void)current->SetStandard(text); });

@@ -46,7 +46,7 @@ HRESULT VEKQueryInterface(VEKBaseUnknown* object, VEKComPtr<U>& out) noexcept {
     out.Reset();
     return E_POINTER;
   }
-  return object->QueryInterface(U::kIID, out.GetVoidAddressOf());
+  return object->QueryInterface(U::kIID, out.ReleaseAndGetVoidAddressOf());
 }
 
 // Visits the children of `parent` in document order, each once.

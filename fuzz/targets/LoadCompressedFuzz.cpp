@@ -32,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   VEKUnicodeString source;
   VEKTPSLightParserUtil parser;
   VEKComPtr<VEKITPSLightSet> set;
-  (void)parser.GenerateLightModelFromBase(source, nullptr, set.GetAddressOf(), 0,
+  (void)parser.GenerateLightModelFromBase(source, nullptr, set.ReleaseAndGetAddressOf(), 0,
                                           stream.empty() ? nullptr : stream.data(),
                                           uncompressedSize, compressedSize);
   return 0;

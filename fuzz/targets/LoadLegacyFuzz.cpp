@@ -10,6 +10,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string text(reinterpret_cast<const char*>(data), size);
   VEKTPSLightParserUtil parser;
   VEKComPtr<VEKITPSLightSet> set;
-  (void)parser.GenerateLightModel(text.c_str(), nullptr, set.GetAddressOf());
+  (void)parser.GenerateLightModel(text.c_str(), nullptr, set.ReleaseAndGetAddressOf());
   return 0;
 }

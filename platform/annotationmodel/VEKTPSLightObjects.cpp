@@ -73,7 +73,7 @@ void Core::Adopt(LightObject* object) noexcept {
 LightObject* Core::Resolve(VEKBaseUnknown* face) const noexcept {
   if (!face) return nullptr;
   VEKComPtr<LightObject> object;
-  if (VEKFailed(face->QueryInterface(kIIDLightObject, object.GetVoidAddressOf()))) return nullptr;
+  if (VEKFailed(face->QueryInterface(kIIDLightObject, object.ReleaseAndGetVoidAddressOf()))) return nullptr;
   // The reference taken by the query is dropped on return; the object stays alive through the
   // caller's own reference to it.
   return &object->GetCore() == this ? object.Get() : nullptr;

@@ -25,7 +25,7 @@ HRESULT LightSet::Create(VEKBaseUnknown* father, LightSet* previous, LightSet** 
 LightSet* LightSet::From(VEKITPSLightSet* set) noexcept {
   if (!set) return nullptr;
   VEKComPtr<LightObject> object;
-  if (VEKFailed(set->QueryInterface(kIIDLightObject, object.GetVoidAddressOf()))) return nullptr;
+  if (VEKFailed(set->QueryInterface(kIIDLightObject, object.ReleaseAndGetVoidAddressOf()))) return nullptr;
   // The caller's reference keeps the set alive once the query's reference is dropped.
   return object->AsSet();
 }

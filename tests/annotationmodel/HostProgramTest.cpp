@@ -27,7 +27,7 @@ void SetCommon(VEKBaseUnknown* object, const wchar_t* name, int id) {
 VEKComPtr<VEKITPSLightSet> BuildSet(VEKBaseUnknown* father) {
   auto container = MakeContainer();
   VEKComPtr<VEKITPSLightSet> set;
-  EXPECT_EQ(container->CreateLightSet(set.GetAddressOf(), father), S_OK);
+  EXPECT_EQ(container->CreateLightSet(set.ReleaseAndGetAddressOf(), father), S_OK);
   EXPECT_EQ(set->SetStandard(L"ISO 1101"), S_OK);
   SetCommon(set.Get(), L"Housing", 100);
 
@@ -126,7 +126,7 @@ TEST(HostProgram, ReadsBackEveryValueAndLinkThroughTheSet) {
     for (int position = 0; position < list->Count(); ++position) {
       VEKComPtr<VEKBaseUnknown> found;
       const int id = *Query<VEKITPSLight>(list->Get(position))->GetId();
-      ASSERT_EQ(broker->GetObjectFromId(id, kind, found.GetAddressOf()), S_OK) << id;
+      ASSERT_EQ(broker->GetObjectFromId(id, kind, found.ReleaseAndGetAddressOf()), S_OK) << id;
       EXPECT_EQ(found.Get(), Identity(list->Get(position)));
     }
   }

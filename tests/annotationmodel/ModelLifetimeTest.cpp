@@ -123,7 +123,7 @@ TEST_F(ModelLifetime, LinksAcrossModelsAndToForeignObjectsAreRejected) {
 TEST_F(ModelLifetime, CreationNeedsASetOfThisModel) {
   vek_test::RecordingContainer recording;
   VEKComPtr<VEKITPSLightSet> recordedSet;
-  ASSERT_EQ(recording.CreateLightSet(recordedSet.GetAddressOf(), nullptr), S_OK);
+  ASSERT_EQ(recording.CreateLightSet(recordedSet.ReleaseAndGetAddressOf(), nullptr), S_OK);
   VEKITPSLightAnnotation* annotation = reinterpret_cast<VEKITPSLightAnnotation*>(0x1);
   EXPECT_EQ(container_->CreateAnnotation(&annotation, recordedSet.Get()), E_INVALIDARG);
   EXPECT_EQ(annotation, nullptr);
@@ -151,7 +151,7 @@ TEST_F(ModelLifetime, CreationFailsCleanlyAtEveryAllocation) {
   };
   EXPECT_EQ(failUntilSuccess([&](bool& made) {
               VEKComPtr<VEKITPSLightTTRS> ttrs;
-              const HRESULT result = container_->CreateTTRS(ttrs.GetAddressOf(), set_.Get());
+              const HRESULT result = container_->CreateTTRS(ttrs.ReleaseAndGetAddressOf(), set_.Get());
               made = static_cast<bool>(ttrs);
               return result;
             }),
@@ -160,7 +160,7 @@ TEST_F(ModelLifetime, CreationFailsCleanlyAtEveryAllocation) {
   EXPECT_EQ(set_->GetTTRS().Count(), 2) << "failed creations added nothing";
   EXPECT_GT(failUntilSuccess([&](bool& made) {
               VEKComPtr<VEKITPSLightSet> set;
-              const HRESULT result = container_->CreateLightSet(set.GetAddressOf(), nullptr);
+              const HRESULT result = container_->CreateLightSet(set.ReleaseAndGetAddressOf(), nullptr);
               made = static_cast<bool>(set);
               return result;
             }),
@@ -208,11 +208,11 @@ TEST(ModelChaining, ASetMadeOverTheLastOneKeepsIt) {
   VEKITPSLightSet* firstAddress = first.Detach();
 
   VEKComPtr<VEKITPSLightSet> previous;
-  ASSERT_EQ(second->GetPreviousSet(previous.GetAddressOf()), S_OK);
+  ASSERT_EQ(second->GetPreviousSet(previous.ReleaseAndGetAddressOf()), S_OK);
   EXPECT_EQ(previous.Get(), firstAddress);
   EXPECT_EQ(Utf8(Query<VEKITPSLight>(previous.Get())->GetName()), "first");
   VEKComPtr<VEKITPSLightSet> none;
-  EXPECT_EQ(previous->GetPreviousSet(none.GetAddressOf()), S_FALSE);
+  EXPECT_EQ(previous->GetPreviousSet(none.ReleaseAndGetAddressOf()), S_FALSE);
   EXPECT_FALSE(none);
   EXPECT_EQ(second->GetPreviousSet(nullptr), E_POINTER);
 }
@@ -224,7 +224,7 @@ TEST(ModelChaining, OtherValuesInOutAreNeverFollowed) {
   VEKComPtr<VEKITPSLightSet> fresh;
   fresh.Attach(slot);
   VEKComPtr<VEKITPSLightSet> previous;
-  EXPECT_EQ(fresh->GetPreviousSet(previous.GetAddressOf()), S_FALSE);
+  EXPECT_EQ(fresh->GetPreviousSet(previous.ReleaseAndGetAddressOf()), S_FALSE);
 
   // A freed set's address is stale: it must not be looked through or kept.
   VEKITPSLightSet* stale = fresh.Get();
@@ -233,7 +233,7 @@ TEST(ModelChaining, OtherValuesInOutAreNeverFollowed) {
   ASSERT_EQ(container->CreateLightSet(&slot, nullptr), S_OK);
   VEKComPtr<VEKITPSLightSet> after;
   after.Attach(slot);
-  EXPECT_EQ(after->GetPreviousSet(previous.GetAddressOf()), S_FALSE);
+  EXPECT_EQ(after->GetPreviousSet(previous.ReleaseAndGetAddressOf()), S_FALSE);
   EXPECT_FALSE(previous);
 }
 
@@ -247,7 +247,7 @@ TEST(ModelChaining, ReleasingTheLastSetFreesALongChain) {
     last.Attach(slot);
   }
   VEKComPtr<VEKITPSLightSet> previous;
-  ASSERT_EQ(last->GetPreviousSet(previous.GetAddressOf()), S_OK);
+  ASSERT_EQ(last->GetPreviousSet(previous.ReleaseAndGetAddressOf()), S_OK);
 }
 
 }  // namespace

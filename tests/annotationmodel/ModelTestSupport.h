@@ -23,7 +23,7 @@ inline VEKComPtr<VEKTPSLightContainer> MakeContainer() {
 inline VEKComPtr<VEKITPSLightSet> MakeSet(VEKTPSLightContainer* container,
                                           VEKBaseUnknown* father = nullptr) {
   VEKComPtr<VEKITPSLightSet> set;
-  EXPECT_EQ(container->CreateLightSet(set.GetAddressOf(), father), S_OK);
+  EXPECT_EQ(container->CreateLightSet(set.ReleaseAndGetAddressOf(), father), S_OK);
   return set;
 }
 
@@ -33,17 +33,17 @@ VEKComPtr<I> Create(VEKTPSLightContainer* container, VEKITPSLightSet* set) {
   VEKComPtr<I> made;
   HRESULT result = E_FAIL;
   if constexpr (std::is_same_v<I, VEKITPSLightAnnotation>) {
-    result = container->CreateAnnotation(made.GetAddressOf(), set);
+    result = container->CreateAnnotation(made.ReleaseAndGetAddressOf(), set);
   } else if constexpr (std::is_same_v<I, VEKITPSLightView>) {
-    result = container->CreateView(made.GetAddressOf(), set);
+    result = container->CreateView(made.ReleaseAndGetAddressOf(), set);
   } else if constexpr (std::is_same_v<I, VEKITPSLightTTRS>) {
-    result = container->CreateTTRS(made.GetAddressOf(), set);
+    result = container->CreateTTRS(made.ReleaseAndGetAddressOf(), set);
   } else if constexpr (std::is_same_v<I, VEKITPSLightRefFrame>) {
-    result = container->CreateRefFrame(made.GetAddressOf(), set);
+    result = container->CreateRefFrame(made.ReleaseAndGetAddressOf(), set);
   } else if constexpr (std::is_same_v<I, VEKITPSLightCG>) {
-    result = container->CreateCG(made.GetAddressOf(), set);
+    result = container->CreateCG(made.ReleaseAndGetAddressOf(), set);
   } else {
-    result = container->CreateCapture(made.GetAddressOf(), set);
+    result = container->CreateCapture(made.ReleaseAndGetAddressOf(), set);
   }
   EXPECT_EQ(result, S_OK);
   return made;
@@ -53,7 +53,7 @@ VEKComPtr<I> Create(VEKTPSLightContainer* container, VEKITPSLightSet* set) {
 template <class U>
 VEKComPtr<U> Query(VEKBaseUnknown* object) {
   VEKComPtr<U> face;
-  if (object) (void)object->QueryInterface(U::kIID, face.GetVoidAddressOf());
+  if (object) (void)object->QueryInterface(U::kIID, face.ReleaseAndGetVoidAddressOf());
   return face;
 }
 

@@ -173,7 +173,7 @@ class IdBroker : public testing::Test {
   // The object found for (id, kind); null when the lookup fails.
   VEKBaseUnknown* Find(int id, int kind) {
     VEKComPtr<VEKBaseUnknown> found;
-    const HRESULT result = broker_->GetObjectFromId(id, kind, found.GetAddressOf());
+    const HRESULT result = broker_->GetObjectFromId(id, kind, found.ReleaseAndGetAddressOf());
     EXPECT_EQ(result, found ? S_OK : E_FAIL);
     return found.Get();
   }
@@ -211,7 +211,7 @@ TEST_F(IdBroker, TheFoundObjectCarriesAReference) {
   auto view = Make(VEKTPSLightKindView, 3);
   const std::uint32_t before = set_->AddRef();
   VEKComPtr<VEKBaseUnknown> found;
-  ASSERT_EQ(broker_->GetObjectFromId(3, VEKTPSLightKindView, found.GetAddressOf()), S_OK);
+  ASSERT_EQ(broker_->GetObjectFromId(3, VEKTPSLightKindView, found.ReleaseAndGetAddressOf()), S_OK);
   EXPECT_EQ(set_->Release(), before);
 }
 

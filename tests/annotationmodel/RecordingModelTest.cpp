@@ -16,14 +16,14 @@ TEST(RecordingModel, WritesOneLinePerCallInTheDocumentedFormat) {
   RecordingContainer container;
   vek_model_test::ForeignObject father;
   VEKComPtr<VEKITPSLightSet> set;
-  ASSERT_EQ(container.CreateLightSet(set.GetAddressOf(), &father), S_OK);
+  ASSERT_EQ(container.CreateLightSet(set.ReleaseAndGetAddressOf(), &father), S_OK);
   {
     VEKComPtr<VEKITPSLightAnnotation> annotation;
     VEKComPtr<VEKITPSLightView> view;
     VEKComPtr<VEKITPSLightTTRS> ttrs;
-    ASSERT_EQ(container.CreateAnnotation(annotation.GetAddressOf(), set.Get()), S_OK);
-    ASSERT_EQ(container.CreateView(view.GetAddressOf(), set.Get()), S_OK);
-    ASSERT_EQ(container.CreateTTRS(ttrs.GetAddressOf(), set.Get()), S_OK);
+    ASSERT_EQ(container.CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set.Get()), S_OK);
+    ASSERT_EQ(container.CreateView(view.ReleaseAndGetAddressOf(), set.Get()), S_OK);
+    ASSERT_EQ(container.CreateTTRS(ttrs.ReleaseAndGetAddressOf(), set.Get()), S_OK);
     auto light = Query<VEKITPSLight>(annotation.Get());
     (void)light->SetName(L"Flat \u00e9");
     (void)light->SetId(7);
@@ -41,8 +41,8 @@ TEST(RecordingModel, WritesOneLinePerCallInTheDocumentedFormat) {
     (void)group->Append(&father);
     (void)Query<VEKITPSLightModel>(annotation.Get())->SetOrderGroup(group);
     VEKComPtr<VEKBaseUnknown> found;
-    (void)Query<VEKITPSIdBroker>(set.Get())->GetObjectFromId(7, 1, found.GetAddressOf());
-    (void)Query<VEKITPSIdBroker>(set.Get())->GetObjectFromId(7, 2, found.GetAddressOf());
+    (void)Query<VEKITPSIdBroker>(set.Get())->GetObjectFromId(7, 1, found.ReleaseAndGetAddressOf());
+    (void)Query<VEKITPSIdBroker>(set.Get())->GetObjectFromId(7, 2, found.ReleaseAndGetAddressOf());
   }
   EXPECT_EQ(Joined(container.GetLedger().Lines()),
             "CreateLightSet(father) -> S1 | CreateAnnotation(S1) -> A1 | CreateView(S1) -> V1 | "
@@ -72,7 +72,7 @@ TEST(RecordingModel, ControlsRefuseCreationsAndInterfaces) {
   container.RefuseInterface(RecordingKind::View, VEKITPSLight::kIID);
   container.RemoveBroker();
   VEKComPtr<VEKITPSLightSet> set;
-  ASSERT_EQ(container.CreateLightSet(set.GetAddressOf(), nullptr), S_OK);
+  ASSERT_EQ(container.CreateLightSet(set.ReleaseAndGetAddressOf(), nullptr), S_OK);
   container.GetLedger().Clear();
 
   VEKComPtr<VEKITPSLightAnnotation> first;
@@ -80,13 +80,13 @@ TEST(RecordingModel, ControlsRefuseCreationsAndInterfaces) {
   VEKComPtr<VEKITPSLightAnnotation> second;
   VEKComPtr<VEKITPSLightCG> cg;
   VEKComPtr<VEKITPSLightView> view;
-  EXPECT_EQ(container.CreateAnnotation(first.GetAddressOf(), set.Get()), S_OK);
-  EXPECT_EQ(container.CreateAnnotation(refused.GetAddressOf(), set.Get()), E_FAIL);
+  EXPECT_EQ(container.CreateAnnotation(first.ReleaseAndGetAddressOf(), set.Get()), S_OK);
+  EXPECT_EQ(container.CreateAnnotation(refused.ReleaseAndGetAddressOf(), set.Get()), E_FAIL);
   EXPECT_FALSE(refused);
-  EXPECT_EQ(container.CreateAnnotation(second.GetAddressOf(), set.Get()), S_OK);
-  EXPECT_EQ(container.CreateCG(cg.GetAddressOf(), set.Get()), E_FAIL);
-  EXPECT_EQ(container.CreateView(view.GetAddressOf(), nullptr), E_POINTER);
-  EXPECT_EQ(container.CreateView(view.GetAddressOf(), set.Get()), S_OK);
+  EXPECT_EQ(container.CreateAnnotation(second.ReleaseAndGetAddressOf(), set.Get()), S_OK);
+  EXPECT_EQ(container.CreateCG(cg.ReleaseAndGetAddressOf(), set.Get()), E_FAIL);
+  EXPECT_EQ(container.CreateView(view.ReleaseAndGetAddressOf(), nullptr), E_POINTER);
+  EXPECT_EQ(container.CreateView(view.ReleaseAndGetAddressOf(), set.Get()), S_OK);
   EXPECT_FALSE(Query<VEKITPSLightModel>(second.Get()));
   EXPECT_TRUE(Query<VEKITPSLightModel>(first.Get()));
   EXPECT_FALSE(Query<VEKITPSLight>(view.Get()));
@@ -104,10 +104,10 @@ TEST(RecordingModel, ControlsRefuseCreationsAndInterfaces) {
 TEST(RecordingModel, BrokerFindsTheFirstCreatedHolderAndCountsReferences) {
   RecordingContainer container;
   VEKComPtr<VEKITPSLightSet> set;
-  ASSERT_EQ(container.CreateLightSet(set.GetAddressOf(), nullptr), S_OK);
+  ASSERT_EQ(container.CreateLightSet(set.ReleaseAndGetAddressOf(), nullptr), S_OK);
   for (int n = 0; n < 2; ++n) {
     VEKComPtr<VEKITPSLightCG> cg;
-    ASSERT_EQ(container.CreateCG(cg.GetAddressOf(), set.Get()), S_OK);
+    ASSERT_EQ(container.CreateCG(cg.ReleaseAndGetAddressOf(), set.Get()), S_OK);
     (void)Query<VEKITPSLight>(cg.Get())->SetId(5);
   }
   auto broker = Query<VEKITPSIdBroker>(set.Get());

@@ -31,10 +31,10 @@ std::string LoadToJson(const Document& document) {
   VEKComPtr<VEKITPSLightSet> set;
   HRESULT result;
   if (document.schema == VEKTPSLightSchema::Legacy) {
-    result = parser.GenerateLightModel(document.xml.c_str(), nullptr, set.GetAddressOf());
+    result = parser.GenerateLightModel(document.xml.c_str(), nullptr, set.ReleaseAndGetAddressOf());
   } else {
     VEKUnicodeString text(document.xml.data(), document.xml.size());
-    result = parser.GenerateLightModelFromBase(text, nullptr, set.GetAddressOf(), 0, nullptr, 0, 0);
+    result = parser.GenerateLightModelFromBase(text, nullptr, set.ReleaseAndGetAddressOf(), 0, nullptr, 0, 0);
   }
   std::string json;
   if (VEKFailed(VEKExportLoadToJson(document.schema, result, set.Get(), false, json)))

@@ -21,7 +21,7 @@ using Json = nlohmann::ordered_json;
 template <class U>
 VEKComPtr<U> Query(VEKBaseUnknown* object) {
   VEKComPtr<U> face;
-  if (object) (void)object->QueryInterface(U::kIID, face.GetVoidAddressOf());
+  if (object) (void)object->QueryInterface(U::kIID, face.ReleaseAndGetVoidAddressOf());
   return face;
 }
 
@@ -49,7 +49,7 @@ class JsonExport : public testing::Test {
   template <class Family>
   VEKComPtr<Family> Make(HRESULT (VEKTPSLightContainer::*create)(Family**, VEKITPSLightSet*)) {
     VEKComPtr<Family> object;
-    EXPECT_EQ(S_OK, (container_.Get()->*create)(object.GetAddressOf(), set_.Get()));
+    EXPECT_EQ(S_OK, (container_.Get()->*create)(object.ReleaseAndGetAddressOf(), set_.Get()));
     return object;
   }
 
@@ -67,7 +67,7 @@ class JsonExport : public testing::Test {
   }();
   VEKComPtr<VEKITPSLightSet> set_ = [this] {
     VEKComPtr<VEKITPSLightSet> set;
-    EXPECT_EQ(S_OK, container_->CreateLightSet(set.GetAddressOf(), nullptr));
+    EXPECT_EQ(S_OK, container_->CreateLightSet(set.ReleaseAndGetAddressOf(), nullptr));
     return set;
   }();
 };
@@ -156,8 +156,8 @@ TEST_F(JsonExport, EveryMemberOfEveryFamilyInOrder) {
 
   VEKComPtr<VEKBaseUnknown> found;
   auto broker = Query<VEKITPSIdBroker>(set_.Get());
-  EXPECT_EQ(E_FAIL, broker->GetObjectFromId(9, VEKTPSLightKindView, found.GetAddressOf()));
-  EXPECT_EQ(E_FAIL, broker->GetObjectFromId(3, VEKTPSLightKindCG, found.GetAddressOf()));
+  EXPECT_EQ(E_FAIL, broker->GetObjectFromId(9, VEKTPSLightKindView, found.ReleaseAndGetAddressOf()));
+  EXPECT_EQ(E_FAIL, broker->GetObjectFromId(3, VEKTPSLightKindCG, found.ReleaseAndGetAddressOf()));
 
   const std::string bytes = std::to_string(commonBytes);
   const std::string graphic = std::to_string(graphicBytes);

@@ -2,6 +2,7 @@
 
 #include "FailingAllocator.h"
 #include "VEKBaseUnknown.h"
+#include "VEKComPtr.h"
 #include "VEKLists.h"
 
 namespace {
@@ -91,6 +92,21 @@ TEST(BaseUnknown, AllocationFailureGivesNullWithoutConstructing) {
   EXPECT_EQ(face, static_cast<VEKBaseUnknown*>(component));
   EXPECT_EQ(component->Release(), 1u);
   EXPECT_EQ(component->Release(), 0u);
+}
+
+// GetAddressOf hands out the slot as it is; only ReleaseAndGetAddressOf drops the reference.
+TEST(ComPtr, OnlyTheReleasingAddressOfReleases) {
+  bool constructed = false;
+  VEKComPtr<Component> held;
+  held.Attach(new Component(&constructed));
+  Component* const raw = held.Get();
+  raw->AddRef();
+  EXPECT_EQ(*held.GetAddressOf(), raw);
+  EXPECT_EQ(raw->AddRef(), 3u);
+  EXPECT_EQ(raw->Release(), 2u);
+  EXPECT_EQ(held.ReleaseAndGetAddressOf(), held.GetAddressOf());
+  EXPECT_EQ(held.Get(), nullptr);
+  EXPECT_EQ(raw->Release(), 0u);
 }
 
 }  // namespace

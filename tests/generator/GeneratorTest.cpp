@@ -24,7 +24,7 @@ constexpr VEKGeneratedForm kForms[] = {VEKGeneratedForm::Plain, VEKGeneratedForm
 template <class U>
 VEKComPtr<U> Query(VEKBaseUnknown* object) {
   VEKComPtr<U> face;
-  if (object) (void)object->QueryInterface(U::kIID, face.GetVoidAddressOf());
+  if (object) (void)object->QueryInterface(U::kIID, face.ReleaseAndGetVoidAddressOf());
   return face;
 }
 
@@ -68,12 +68,12 @@ HRESULT LoadCurrent(const std::string& xml, VEKGeneratedForm form,
   VEKTPSLightParserUtil parser;
   if (form == VEKGeneratedForm::Zlib) {
     VEKUnicodeString unused;
-    return parser.GenerateLightModelFromBase(unused, nullptr, set.GetAddressOf(), 0, bytes.data(),
+    return parser.GenerateLightModelFromBase(unused, nullptr, set.ReleaseAndGetAddressOf(), 0, bytes.data(),
                                              static_cast<int>(xml.size()),
                                              static_cast<int>(bytes.size()));
   }
   VEKUnicodeString source(bytes.c_str());
-  return parser.GenerateLightModelFromBase(source, nullptr, set.GetAddressOf(),
+  return parser.GenerateLightModelFromBase(source, nullptr, set.ReleaseAndGetAddressOf(),
                                            form == VEKGeneratedForm::Base64 ? 1 : 0, nullptr, 0, 0);
 }
 
@@ -241,7 +241,7 @@ TEST(Generator, LegacyDocumentsLoadTheSameObjects) {
   const std::string legacy = VEKGenerateDocument({VEKGeneratedSchema::Legacy, 600, 11});
   VEKTPSLightParserUtil parser;
   VEKComPtr<VEKITPSLightSet> set;
-  ASSERT_EQ(S_OK, parser.GenerateLightModel(legacy.c_str(), nullptr, set.GetAddressOf()));
+  ASSERT_EQ(S_OK, parser.GenerateLightModel(legacy.c_str(), nullptr, set.ReleaseAndGetAddressOf()));
   ExpectCounts(set.Get(), VEKCountFamilies(600));
   ExpectEveryReferenceResolved(set.Get());
 

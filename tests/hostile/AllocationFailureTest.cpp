@@ -62,14 +62,14 @@ class LoadInput {
   HRESULT Load(VEKComPtr<VEKITPSLightSet>& set) {
     VEKTPSLightParserUtil parser;
     if (sample_.schema == VEKGeneratedSchema::Legacy) {
-      return parser.GenerateLightModel(work_.c_str(), nullptr, set.GetAddressOf());
+      return parser.GenerateLightModel(work_.c_str(), nullptr, set.ReleaseAndGetAddressOf());
     }
     if (sample_.form == VEKGeneratedForm::Zlib) {
-      return parser.GenerateLightModelFromBase(text_, nullptr, set.GetAddressOf(), 0, work_.data(),
+      return parser.GenerateLightModelFromBase(text_, nullptr, set.ReleaseAndGetAddressOf(), 0, work_.data(),
                                                declared_, static_cast<int>(work_.size()));
     }
     const unsigned char fromBase64 = sample_.form == VEKGeneratedForm::Base64 ? 1 : 0;
-    return parser.GenerateLightModelFromBase(text_, nullptr, set.GetAddressOf(), fromBase64,
+    return parser.GenerateLightModelFromBase(text_, nullptr, set.ReleaseAndGetAddressOf(), fromBase64,
                                              nullptr, 0, 0);
   }
 

@@ -61,19 +61,19 @@ class HostileInput : public testing::Test {
     VEKUnicodeString text(xml.data(), xml.size());
     VEKComPtr<VEKITPSLightSet> set;
     const HRESULT result =
-        parser_.GenerateLightModelFromBase(text, nullptr, set.GetAddressOf(), 0, nullptr, 0, 0);
+        parser_.GenerateLightModelFromBase(text, nullptr, set.ReleaseAndGetAddressOf(), 0, nullptr, 0, 0);
     if (kept) *kept = set;
     return result;
   }
   HRESULT LoadCompressed(std::string stream, int declared, int compressedSize) {
     VEKUnicodeString unused;
     VEKComPtr<VEKITPSLightSet> set;
-    return parser_.GenerateLightModelFromBase(unused, nullptr, set.GetAddressOf(), 0, stream.data(),
+    return parser_.GenerateLightModelFromBase(unused, nullptr, set.ReleaseAndGetAddressOf(), 0, stream.data(),
                                               declared, compressedSize);
   }
   HRESULT LoadLegacy(const std::string& xml) {
     VEKComPtr<VEKITPSLightSet> set;
-    return parser_.GenerateLightModel(xml.c_str(), nullptr, set.GetAddressOf());
+    return parser_.GenerateLightModel(xml.c_str(), nullptr, set.ReleaseAndGetAddressOf());
   }
   // Whether the one annotation of a loaded document got its representation.
   bool LoadedRep(const std::string& xml) {
@@ -82,7 +82,7 @@ class HostileInput : public testing::Test {
     if (!set || set->GetAnnotations()->Count() != 1) return false;
     VEKComPtr<VEKITPSLight> light;
     if (VEKFailed(set->GetAnnotations()->Get(0)->QueryInterface(IID_VEKITPSLight,
-                                                                light.GetVoidAddressOf())))
+                                                                light.ReleaseAndGetVoidAddressOf())))
       return false;
     return light->GetRep() != nullptr;
   }
@@ -231,7 +231,7 @@ TEST_F(HostileInput, HugeValuesAndTenMillionTinyElementsLoad) {
   ASSERT_TRUE(set);
   ASSERT_EQ(set->GetTTRS().Count(), 1);
   VEKComPtr<VEKITPSLight> light;
-  ASSERT_EQ(set->GetTTRS().Get(0)->QueryInterface(IID_VEKITPSLight, light.GetVoidAddressOf()),
+  ASSERT_EQ(set->GetTTRS().Get(0)->QueryInterface(IID_VEKITPSLight, light.ReleaseAndGetVoidAddressOf()),
             S_OK);
   EXPECT_EQ(light->GetRep(), nullptr);
   light.Reset();

@@ -8,8 +8,8 @@ int main() {
   container.Attach(new VEKTPSLightContainer());
   if (!container) return 2;
   VEKComPtr<VEKITPSLightSet> set;
-  if (VEKFailed(container->CreateLightSet(set.GetAddressOf(), nullptr))) return 3;
+  if (VEKFailed(container->CreateLightSet(set.ReleaseAndGetAddressOf(), nullptr))) return 3;
   VEKComPtr<VEKITPSLight> light;
-  if (VEKFailed(set->QueryInterface(IID_VEKITPSLight, light.GetVoidAddressOf()))) return 4;
+  if (VEKFailed(set->QueryInterface(IID_VEKITPSLight, light.ReleaseAndGetVoidAddressOf()))) return 4;
   return light->SetName(L"consumer") == S_OK ? 0 : 5;
 }

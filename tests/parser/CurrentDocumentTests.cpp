@@ -19,12 +19,12 @@ HRESULT Load(const std::string& xml, Form form, VEKComPtr<VEKITPSLightSet>& set)
   if (form == Form::kCompressed) {
     std::string packed = vek_test::ZlibCompress(xml);
     VEKUnicodeString unused;
-    return util.GenerateLightModelFromBase(unused, nullptr, set.GetAddressOf(), 0, packed.data(),
+    return util.GenerateLightModelFromBase(unused, nullptr, set.ReleaseAndGetAddressOf(), 0, packed.data(),
                                            static_cast<int>(xml.size()),
                                            static_cast<int>(packed.size()));
   }
   VEKUnicodeString source(form == Form::kBase64 ? vek_test::ToBase64(xml).c_str() : xml.c_str());
-  return util.GenerateLightModelFromBase(source, nullptr, set.GetAddressOf(),
+  return util.GenerateLightModelFromBase(source, nullptr, set.ReleaseAndGetAddressOf(),
                                          form == Form::kBase64 ? 1 : 0, nullptr, 0, 0);
 }
 

@@ -24,14 +24,14 @@ class CurrentLoad : public ::testing::Test {
   HRESULT LoadText(const std::string& xml, VEKComPtr<VEKITPSLightSet>& set,
                    unsigned char fromBase64 = 0) {
     VEKUnicodeString source(xml.c_str());
-    return util_.GenerateLightModelFromBase(source, nullptr, set.GetAddressOf(), fromBase64,
+    return util_.GenerateLightModelFromBase(source, nullptr, set.ReleaseAndGetAddressOf(), fromBase64,
                                             nullptr, 0, 0);
   }
   // Loads `compressed` bytes declared as `uncompressedSize`, with `source` as the text form.
   HRESULT LoadCompressed(std::string compressed, int uncompressedSize, int compressedSize,
                          VEKComPtr<VEKITPSLightSet>& set, const char* source = "") {
     VEKUnicodeString text(source);
-    return util_.GenerateLightModelFromBase(text, nullptr, set.GetAddressOf(), 0, compressed.data(),
+    return util_.GenerateLightModelFromBase(text, nullptr, set.ReleaseAndGetAddressOf(), 0, compressed.data(),
                                             uncompressedSize, compressedSize);
   }
   static bool DumpExists() { return std::filesystem::exists(DumpFileName()); }
@@ -118,7 +118,7 @@ TEST_F(CurrentLoad, ResultFollowsTheAnnotationSets) {
   EXPECT_EQ(SetName(set.Get()), "second");
   EXPECT_EQ(set->GetTTRS().Count(), 0);
   VEKComPtr<VEKITPSLightSet> previous;
-  ASSERT_EQ(set->GetPreviousSet(previous.GetAddressOf()), S_OK);
+  ASSERT_EQ(set->GetPreviousSet(previous.ReleaseAndGetAddressOf()), S_OK);
   EXPECT_EQ(SetName(previous.Get()), "first");
   // The load overwrote *set without releasing the first set: its reference passed to the second
   // set, so releasing the second frees both.

@@ -17,7 +17,7 @@ namespace vek_test {
 class RecordedTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(container_.CreateLightSet(set_.GetAddressOf(), nullptr), S_OK);
+    ASSERT_EQ(container_.CreateLightSet(set_.ReleaseAndGetAddressOf(), nullptr), S_OK);
     ledger().Clear();
   }
   void TearDown() override {

@@ -15,7 +15,7 @@ const std::string kIdentity =
 
 TEST_F(CurrentSetters, ObjectValuesComeInTheirOrderWithTheRepresentationLast) {
   VEKComPtr<VEKITPSLightAnnotation> annotation;
-  ASSERT_EQ(container_.CreateAnnotation(annotation.GetAddressOf(), set_.Get()), S_OK);
+  ASSERT_EQ(container_.CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set_.Get()), S_OK);
   auto* light = container_.Get<VEKITPSLight>("A1");
   ledger().Clear();
   EXPECT_EQ(

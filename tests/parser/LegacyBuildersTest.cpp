@@ -21,7 +21,7 @@ class LegacyBuilders : public ::testing::Test {
  protected:
   void SetUp() override {
     container_.Attach(new VEKTPSLightContainer());
-    ASSERT_EQ(S_OK, container_->CreateLightSet(set_.GetAddressOf(), nullptr));
+    ASSERT_EQ(S_OK, container_->CreateLightSet(set_.ReleaseAndGetAddressOf(), nullptr));
   }
 
   // Parses `xml` ("TolerancingData" around it) and keeps the root for the builders.

@@ -27,7 +27,7 @@ const std::string kOneAnnotation = "<Annotations><TPS>" +
 TEST(LegacyLoad, RefusesWhatIsNotALegacyDocument) {
   VEKTPSLightParserUtil parser;
   VEKComPtr<VEKITPSLightSet> set;
-  EXPECT_EQ(E_FAIL, parser.GenerateLightModel(nullptr, nullptr, set.GetAddressOf()));
+  EXPECT_EQ(E_FAIL, parser.GenerateLightModel(nullptr, nullptr, set.ReleaseAndGetAddressOf()));
   EXPECT_EQ(E_FAIL, parser.GenerateLightModel("<TolerancingData/>", nullptr, nullptr));
   const char* refused[] = {
       "",
@@ -38,7 +38,7 @@ TEST(LegacyLoad, RefusesWhatIsNotALegacyDocument) {
       "<TolerancingData><AnnotationSets/><Annotations/></TolerancingData>",
   };
   for (const char* text : refused) {
-    EXPECT_EQ(E_FAIL, parser.GenerateLightModel(text, nullptr, set.GetAddressOf())) << text;
+    EXPECT_EQ(E_FAIL, parser.GenerateLightModel(text, nullptr, set.ReleaseAndGetAddressOf())) << text;
     EXPECT_FALSE(set) << text;
   }
 }
@@ -60,7 +60,7 @@ TEST(LegacyLoad, SetNeedsExactlyFiveValues) {
         "<TolerancingData>" + AnnotationSet(row.items) + kOneAnnotation + "</TolerancingData>";
     VEKTPSLightParserUtil parser;
     VEKComPtr<VEKITPSLightSet> set;
-    EXPECT_EQ(row.result, parser.GenerateLightModel(text.c_str(), nullptr, set.GetAddressOf()));
+    EXPECT_EQ(row.result, parser.GenerateLightModel(text.c_str(), nullptr, set.ReleaseAndGetAddressOf()));
     // A set is made before its values are counted, and stays.
     ASSERT_TRUE(set) << text;
     const std::string model = vek_test::ModelText(set.Get());
@@ -76,7 +76,7 @@ TEST(LegacyLoad, EveryQualifyingSetBuildsTheWholeDocument) {
                            AnnotationSet({"Short"}) + "</TolerancingData>";
   VEKTPSLightParserUtil parser;
   VEKComPtr<VEKITPSLightSet> set;
-  EXPECT_EQ(S_OK, parser.GenerateLightModel(text.c_str(), nullptr, set.GetAddressOf()));
+  EXPECT_EQ(S_OK, parser.GenerateLightModel(text.c_str(), nullptr, set.ReleaseAndGetAddressOf()));
   // The last set made is returned, although its values were refused.
   ASSERT_TRUE(set);
   EXPECT_EQ(0, set->GetAnnotations()->Count());
@@ -84,7 +84,7 @@ TEST(LegacyLoad, EveryQualifyingSetBuildsTheWholeDocument) {
   VEKComPtr<VEKITPSLightSet> current = set;
   for (;;) {
     VEKComPtr<VEKITPSLightSet> previous;
-    if (current->GetPreviousSet(previous.GetAddressOf()) != S_OK || !previous) break;
+    if (current->GetPreviousSet(previous.ReleaseAndGetAddressOf()) != S_OK || !previous) break;
     names.push_back(Utf8(Query<VEKITPSLight>(previous.Get())->GetName()));
     EXPECT_EQ(1, previous->GetAnnotations()->Count());
     current = previous;
@@ -124,7 +124,7 @@ const char* const kBracket = R"(<TolerancingData>
 TEST(LegacyLoad, WholeDocumentLinksItsFamilies) {
   VEKTPSLightParserUtil parser;
   VEKComPtr<VEKITPSLightSet> set;
-  ASSERT_EQ(S_OK, parser.GenerateLightModel(kBracket, nullptr, set.GetAddressOf()));
+  ASSERT_EQ(S_OK, parser.GenerateLightModel(kBracket, nullptr, set.ReleaseAndGetAddressOf()));
   EXPECT_EQ(
       "S1 Bracket/set-1/2/-/1 rep=- standard=ISO 1101 unresolved=[] duplicates=[]\n"
       "T1 Bore/t-1/-/1/- rep=- geometry=[4,7][9]\n"

@@ -43,14 +43,14 @@ class LegacyRecording : public ::testing::Test {
 
   void MakeModel() {
     container_.reset(new RecordingContainer());
-    ASSERT_EQ(S_OK, container_->CreateLightSet(set_.GetAddressOf(), nullptr));
+    ASSERT_EQ(S_OK, container_->CreateLightSet(set_.ReleaseAndGetAddressOf(), nullptr));
     {
       VEKComPtr<VEKITPSLightAnnotation> annotation;
       VEKComPtr<VEKITPSLightView> view;
       VEKComPtr<VEKITPSLightCG> cg;
-      ASSERT_EQ(S_OK, container_->CreateAnnotation(annotation.GetAddressOf(), set_.Get()));
-      ASSERT_EQ(S_OK, container_->CreateView(view.GetAddressOf(), set_.Get()));
-      ASSERT_EQ(S_OK, container_->CreateCG(cg.GetAddressOf(), set_.Get()));
+      ASSERT_EQ(S_OK, container_->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set_.Get()));
+      ASSERT_EQ(S_OK, container_->CreateView(view.ReleaseAndGetAddressOf(), set_.Get()));
+      ASSERT_EQ(S_OK, container_->CreateCG(cg.ReleaseAndGetAddressOf(), set_.Get()));
     }
     (void)container_->Get<VEKITPSLight>("A1")->SetId(1);
     (void)container_->Get<VEKITPSLight>("V1")->SetId(2);

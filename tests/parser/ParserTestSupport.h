@@ -92,7 +92,7 @@ inline std::string Utf8(const std::optional<VEKUnicodeString>& text) {
 template <class U>
 VEKComPtr<U> Query(VEKBaseUnknown* object) {
   VEKComPtr<U> out;
-  if (object) (void)object->QueryInterface(U::kIID, out.GetVoidAddressOf());
+  if (object) (void)object->QueryInterface(U::kIID, out.ReleaseAndGetVoidAddressOf());
   return out;
 }
 

@@ -679,7 +679,7 @@ class ModelWriter {
   template <class U>
   static VEKComPtr<U> Face(VEKBaseUnknown* object) {
     VEKComPtr<U> face;
-    if (object) (void)object->QueryInterface(U::kIID, face.GetVoidAddressOf());
+    if (object) (void)object->QueryInterface(U::kIID, face.ReleaseAndGetVoidAddressOf());
     return face;
   }
   static const VEKBaseUnknown* IdentityOf(VEKBaseUnknown* object) {
