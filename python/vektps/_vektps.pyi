@@ -1,0 +1,3 @@
+"""Type stubs of the compiled module of vektps."""
+
+__version__: str
