@@ -14,11 +14,13 @@
 #include <system_error>
 #include <utility>
 
+#include "VEKUtf8.h"
+
 static_assert(sizeof(wchar_t) == 4, "wide characters are UTF-32");
 
 namespace {
 
-constexpr char32_t kReplacement = 0xFFFD;
+constexpr std::uint32_t kReplacement = 0xFFFD;
 constexpr char kReplacementUtf8[] = "\xEF\xBF\xBD";
 constexpr std::size_t kReplacementBytes = 3;
 constexpr std::uint64_t kHighBits = 0x8080808080808080ull;
@@ -38,29 +40,10 @@ std::size_t AsciiPrefixLength(const unsigned char* bytes, std::size_t count) {
 }
 
 // Length of the well-formed UTF-8 sequence at `bytes` (1 to 4), or 0 when its first byte cannot
-// start one: overlong forms, surrogates, code points above U+10FFFF, truncated sequences and
-// stray continuation bytes.
+// start one.
 std::size_t SequenceLength(const unsigned char* bytes, std::size_t available) {
-  const unsigned char lead = bytes[0];
-  if (lead < 0x80) return 1;
-  if (lead < 0xC2) return 0;
-  if (lead < 0xE0) return available >= 2 && IsContinuation(bytes[1]) ? 2 : 0;
-  if (lead < 0xF0) {
-    if (available < 3) return 0;
-    const unsigned char low = lead == 0xE0 ? 0xA0 : 0x80;
-    const unsigned char high = lead == 0xED ? 0x9F : 0xBF;
-    return bytes[1] >= low && bytes[1] <= high && IsContinuation(bytes[2]) ? 3 : 0;
-  }
-  if (lead < 0xF5) {
-    if (available < 4) return 0;
-    const unsigned char low = lead == 0xF0 ? 0x90 : 0x80;
-    const unsigned char high = lead == 0xF4 ? 0x8F : 0xBF;
-    return bytes[1] >= low && bytes[1] <= high && IsContinuation(bytes[2]) &&
-                   IsContinuation(bytes[3])
-               ? 4
-               : 0;
-  }
-  return 0;
+  std::uint32_t unused = 0;
+  return static_cast<std::size_t>(VEKDecodeUtf8(bytes, bytes + available, unused));
 }
 
 // Number of characters in [bytes, bytes + count), each invalid byte counting as one; `invalid`
@@ -93,30 +76,7 @@ std::size_t ValidSequenceLength(unsigned char lead) {
   return 4;
 }
 
-std::size_t EncodeUtf8(char32_t codePoint, char* out) {
-  if (codePoint < 0x80) {
-    out[0] = static_cast<char>(codePoint);
-    return 1;
-  }
-  if (codePoint < 0x800) {
-    out[0] = static_cast<char>(0xC0 | (codePoint >> 6));
-    out[1] = static_cast<char>(0x80 | (codePoint & 0x3F));
-    return 2;
-  }
-  if (codePoint < 0x10000) {
-    out[0] = static_cast<char>(0xE0 | (codePoint >> 12));
-    out[1] = static_cast<char>(0x80 | ((codePoint >> 6) & 0x3F));
-    out[2] = static_cast<char>(0x80 | (codePoint & 0x3F));
-    return 3;
-  }
-  out[0] = static_cast<char>(0xF0 | (codePoint >> 18));
-  out[1] = static_cast<char>(0x80 | ((codePoint >> 12) & 0x3F));
-  out[2] = static_cast<char>(0x80 | ((codePoint >> 6) & 0x3F));
-  out[3] = static_cast<char>(0x80 | (codePoint & 0x3F));
-  return 4;
-}
-
-char32_t ValidCodePoint(wchar_t wide) {
+std::uint32_t ValidCodePoint(wchar_t wide) {
   const auto codePoint = static_cast<std::uint32_t>(wide);
   if (codePoint > 0x10FFFF || (codePoint >= 0xD800 && codePoint <= 0xDFFF)) return kReplacement;
   return codePoint;
@@ -224,14 +184,16 @@ VEKUnicodeString::VEKUnicodeString(const wchar_t* utf32) noexcept {
   }
   std::size_t bytes = 0;
   chars = 0;
-  char scratch[4];
+  unsigned char scratch[4];
   for (const wchar_t* wide = utf32; *wide; ++wide, ++chars) {
-    bytes += EncodeUtf8(ValidCodePoint(*wide), scratch);
+    bytes += VEKEncodeUtf8(ValidCodePoint(*wide), scratch);
   }
   if (chars > static_cast<std::size_t>(INT32_MAX)) return;
   char* out = Reserve(bytes);
   if (!out) return;
-  for (const wchar_t* wide = utf32; *wide; ++wide) out += EncodeUtf8(ValidCodePoint(*wide), out);
+  auto* next = reinterpret_cast<unsigned char*>(out);
+  for (const wchar_t* wide = utf32; *wide; ++wide)
+    next += VEKEncodeUtf8(ValidCodePoint(*wide), next);
   length_ = static_cast<std::int32_t>(chars);
   ascii_ = bytes == chars;
 }
@@ -339,13 +301,11 @@ void VEKUnicodeString::ConvertToWChar(wchar_t* target) const noexcept {
     target[count] = L'\0';
     return;
   }
-  for (std::size_t i = 0; i < count;) {
-    const unsigned char lead = bytes[i];
-    const std::size_t length = ValidSequenceLength(lead);
-    std::uint32_t codePoint = length == 1 ? lead : lead & (0x7F >> length);
-    for (std::size_t k = 1; k < length; ++k) codePoint = (codePoint << 6) | (bytes[i + k] & 0x3F);
+  // The text is valid UTF-8, so every sequence decodes.
+  for (const unsigned char* at = bytes; at < bytes + count;) {
+    std::uint32_t codePoint = 0;
+    at += VEKDecodeUtf8(at, bytes + count, codePoint);
     *target++ = static_cast<wchar_t>(codePoint);
-    i += length;
   }
   *target = L'\0';
 }
