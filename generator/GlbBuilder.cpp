@@ -6,6 +6,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "VEKCodePage.h"
+
 namespace vek_test {
 namespace {
 
@@ -77,20 +79,9 @@ std::vector<unsigned char> FloatBytes(const std::vector<float>& values) {
 }
 
 std::string EncodeBase64(const unsigned char* bytes, std::size_t length) {
-  static const char kAlphabet[] =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string text;
-  text.reserve((length + 2) / 3 * 4);
-  for (std::size_t i = 0; i < length; i += 3) {
-    const std::size_t remaining = length - i;
-    std::uint32_t group = std::uint32_t{bytes[i]} << 16;
-    if (remaining > 1) group |= std::uint32_t{bytes[i + 1]} << 8;
-    if (remaining > 2) group |= bytes[i + 2];
-    text += kAlphabet[(group >> 18) & 63];
-    text += kAlphabet[(group >> 12) & 63];
-    text += remaining > 1 ? kAlphabet[(group >> 6) & 63] : '=';
-    text += remaining > 2 ? kAlphabet[group & 63] : '=';
-  }
+  std::string text(VEKCodePage::Base64Length(length), '\0');
+  if (VEKCodePage::WriteBase64(bytes, length, text.data(), text.size()) != text.size())
+    text.clear();
   return text;
 }
 

@@ -23,7 +23,7 @@ std::vector<char> BuildGlb(const GlbParts& parts);
 // The bytes of `values` as little-endian 32-bit floats.
 std::vector<unsigned char> FloatBytes(const std::vector<float>& values);
 
-// Standard base64 of `bytes`, with padding.
+// Standard base64 of `bytes`, with padding (VEKCodePage's encoder, into a std::string).
 std::string EncodeBase64(const unsigned char* bytes, std::size_t length);
 
 // The parts of a valid scene: `triangles` meshes of one indexed triangle (3 vertices, unsigned

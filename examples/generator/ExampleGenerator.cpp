@@ -141,10 +141,10 @@ std::vector<unsigned char> BuildGlb(const std::string& rootName, const std::vect
 }
 
 std::string Base64(const std::vector<unsigned char>& bytes) {
-  VEKUnicodeString text;
-  if (VEKCodePage::ConvertToBase64(bytes.data(), static_cast<unsigned int>(bytes.size()), text) < 0)
-    return "";
-  return text.ConvertToChar();
+  std::string text(VEKCodePage::Base64Length(bytes.size()), '\0');
+  if (VEKCodePage::WriteBase64(bytes.data(), bytes.size(), text.data(), text.size()) != text.size())
+    text.clear();
+  return text;
 }
 
 // The outline of a feature control frame of `cells` cells, as lines.

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 
 #include "FailingAllocator.h"
@@ -80,6 +81,26 @@ TEST(Base64, RoundTripsAllByteValuesWithBlanksAtAnySpacing) {
     }
     EXPECT_EQ(Decode(spaced.c_str()), bytes) << "spacing " << spacing;
   }
+}
+
+TEST(Base64, WritesIntoABufferOnlyWhenTheTextFits) {
+  EXPECT_EQ(VEKCodePage::Base64Length(0), 0u);
+  EXPECT_EQ(VEKCodePage::Base64Length(1), 4u);
+  EXPECT_EQ(VEKCodePage::Base64Length(3), 4u);
+  EXPECT_EQ(VEKCodePage::Base64Length(4), 8u);
+  EXPECT_EQ(VEKCodePage::Base64Length(SIZE_MAX / 4 * 3), SIZE_MAX / 4 * 4);
+  EXPECT_EQ(VEKCodePage::Base64Length(SIZE_MAX / 4 * 3 + 1), 0u) << "does not fit in a size_t";
+  EXPECT_EQ(VEKCodePage::Base64Length(SIZE_MAX), 0u);
+
+  const unsigned char bytes[] = {'f', 'o', 'o', 'b'};
+  char text[9] = "--------";
+  EXPECT_EQ(VEKCodePage::WriteBase64(bytes, 4, text, 7), 0u) << "one short";
+  EXPECT_EQ(VEKCodePage::WriteBase64(nullptr, 1, text, 8), 0u);
+  EXPECT_EQ(VEKCodePage::WriteBase64(bytes, SIZE_MAX, text, 8), 0u);
+  EXPECT_STREQ(text, "--------");
+  EXPECT_EQ(VEKCodePage::WriteBase64(nullptr, 0, text, 0), 0u);
+  EXPECT_EQ(VEKCodePage::WriteBase64(bytes, 4, text, 8), 8u);
+  EXPECT_STREQ(text, "Zm9vYg==");
 }
 
 TEST(Base64, FailuresLeaveOutputsAlone) {
