@@ -15,8 +15,8 @@ struct GlbParts {
   std::vector<unsigned char> bin;
 };
 
-// A GLB container: header, the JSON chunk (padded with spaces to 4 bytes) and, when `bin` is not
-// empty, the BIN chunk (padded with zeros). Nothing is checked, so any JSON text can be wrapped.
+// The GLB container of VEKWriteGlb around `json` and `bin`, or empty when it cannot be written.
+// The JSON is not checked, so any text can be wrapped.
 std::vector<char> BuildGlb(const std::string& json, const std::vector<unsigned char>& bin = {});
 std::vector<char> BuildGlb(const GlbParts& parts);
 
