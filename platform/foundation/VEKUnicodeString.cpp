@@ -25,6 +25,11 @@ constexpr char kReplacementUtf8[] = "\xEF\xBF\xBD";
 constexpr std::size_t kReplacementBytes = 3;
 constexpr std::uint64_t kHighBits = 0x8080808080808080ull;
 
+// The cursor word: the character position in the low 31 bits, the byte offset above. A string
+// holds at most INT32_MAX characters of at most 4 bytes, so every offset fits in the 33 bits left.
+constexpr int kCursorCharBits = 31;
+constexpr std::uint64_t kCursorCharMask = (std::uint64_t{1} << kCursorCharBits) - 1;
+
 bool IsContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
 
 // Offset of the first byte >= 0x80 in [bytes, bytes + count), or count; eight bytes per step.
@@ -161,7 +166,7 @@ VEKUnicodeString::VEKUnicodeString(BorrowTag, const char* utf8, std::size_t byte
     Assign(utf8, byteLength);
     return;
   }
-  outside_ = Outside{utf8, 0, 0};
+  SetOutside(utf8);
   size_ = byteLength;
   length_ = static_cast<std::int32_t>(chars);
   ascii_ = chars == byteLength;
@@ -235,7 +240,7 @@ char* VEKUnicodeString::Reserve(std::size_t byteLength) noexcept {
     if (byteLength == SIZE_MAX) return nullptr;
     room = new (std::nothrow) char[byteLength + 1];
     if (!room) return nullptr;
-    outside_ = Outside{room, 0, 0};
+    SetOutside(room);
     storage_ = Storage::kHeap;
   }
   room[byteLength] = '\0';
@@ -257,7 +262,7 @@ void VEKUnicodeString::TakeFrom(VEKUnicodeString& other) noexcept {
     CopyFrom(other);
   } else {
     Reset();
-    outside_ = Outside{other.outside_.pointer, 0, 0};
+    SetOutside(other.outside_.pointer);
     size_ = other.size_;
     length_ = other.length_;
     ascii_ = other.ascii_;
@@ -371,10 +376,7 @@ int VEKUnicodeString::SearchSubString(const VEKUnicodeString& sub, int start,
   for (std::size_t i = from; i < found; ++i) {
     position += !IsContinuation(static_cast<unsigned char>(Data()[i]));
   }
-  if (storage_ != Storage::kInline) {
-    outside_.cursorChar = position;
-    outside_.cursorByte = found;
-  }
+  if (storage_ != Storage::kInline) MoveCursor(position, found);
   return position;
 }
 
@@ -432,7 +434,8 @@ std::size_t VEKUnicodeString::ByteOffsetOf(int charPosition) const noexcept {
   // Start from whichever known point is nearest: the beginning, the cursor or the end. Inline
   // text keeps no cursor (it sits at the beginning).
   const bool hasCursor = storage_ != Storage::kInline;
-  const std::int32_t cursorChar = hasCursor ? outside_.cursorChar : 0;
+  const std::uint64_t cursor = hasCursor ? outside_.cursor.load(std::memory_order_relaxed) : 0;
+  const auto cursorChar = static_cast<std::int32_t>(cursor & kCursorCharMask);
   std::int32_t position = 0;
   std::size_t offset = 0;
   std::int32_t distance = charPosition;
@@ -440,7 +443,7 @@ std::size_t VEKUnicodeString::ByteOffsetOf(int charPosition) const noexcept {
       charPosition >= cursorChar ? charPosition - cursorChar : cursorChar - charPosition;
   if (fromCursor < distance) {
     position = cursorChar;
-    offset = outside_.cursorByte;
+    offset = static_cast<std::size_t>(cursor >> kCursorCharBits);
     distance = fromCursor;
   }
   if (length_ - charPosition < distance) {
@@ -457,9 +460,17 @@ std::size_t VEKUnicodeString::ByteOffsetOf(int charPosition) const noexcept {
     } while (IsContinuation(bytes[offset]));
     --position;
   }
-  if (hasCursor) {
-    outside_.cursorChar = position;
-    outside_.cursorByte = offset;
-  }
+  if (hasCursor) MoveCursor(position, offset);
   return offset;
+}
+
+void VEKUnicodeString::MoveCursor(std::int32_t charPosition,
+                                  std::size_t byteOffset) const noexcept {
+  const std::uint64_t cursor = (static_cast<std::uint64_t>(byteOffset) << kCursorCharBits) |
+                               static_cast<std::uint32_t>(charPosition);
+  outside_.cursor.store(cursor, std::memory_order_relaxed);
+}
+
+void VEKUnicodeString::SetOutside(const char* pointer) noexcept {
+  new (&outside_) Outside{pointer, 0};
 }
