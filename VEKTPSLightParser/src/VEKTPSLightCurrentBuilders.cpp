@@ -28,7 +28,8 @@ template <class Use>
 void ForEachFoundObject(VEKITPSIdBroker& broker, const VEKRawCollint& ids, int kind, Use&& use) {
   for (int position = 1; position <= ids.Size(); ++position) {
     VEKComPtr<VEKBaseUnknown> found;
-    if (VEKFailed(broker.GetObjectFromId(ids[position], kind, found.ReleaseAndGetAddressOf())) || !found) {
+    if (VEKFailed(broker.GetObjectFromId(ids[position], kind, found.ReleaseAndGetAddressOf())) ||
+        !found) {
       continue;
     }
     use(found.Get());
@@ -106,7 +107,8 @@ HRESULT VEKTPSLightParserUtil::BuildNewAnnotation(VEKTPSLightContainer* containe
                                                   VEKRawCollPV* orderGroups) {
   if (!set || !container || !orderGroups) return E_FAIL;
   VEKComPtr<VEKITPSLightAnnotation> annotation;
-  if (VEKFailed(container->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set)) || !annotation) {
+  if (VEKFailed(container->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set)) ||
+      !annotation) {
     return E_FAIL;
   }
   VEKComPtr<VEKITPSLight> light;
@@ -231,7 +233,8 @@ HRESULT VEKTPSLightParserUtil::BuildNewRefFrame(VEKTPSLightContainer* container,
                                                 VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
   VEKComPtr<VEKITPSLightRefFrame> frame;
-  if (VEKFailed(container->CreateRefFrame(frame.ReleaseAndGetAddressOf(), set)) || !frame) return E_FAIL;
+  if (VEKFailed(container->CreateRefFrame(frame.ReleaseAndGetAddressOf(), set)) || !frame)
+    return E_FAIL;
   {
     VEKComPtr<VEKITPSLight> light;
     if (VEKSucceeded(VEKQueryInterface(frame.Get(), light))) {
@@ -272,7 +275,8 @@ HRESULT VEKTPSLightParserUtil::BuildNewCG(VEKTPSLightContainer* container, VEKIT
                                           VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
   VEKComPtr<VEKITPSLightCG> geometry;
-  if (VEKFailed(container->CreateCG(geometry.ReleaseAndGetAddressOf(), set)) || !geometry) return E_FAIL;
+  if (VEKFailed(container->CreateCG(geometry.ReleaseAndGetAddressOf(), set)) || !geometry)
+    return E_FAIL;
   // Stricter than its siblings: an object without the common face is left empty and reported.
   VEKComPtr<VEKITPSLight> light;
   if (VEKFailed(VEKQueryInterface(geometry.Get(), light)) || !light) return E_FAIL;
@@ -328,7 +332,8 @@ HRESULT VEKTPSLightParserUtil::BuildNewCapture(VEKTPSLightContainer* container,
         activeView) {
       // The active view learns of the capture first, then the capture of its view.
       VEKComPtr<VEKITPSLightView> view;
-      if (VEKSucceeded(activeView->QueryInterface(IID_VEKITPSLightView, view.ReleaseAndGetVoidAddressOf())) &&
+      if (VEKSucceeded(activeView->QueryInterface(IID_VEKITPSLightView,
+                                                  view.ReleaseAndGetVoidAddressOf())) &&
           view) {
         VEKComPtr<VEKBaseUnknown> captureBase;
         if (VEKSucceeded(VEKQueryInterface(capture.Get(), captureBase)) && captureBase) {

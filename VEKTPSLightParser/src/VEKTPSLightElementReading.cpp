@@ -193,7 +193,8 @@ HRESULT VEKTPSLightParserUtil::SetTPSSetValues(VEKITPSLightSet* set,
                                                VEKLightXmlElementItf& element) {
   if (!set) return E_FAIL;
   VEKComPtr<VEKITPSLight> light;
-  if (VEKFailed(set->QueryInterface(IID_VEKITPSLight, light.ReleaseAndGetVoidAddressOf())) || !light) {
+  if (VEKFailed(set->QueryInterface(IID_VEKITPSLight, light.ReleaseAndGetVoidAddressOf())) ||
+      !light) {
     return S_OK;
   }
   const VEKCommonValues values = ReadCommonValues(*this, element);

@@ -244,7 +244,8 @@ HRESULT VEKTPSLightParserUtil::BuildAnnotation(VEKTPSLightContainer* container,
   const VEKListValVEKUnicodeString& items = values;
 
   VEKComPtr<VEKITPSLightAnnotation> annotation;
-  if (VEKFailed(container->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set)) || !annotation) {
+  if (VEKFailed(container->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set)) ||
+      !annotation) {
     return E_FAIL;
   }
 
