@@ -1,16 +1,10 @@
-// Parser entry: the two load operations, their input decoding, root check and dispatch, and the
-// dump of every parsed current-schema document.
-#include <algorithm>
+// Parser entry: the two load operations and their input decoding, and the one load path they share
+// with the one-call load: parse, root check, dump, and the walk of each schema.
 #include <climits>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <string>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 #include "VEKCodePage.h"
 #include "VEKComPtr.h"
@@ -80,27 +74,6 @@ HRESULT VEKDecodeText(const VEKUnicodeString& source, unsigned char fromBase64,
   input.length = decodedLength;
   return S_OK;
 }
-
-// An output stream that writes into an open file; a failed write takes nothing.
-class VEKFileOutputStream final : public VEKLightXmlOutputStream {
- public:
-  explicit VEKFileOutputStream(std::FILE* file) noexcept : file_(file) {}
-  int Write(const unsigned char* bytes, int length) override {
-    if (!bytes || length <= 0) return 0;
-    const std::size_t written = std::fwrite(bytes, 1, static_cast<std::size_t>(length), file_);
-    length_ += static_cast<std::int64_t>(written);
-    return static_cast<int>(written);
-  }
-  int GetLength() const override {
-    return static_cast<int>(std::min<std::int64_t>(length_, INT_MAX));
-  }
-  // What is in the file stays there; only the count restarts.
-  void Clear() override { length_ = 0; }
-
- private:
-  std::FILE* file_;
-  std::int64_t length_ = 0;
-};
 
 // Stops a load before a set that would bring the objects built past the limit.
 class VEKObjectBudget {
@@ -376,39 +349,4 @@ HRESULT VEKTPSLightParserUtil::GenerateLightModel(const char* xmlText, VEKBaseUn
   rules.roots = VEKRoots::Legacy;
   VEKLoadOutcome outcome;
   return vek_parser_detail::VEKRunLoad(*this, input, rules, father, set, outcome);
-}
-
-HRESULT VEKTPSLightParserUtil::GenerateFile(VEKUnicodeString& fileName,
-                                            VEKLightXmlElementItf& element) {
-  if (fileName.GetLengthInChar() == 0) return E_FAIL;
-  // The text is written under a name of this thread's own and then renamed over the file, so that
-  // loads running at once always leave one whole document in it, never an interleaving of two.
-  const char* finalName = fileName.CastToCharPtr();
-  std::string temporaryName;
-  try {
-    temporaryName = std::string(finalName) + "." + std::to_string(getpid()) + "." +
-                    std::to_string(gettid()) + ".tmp";
-  } catch (const std::bad_alloc&) {
-    return S_OK;
-  }
-  // A file that cannot be opened or written is skipped without a word.
-  const int descriptor =
-      open(temporaryName.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (descriptor < 0) return S_OK;
-  std::FILE* file = fdopen(descriptor, "wb");
-  if (!file) {
-    (void)close(descriptor);
-    (void)unlink(temporaryName.c_str());
-    return S_OK;
-  }
-  // The text goes straight into the file: no copy of the whole document is ever held.
-  VEKFileOutputStream output(file);
-  VEKLightXmlParser parser;
-  (void)parser.GetXml(element, output);
-  (void)std::fflush(file);
-  (void)std::fclose(file);
-  if (std::rename(temporaryName.c_str(), finalName) != 0) {
-    (void)unlink(temporaryName.c_str());
-  }
-  return S_OK;
 }
