@@ -130,6 +130,7 @@ TEST(ConcurrentLoads, OneCallLoadsGiveTheModelsAndRecordsOfLoadsAlone) {
   }
   std::vector<std::string> expected;
   for (const std::string& document : documents) expected.push_back(OneCallLoad(document));
+  for (const std::string& alone : expected) ASSERT_NE(alone.find('\n'), std::string::npos);
 
   std::atomic<int> mismatches{0};
   std::atomic<int> loads{0};
