@@ -12,6 +12,7 @@
 using vek_parser_detail::VEKAddTTRS;
 using vek_parser_detail::VEKBuildChildren;
 using vek_parser_detail::VEKForEachChild;
+using vek_parser_detail::VEKOrderGroupLists;
 using vek_parser_detail::VEKPassWide;
 using vek_parser_detail::VEKQueryInterface;
 using vek_parser_detail::VEKReadNumber;
@@ -89,17 +90,12 @@ HRESULT VEKTPSLightParserUtil::GenerateNewAnnotations(VEKTPSLightContainer* cont
                                                       VEKITPSLightSet* set,
                                                       VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
-  VEKRawCollPV orderGroups(0);
+  VEKOrderGroupLists groups;
   VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == "TPS") (void)BuildNewAnnotation(container, set, child, &orderGroups);
+    if (child.GetName() == "TPS") (void)BuildNewAnnotation(container, set, child, &groups.Lists());
   });
-  if (orderGroups.Size() > 0) {
-    // Groups can be linked only now that every annotation of this root exists.
-    (void)AssoTPSOrderGroup(set, orderGroups);
-    for (int position = 1; position <= orderGroups.Size(); ++position) {
-      delete static_cast<VEKListValVEKUnicodeString*>(orderGroups[position]);
-    }
-  }
+  // Groups can be linked only now that every annotation of this root exists.
+  if (groups.Lists().Size() > 0) (void)AssoTPSOrderGroup(set, groups.Lists());
   return S_OK;
 }
 

@@ -15,6 +15,7 @@ using vek_parser_detail::VEKBuildChildren;
 using vek_parser_detail::VEKFindObject;
 using vek_parser_detail::VEKForEachChild;
 using vek_parser_detail::VEKHasValueCount;
+using vek_parser_detail::VEKOrderGroupLists;
 using vek_parser_detail::VEKPassWide;
 using vek_parser_detail::VEKQueryInterface;
 using vek_parser_detail::VEKReference;
@@ -113,24 +114,6 @@ void ReadPackedIds(const VEKUnicodeString& text, VEKRawCollint& ids, const VEKSo
   (void)ids.Append(last);
 }
 
-// Owns the id lists collected for order groups: each entry is a heap VEKListValVEKUnicodeString.
-class VEKOrderGroupLists {
- public:
-  VEKOrderGroupLists() noexcept : lists_(0) {}
-  ~VEKOrderGroupLists() {
-    for (int k = 1; k <= lists_.Size(); ++k) {
-      delete static_cast<VEKListValVEKUnicodeString*>(lists_[k]);
-    }
-  }
-  VEKOrderGroupLists(const VEKOrderGroupLists&) = delete;
-  VEKOrderGroupLists& operator=(const VEKOrderGroupLists&) = delete;
-
-  VEKRawCollPV& Lists() noexcept { return lists_; }
-
- private:
-  VEKRawCollPV lists_;
-};
-
 }  // namespace
 
 HRESULT VEKTPSLightParserUtil::AssoTPSOrderGroup(VEKITPSLightSet* set, VEKRawCollPV groups) {
@@ -150,8 +133,9 @@ HRESULT VEKTPSLightParserUtil::AssoTPSOrderGroup(VEKITPSLightSet* set, VEKRawCol
     const auto* ids = static_cast<const VEKListValVEKUnicodeString*>(groups[k]);
     if (!ids || ids->Size() == 0) continue;
 
-    // The model takes the list; its pointers are not counted, the set keeps the objects alive.
-    VEKLightObjectList* group = new (std::nothrow) VEKLightObjectList();
+    // The model takes the list on success; its pointers are not counted, the set keeps the
+    // objects alive. A refused list is the caller's again.
+    std::unique_ptr<VEKLightObjectList> group(new (std::nothrow) VEKLightObjectList());
     if (!group) continue;
     const VEKReference by{vek_parser_detail::VEKGroupSource(ids), VEKTPSLightKindAnnotation,
                           annotations->Get(k - 1), " in its order group"};
@@ -163,7 +147,7 @@ HRESULT VEKTPSLightParserUtil::AssoTPSOrderGroup(VEKITPSLightSet* set, VEKRawCol
         (void)group->Append(member.Get());
       }
     }
-    (void)model->SetOrderGroup(group);
+    if (VEKSucceeded(model->SetOrderGroup(group.get()))) (void)group.release();
   }
   return S_OK;
 }

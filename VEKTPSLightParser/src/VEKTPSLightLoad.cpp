@@ -203,6 +203,7 @@ HRESULT VEKWalkLegacy(VEKTPSLightParserUtil& parser, VEKLightXmlElement& root,
     });
     if (!vek_parser_detail::VEKHasValueCount(items, 5, child,
                                              ", so its set gets no values and no objects")) {
+      if (!items.Complete()) outcome.outOfMemory = true;
       vek_parser_detail::VEKRecorderEndSet();
       budget.Count(1);
       return;
@@ -298,6 +299,11 @@ HRESULT VEKRunLoad(VEKTPSLightParserUtil& parser, VEKLoadBytes& input, const VEK
   input.length = 0;
 
   const VEKUnicodeString& name = root.GetName();
+  // A parsed element always has a name: an empty one could not be held for want of memory.
+  if (name.GetLengthInByte() == 0) {
+    outcome.stage = VEKLoadOutcome::Stage::OutOfMemory;
+    return E_FAIL;
+  }
   if (name == kVEKCurrentRoot) {
     outcome.schema = VEKTPSLightSchema::Current;
   } else if (name == kVEKLegacyRoot) {
