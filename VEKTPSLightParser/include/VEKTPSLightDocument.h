@@ -43,8 +43,8 @@ struct VEKTPSLightLoadOptions {
   // each set the load checks that the set would stay within the limit (a legacy set costs what
   // the set before it cost; a current-schema set is counted as its one object, its objects being
   // bounded by the document); when it would not, no further set is built, what was built is kept
-  // and an ObjectLimit diagnostic says so. 0: no limit. The default, five million, is about 2 GB
-  // of model.
+  // and an ObjectLimit diagnostic says so. 0: no limit. The default, five million, is about
+  // 2.5 GB of model (an object without a graphic costs some 520 bytes).
   std::uint64_t maxObjects = 5000000;
   // Most bytes read from a file or stream, and most bytes a document may decode or inflate to.
   std::uint64_t maxInputBytes = 2147483647;

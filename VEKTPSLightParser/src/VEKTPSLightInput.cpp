@@ -209,7 +209,8 @@ VEKTPSLightForm VEKDetectForm(const unsigned char* bytes, std::size_t length) no
   if (start == length || bytes[start] == '<') return VEKTPSLightForm::Plain;
   if (FirstNonBase64(bytes, length) == length) return VEKTPSLightForm::Base64;
   if (HasZlibHeader(bytes, length)) return VEKTPSLightForm::Zlib;
-  return VEKTPSLightForm::Plain;
+  // Text that cannot be XML and starts as base64 is damaged base64: its decoder names the fault.
+  return IsBase64Character(bytes[start]) ? VEKTPSLightForm::Base64 : VEKTPSLightForm::Plain;
 }
 
 VEKTPSLightLoadStatus VEKReadDocumentFile(const char* path, std::uint64_t maxBytes,

@@ -14,7 +14,9 @@ namespace vek_parser_detail {
 // The form of a document's bytes: UTF-16 with a byte order mark, or text whose first character
 // (after a UTF-8 byte order mark and blanks) is '<', is plain; text made only of base64
 // characters and blanks is base64; a zlib header (deflate, a window of at most 32 KB, the check
-// bits right) is zlib; anything else is plain, so that the XML parser says what is wrong.
+// bits right) is zlib; other text whose first character is a base64 character is base64 too (so
+// that the base64 decoder names the fault); anything else is plain, so that the XML parser says
+// what is wrong.
 VEKTPSLightForm VEKDetectForm(const unsigned char* bytes, std::size_t length) noexcept;
 
 // Reads the file at `path` whole into `input` (with a zero byte after it). A regular file larger

@@ -92,10 +92,6 @@ class HostileInput : public testing::Test {
   }
 
   VEKTPSLightParserUtil parser_;
-
- private:
-  std::string directory_;
-  char previous_[4096] = {};
 };
 
 bool IsResultCode(HRESULT result) { return result == S_OK || result == kFail; }

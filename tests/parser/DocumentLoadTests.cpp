@@ -138,17 +138,19 @@ TEST_F(DocumentLoad, FailuresSayWhyAndWhere) {
   } rows[] = {
       {"plain forced as base64", current, base64, VEKTPSLightLoadStatus::DecodeFailed,
        "the base64 text does not decode: '<' at offset 0 is not a base64 character"},
-      // Not base64 text at all, so the XML parser tells what is wrong.
+      // Text that cannot be XML but starts as base64 is damaged base64; other text goes to the
+      // XML parser.
       {"a zero byte in base64",
        std::string("QUJD\0QUJD", 9),
        {},
-       VEKTPSLightLoadStatus::XmlError,
-       "",
-       1,
-       1},
-      {"a zero byte in forced base64", std::string("QUJD\0QUJD", 9), base64,
        VEKTPSLightLoadStatus::DecodeFailed,
        "the base64 text does not decode: byte 0x00 at offset 4 is not a base64 character"},
+      {"a stray character in base64",
+       "QUJD\nQU*D",
+       {},
+       VEKTPSLightLoadStatus::DecodeFailed,
+       "the base64 text does not decode: '*' at offset 7 is not a base64 character"},
+      {"neither XML nor base64", "*QUJD", {}, VEKTPSLightLoadStatus::XmlError, "", 1, 1},
       {"base64 cut short",
        "QUJDRA",
        {},
