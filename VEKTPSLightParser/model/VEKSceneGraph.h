@@ -67,6 +67,9 @@ class VEK_API VEKRep {
   // The GLB itself, for a host's own glTF loader: the blob's first bytes, as many as its header
   // declares (bytes after them are not kept).
   const std::vector<unsigned char>& GetGlb() const noexcept { return glb_; }
+  // Bytes the representation holds: nodes, meshes, arrays (a shared one once) and the GLB. Never
+  // more than 8 * GetGlb().size() + 65536: a blob whose representation would need more is refused.
+  std::size_t GetHeldBytes() const noexcept { return heldBytes_; }
   const std::vector<VEKRepNode>& GetNodes() const noexcept { return nodes_; }
   // The scene's root nodes, indices into GetNodes().
   const std::vector<int>& GetRootNodes() const noexcept { return roots_; }
@@ -75,6 +78,7 @@ class VEK_API VEKRep {
  private:
   friend class VEKSceneGraphBuilder;
   std::size_t blobSize_ = 0;
+  std::size_t heldBytes_ = 0;
   std::vector<unsigned char> glb_;
   std::vector<VEKRepNode> nodes_;
   std::vector<int> roots_;
@@ -84,15 +88,17 @@ class VEK_API VEKRep {
 // Builds a representation from a GLB blob of `length` bytes; the caller owns the result
 // (release with delete). Returns null for a null or malformed blob, one that refers to anything
 // outside itself (external files, URIs other than embedded data), one whose indices, offsets or
-// lengths are out of range, one whose node graph has a cycle, JSON nested too deep, or when memory
-// runs out. Never touches the file system or the network, never decodes images.
+// lengths are out of range, one whose node graph has a cycle, JSON nested too deep, one whose
+// representation would hold more than GetHeldBytes() allows, or when memory runs out. Never
+// touches the file system or the network, never decodes images.
 [[nodiscard]] VEK_API VEKRep* VEKReadSceneGraph(char* bytes, int length) noexcept;
 
 // World-space triangles of the meshes that the scene shows (those of GetRootNodes() and the
 // nodes below them, depth first, each primitive in order), from triangle lists, strips and fans,
 // indexed or not: 9 floats per triangle, its corners' x, y, z. A triangle naming a vertex that
 // the positions do not hold is skipped, and so is a primitive whose positions or indices could
-// not be read. `out` receives them: S_OK; E_OUTOFMEMORY, `out` empty, when memory runs out.
+// not be read. `out` receives them: S_OK; E_OUTOFMEMORY, `out` empty, when they would take more
+// than 32 * GetHeldBytes() bytes (a mesh shown by very many nodes) or memory runs out.
 [[nodiscard]] VEK_API HRESULT VEKRepTriangles(const VEKRep& rep, std::vector<float>& out) noexcept;
 
 // The same for line segments, 6 floats each, from line lists, loops and strips.

@@ -267,20 +267,30 @@ const unsigned char* PlainElements(const tinygltf::Model& model, const tinygltf:
 using FloatArray = std::shared_ptr<const std::vector<float>>;
 using IndexArray = std::shared_ptr<const std::vector<std::uint32_t>>;
 
-// x, y, z triples of a plain float VEC3 accessor; null for any other.
-FloatArray ReadVectors(const tinygltf::Model& model, const tinygltf::Accessor& accessor) {
-  std::size_t stride = 0;
-  const unsigned char* data = PlainElements(model, accessor, stride);
-  if (data == nullptr || accessor.componentType != TINYGLTF_COMPONENT_TYPE_FLOAT ||
-      accessor.type != TINYGLTF_TYPE_VEC3) {
-    return nullptr;
+// Bytes counted for each decoded array besides its values: the shared owner's block and the
+// vector itself.
+constexpr std::uint64_t kArrayOverheadBytes = 64;
+
+// What a representation may take, counted before each allocation it makes.
+class ByteBudget {
+ public:
+  explicit ByteBudget(std::uint64_t limit) : limit_(limit) {}
+
+  // Takes `count` items of `size` bytes; false, taking nothing, when they would pass the limit.
+  [[nodiscard]] bool Take(std::uint64_t count, std::uint64_t size) {
+    if (size != 0 && count > (limit_ - used_) / size) {
+      return false;
+    }
+    used_ += count * size;
+    return true;
   }
-  auto vectors = std::make_shared<std::vector<float>>(accessor.count * 3);
-  for (std::size_t element = 0; element < accessor.count; ++element) {
-    std::memcpy(&(*vectors)[element * 3], data + element * stride, 3 * sizeof(float));
-  }
-  return vectors;
-}
+
+  std::uint64_t Used() const { return used_; }
+
+ private:
+  std::uint64_t limit_;
+  std::uint64_t used_ = 0;
+};
 
 template <typename Component>
 void WidenIndices(const unsigned char* data, std::size_t stride, std::vector<std::uint32_t>& out) {
@@ -291,27 +301,104 @@ void WidenIndices(const unsigned char* data, std::size_t stride, std::vector<std
   }
 }
 
-// The values of a plain unsigned byte, short or int SCALAR accessor, widened; null for any other.
-IndexArray ReadIndices(const tinygltf::Model& model, const tinygltf::Accessor& accessor) {
-  std::size_t stride = 0;
-  const unsigned char* data = PlainElements(model, accessor, stride);
-  if (data == nullptr || accessor.type != TINYGLTF_TYPE_SCALAR) {
-    return nullptr;
+// The arrays decoded from a model's accessors, each decoded once however many primitives use it
+// (as positions or normals alike), within the representation's budget.
+class AccessorArrays {
+ public:
+  AccessorArrays(const tinygltf::Model& model, ByteBudget& budget)
+      : model_(model),
+        budget_(budget),
+        vectors_(model.accessors.size()),
+        indices_(model.accessors.size()) {}
+
+  // x, y, z triples of a plain float VEC3 accessor, null for any other; false when they would
+  // pass the budget.
+  bool Vectors(int index, FloatArray& vectors) {
+    FloatArray& decoded = vectors_[static_cast<std::size_t>(index)];
+    const tinygltf::Accessor& accessor = model_.accessors[static_cast<std::size_t>(index)];
+    std::size_t stride = 0;
+    const unsigned char* data = decoded ? nullptr : PlainElements(model_, accessor, stride);
+    if (data != nullptr && accessor.componentType == TINYGLTF_COMPONENT_TYPE_FLOAT &&
+        accessor.type == TINYGLTF_TYPE_VEC3) {
+      const auto values = Allocate<float>(accessor.count * 3);
+      if (!values) {
+        return false;
+      }
+      for (std::size_t element = 0; element < accessor.count; ++element) {
+        std::memcpy(&(*values)[element * 3], data + element * stride, 3 * sizeof(float));
+      }
+      decoded = values;
+    }
+    vectors = decoded;
+    return true;
   }
-  auto indices = std::make_shared<std::vector<std::uint32_t>>(accessor.count);
-  switch (accessor.componentType) {
-    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE:
-      WidenIndices<std::uint8_t>(data, stride, *indices);
-      return indices;
-    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT:
-      WidenIndices<std::uint16_t>(data, stride, *indices);
-      return indices;
-    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT:
-      WidenIndices<std::uint32_t>(data, stride, *indices);
-      return indices;
-    default:
+
+  // The values of a plain unsigned byte, short or int SCALAR accessor, widened; null for any
+  // other; false when they would pass the budget.
+  bool Indices(int index, IndexArray& indices) {
+    IndexArray& decoded = indices_[static_cast<std::size_t>(index)];
+    const tinygltf::Accessor& accessor = model_.accessors[static_cast<std::size_t>(index)];
+    const int type = accessor.componentType;
+    std::size_t stride = 0;
+    const unsigned char* data = decoded ? nullptr : PlainElements(model_, accessor, stride);
+    if (data != nullptr && accessor.type == TINYGLTF_TYPE_SCALAR &&
+        (type == TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE ||
+         type == TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT ||
+         type == TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT)) {
+      const auto values = Allocate<std::uint32_t>(accessor.count);
+      if (!values) {
+        return false;
+      }
+      if (type == TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE) {
+        WidenIndices<std::uint8_t>(data, stride, *values);
+      } else if (type == TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT) {
+        WidenIndices<std::uint16_t>(data, stride, *values);
+      } else {
+        WidenIndices<std::uint32_t>(data, stride, *values);
+      }
+      decoded = values;
+    }
+    indices = decoded;
+    return true;
+  }
+
+ private:
+  // A new array of `count` values, or null when it would pass the budget.
+  template <typename Value>
+  std::shared_ptr<std::vector<Value>> Allocate(std::uint64_t count) {
+    if (!budget_.Take(1, kArrayOverheadBytes) || !budget_.Take(count, sizeof(Value))) {
       return nullptr;
+    }
+    return std::make_shared<std::vector<Value>>(static_cast<std::size_t>(count));
   }
+
+  const tinygltf::Model& model_;
+  ByteBudget& budget_;
+  std::vector<FloatArray> vectors_;
+  std::vector<IndexArray> indices_;
+};
+
+// Takes from `budget` the representation's own structure: the GLB copy, nodes (world matrices
+// included), meshes, primitives, names and index lists. False when it does not fit.
+bool TakeStructure(const tinygltf::Model& model, std::size_t rootCount, std::size_t glbLength,
+                   ByteBudget& budget) {
+  if (!budget.Take(glbLength, 1) || !budget.Take(rootCount, sizeof(int)) ||
+      !budget.Take(model.nodes.size(), sizeof(VEKRepNode)) ||
+      !budget.Take(model.meshes.size(), sizeof(VEKRepMesh))) {
+    return false;
+  }
+  for (const tinygltf::Node& node : model.nodes) {
+    if (!budget.Take(node.children.size(), sizeof(int)) || !budget.Take(node.name.size(), 1)) {
+      return false;
+    }
+  }
+  for (const tinygltf::Mesh& mesh : model.meshes) {
+    if (!budget.Take(mesh.primitives.size(), sizeof(VEKRepPrimitive)) ||
+        !budget.Take(mesh.name.size(), 1)) {
+      return false;
+    }
+  }
+  return true;
 }
 
 }  // namespace
@@ -323,17 +410,25 @@ class VEKSceneGraphBuilder {
                                        std::size_t glbLength, std::size_t blobSize) {
     auto rep = std::make_unique<VEKRep>();
     std::vector<int> parents;
+    ByteBudget budget(vek_scenegraph_detail::kRepBytesPerGlbByte * glbLength +
+                      vek_scenegraph_detail::kRepBaseBytes);
     if (!ExternalReferencesAbsent(model) || !BufferViewsValid(model) || !AccessorsValid(model) ||
         !MeshesValid(model) || !NodesFormForest(model, parents) ||
-        !SelectRoots(model, parents, rep->roots_) || !FillNodes(model, parents, *rep)) {
+        !SelectRoots(model, parents, rep->roots_) ||
+        !TakeStructure(model, rep->roots_.size(), glbLength, budget) ||
+        !FillNodes(model, parents, *rep)) {
       return nullptr;
     }
+    AccessorArrays arrays(model, budget);
     rep->meshes_.resize(model.meshes.size());
     for (std::size_t index = 0; index < model.meshes.size(); ++index) {
-      FillMesh(model, model.meshes[index], rep->meshes_[index]);
+      if (!FillMesh(model, model.meshes[index], arrays, rep->meshes_[index])) {
+        return nullptr;
+      }
     }
     rep->glb_.assign(glb, glb + glbLength);
     rep->blobSize_ = blobSize;
+    rep->heldBytes_ = static_cast<std::size_t>(budget.Used());
     return rep;
   }
 
@@ -382,8 +477,9 @@ class VEKSceneGraphBuilder {
     return true;
   }
 
-  static void FillMesh(const tinygltf::Model& model, const tinygltf::Mesh& source,
-                       VEKRepMesh& mesh) {
+  // False when its arrays would pass the budget.
+  static bool FillMesh(const tinygltf::Model& model, const tinygltf::Mesh& source,
+                       AccessorArrays& arrays, VEKRepMesh& mesh) {
     mesh.name = VEKUnicodeString(source.name.data(), source.name.size());
     mesh.primitives.resize(source.primitives.size());
     for (std::size_t index = 0; index < source.primitives.size(); ++index) {
@@ -391,27 +487,29 @@ class VEKSceneGraphBuilder {
       VEKRepPrimitive& target = mesh.primitives[index];
       target.mode = primitive.mode;
       if (primitive.indices != -1) {
-        const tinygltf::Accessor& indices =
-            model.accessors[static_cast<std::size_t>(primitive.indices)];
-        target.indexCount = static_cast<int>(indices.count);
-        target.indices = ReadIndices(model, indices);
+        target.indexCount =
+            static_cast<int>(model.accessors[static_cast<std::size_t>(primitive.indices)].count);
+        if (!arrays.Indices(primitive.indices, target.indices)) {
+          return false;
+        }
       }
       const auto position = primitive.attributes.find("POSITION");
       if (position != primitive.attributes.end()) {
-        const tinygltf::Accessor& accessor =
-            model.accessors[static_cast<std::size_t>(position->second)];
-        target.vertexCount = static_cast<int>(accessor.count);
-        target.positions = ReadVectors(model, accessor);
-      }
-      const auto normal = primitive.attributes.find("NORMAL");
-      if (normal != primitive.attributes.end()) {
-        const tinygltf::Accessor& accessor =
-            model.accessors[static_cast<std::size_t>(normal->second)];
-        if (accessor.count == static_cast<std::size_t>(target.vertexCount)) {
-          target.normals = ReadVectors(model, accessor);
+        target.vertexCount =
+            static_cast<int>(model.accessors[static_cast<std::size_t>(position->second)].count);
+        if (!arrays.Vectors(position->second, target.positions)) {
+          return false;
         }
       }
+      const auto normal = primitive.attributes.find("NORMAL");
+      if (normal != primitive.attributes.end() &&
+          model.accessors[static_cast<std::size_t>(normal->second)].count ==
+              static_cast<std::size_t>(target.vertexCount) &&
+          !arrays.Vectors(normal->second, target.normals)) {
+        return false;
+      }
     }
+    return true;
   }
 };
 

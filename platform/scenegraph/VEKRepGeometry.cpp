@@ -7,6 +7,11 @@
 
 namespace {
 
+// The output may take this many bytes per byte the representation holds. One instance of a
+// primitive gives at most 36 bytes per index (a strip) from the 4 its widened array holds, and
+// usually 12 (a triangle list); the rest allows a mesh shown by several nodes.
+constexpr std::uint64_t kOutputBytesPerHeldByte = 32;
+
 enum Mode : int {
   kLines = 1,
   kLineLoop = 2,
@@ -137,7 +142,12 @@ HRESULT CollectElements(const VEKRep& rep, const Shape& shape, std::vector<float
         elements += ElementCount(primitive.mode, SequenceLength(primitive, shape));
       }
     }
-    out.reserve(elements * shape.corners * 3);
+    const std::uint64_t floatsPerElement = shape.corners * 3;
+    if (elements >
+        kOutputBytesPerHeldByte * rep.GetHeldBytes() / sizeof(float) / floatsPerElement) {
+      return E_OUTOFMEMORY;
+    }
+    out.reserve(elements * floatsPerElement);
     for (const int index : shown) {
       const VEKRepNode& node = rep.GetNodes()[static_cast<std::size_t>(index)];
       if (node.mesh == -1) continue;

@@ -1,7 +1,7 @@
 // Reads binary glTF 2.0 (GLB) blobs into VEKRep. Blobs of the common shape are read directly;
-// for the others the container, the JSON nesting and the buffer views of images are checked here
-// before tinygltf sees them. Every index, offset and length of the model, however it was read, is
-// checked again before it is followed (RepBuilder.cpp), because tinygltf trusts them.
+// for the others the container, the JSON nesting, the buffers and the buffer views of images are
+// checked here before tinygltf sees them. Every index, offset and length of the model, however it
+// was read, is checked again before it is followed (RepBuilder.cpp), because tinygltf trusts them.
 #include "VEKSceneGraph.h"
 
 #include "GlbContainer.h"
@@ -75,28 +75,74 @@ bool ReadUnsignedMember(const nlohmann::json& object, const char* key, bool requ
   return true;
 }
 
-// tinygltf takes the address of an image's bytes in its buffer view before anything checks the
-// view's range, so every view that an image names is checked in the JSON first (the buffer it
-// reads from holds exactly its declared byteLength). Anything unexpected is refused.
-bool ImageViewsWithinBuffers(const char* json, std::size_t length) {
-  // Without a backslash the key can only be spelled "images". Where it is absent, the only thing
-  // left to refuse is text that is not a JSON object, which tinygltf refuses as well when it
-  // parses the same text, so this second parse is skipped.
+// Whether every array that a "buffers" key introduces, at any depth, holds at most one object,
+// for JSON text without a backslash: there a quote always opens or closes a string, so the key has
+// no other spelling and a string ends at the next quote. Nesting is bounded before this is called,
+// so the scans of nested arrays stay linear.
+bool AtMostOneBufferPerList(std::string_view text) {
+  constexpr std::string_view kKey = "\"buffers\"";
+  const auto skipBlanks = [&](std::size_t at) {
+    const std::size_t next = text.find_first_not_of(" \t\n\r", at);
+    return next == std::string_view::npos ? text.size() : next;
+  };
+  for (std::size_t at = text.find(kKey); at != std::string_view::npos;
+       at = text.find(kKey, at + 1)) {
+    std::size_t i = skipBlanks(at + kKey.size());
+    if (i == text.size() || text[i] != ':') continue;
+    i = skipBlanks(i + 1);
+    if (i == text.size() || text[i] != '[') continue;
+    int depth = 0;
+    int objects = 0;
+    for (; i < text.size(); ++i) {
+      if (text[i] == '"') {
+        i = text.find('"', i + 1);
+        if (i == std::string_view::npos) return false;
+      } else if (text[i] == '[' || text[i] == '{') {
+        if (text[i] == '{' && depth == 1 && ++objects > 1) return false;
+        ++depth;
+      } else if ((text[i] == ']' || text[i] == '}') && --depth == 0) {
+        break;
+      }
+    }
+  }
+  return true;
+}
+
+// tinygltf copies the BIN chunk for every buffer without a URI, and takes the address of an
+// image's bytes in its buffer view before anything checks the view's range. So every buffer after
+// the first (the only one the BIN chunk may fill) must name its data, and every view an image
+// names must lie within its buffer (which holds exactly its declared byteLength). Anything
+// unexpected is refused.
+bool BuffersAndImageViewsSafe(const char* json, std::size_t length) {
+  // Text without a backslash that has no "images" key and no second buffer needs neither check;
+  // anything else that is not a JSON object tinygltf refuses as well, so the parse is skipped.
   const std::string_view text(json, length);
   if (text.find('\\') == std::string_view::npos &&
-      text.find("\"images\"") == std::string_view::npos) {
+      text.find("\"images\"") == std::string_view::npos && AtMostOneBufferPerList(text)) {
     return true;
   }
   const nlohmann::json document = nlohmann::json::parse(json, json + length, nullptr, false);
   if (!document.is_object()) {
     return false;
   }
+  const auto buffers = document.find("buffers");
+  if (buffers != document.end() && buffers->is_array()) {
+    for (std::size_t index = 1; index < buffers->size(); ++index) {
+      const nlohmann::json& buffer = (*buffers)[index];
+      if (!buffer.is_object()) {
+        return false;
+      }
+      const auto uri = buffer.find("uri");
+      if (uri == buffer.end() || !uri->is_string() || uri->get_ref<const std::string&>().empty()) {
+        return false;
+      }
+    }
+  }
   const auto images = document.find("images");
   if (images == document.end() || !images->is_array()) {
     return true;
   }
   const auto views = document.find("bufferViews");
-  const auto buffers = document.find("buffers");
   for (const nlohmann::json& image : *images) {
     if (!image.is_object() || image.find("bufferView") == image.end()) {
       continue;
@@ -175,7 +221,7 @@ VEKRep* VEKReadSceneGraph(char* bytes, int length) noexcept {
       }
     }
     if (!JsonNestingWithin(layout.json, layout.jsonLength, kMaxJsonDepth) ||
-        !ImageViewsWithinBuffers(layout.json, layout.jsonLength)) {
+        !BuffersAndImageViewsSafe(layout.json, layout.jsonLength)) {
       return nullptr;
     }
 

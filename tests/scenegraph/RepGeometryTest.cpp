@@ -123,4 +123,36 @@ TEST(RepGeometry, EveryModeIndexedOrNot) {
   }
 }
 
+TEST(RepGeometry, OutputBeyondTheBoundIsRefused) {
+  // A strip of 10,000 byte indices naming one vertex, shown by `nodes` nodes: 360,000 bytes of
+  // triangles per node, from a blob of about 11,000 bytes.
+  std::vector<unsigned char> bin = vek_test::FloatBytes({1, 2, 3});
+  bin.resize(bin.size() + 10000, 0);
+  for (const int nodes : {1, 100}) {
+    SCOPED_TRACE(nodes);
+    const Json gltf = {
+        {"asset", {{"version", "2.0"}}},
+        {"buffers", {{{"byteLength", bin.size()}}}},
+        {"bufferViews",
+         {{{"buffer", 0}, {"byteLength", 12}},
+          {{"buffer", 0}, {"byteOffset", 12}, {"byteLength", 10000}}}},
+        {"accessors",
+         {{{"bufferView", 0}, {"componentType", kFloat}, {"count", 1}, {"type", "VEC3"}},
+          {{"bufferView", 1}, {"componentType", kByte}, {"count", 10000}, {"type", "SCALAR"}}}},
+        {"meshes",
+         {{{"primitives", {{{"attributes", {{"POSITION", 0}}}, {"indices", 1}, {"mode", 5}}}}}}},
+        {"nodes", Json(nodes, {{"mesh", 0}})}};
+    const auto rep = Read(vek_test::BuildGlb(gltf.dump(), bin));
+    ASSERT_TRUE(rep);
+    std::vector<float> triangles = {42};
+    if (nodes == 1) {
+      ASSERT_EQ(VEKRepTriangles(*rep, triangles), S_OK);
+      EXPECT_EQ(triangles.size(), 9u * 9998);
+    } else {
+      EXPECT_EQ(VEKRepTriangles(*rep, triangles), E_OUTOFMEMORY);
+      EXPECT_TRUE(triangles.empty());
+    }
+  }
+}
+
 }  // namespace

@@ -252,6 +252,14 @@ TEST(SceneGraphRead, OutOfRangeIndicesOffsetsAndCyclesAreRejected) {
        [](Json& g) {
          g["nodes"][1]["translation"] = {1, 2};
        }},
+      {"second buffer in the BIN chunk",
+       [](Json& g) {
+         g["buffers"].push_back({{"byteLength", 4}});
+       }},
+      {"second buffer with an empty URI",
+       [](Json& g) {
+         g["buffers"].push_back({{"byteLength", 4}, {"uri", ""}});
+       }},
       {"external image",
        [](Json& g) {
          g["images"] = {{{"uri", "picture.png"}}};
@@ -357,6 +365,10 @@ TEST(SceneGraphRead, DataUriBufferLoads) {
   ASSERT_TRUE(rep);
   EXPECT_EQ(*rep->GetMeshes()[0].primitives[0].positions,
             (std::vector<float>{0, 0, 0.5f, 0, 1, 0.5f, 0, 2, 0.5f}));
+  // A data URI may follow the BIN chunk's buffer, which alone holds no URI.
+  gltf["buffers"].insert(gltf["buffers"].begin(), Json::object({{"byteLength", parts.bin.size()}}));
+  gltf["bufferViews"][0]["buffer"] = 1;
+  EXPECT_TRUE(Read(BuildGlb(gltf.dump(), parts.bin)));
 }
 
 // A valid document whose "extras" holds `depth` nested arrays.
