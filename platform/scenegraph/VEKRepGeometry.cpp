@@ -105,6 +105,9 @@ std::vector<int> ShownNodes(const VEKRep& rep) {
 void AppendElements(const VEKRepPrimitive& primitive, const Shape& shape, const double (&world)[16],
                     std::vector<float>& out) {
   const std::size_t n = SequenceLength(primitive, shape);
+  if (n == 0) {
+    return;
+  }
   const std::vector<float>& positions = *primitive.positions;
   const std::size_t vertexCount = positions.size() / 3;
   for (std::size_t element = 0; element < ElementCount(primitive.mode, n); ++element) {
