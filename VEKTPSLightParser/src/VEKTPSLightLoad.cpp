@@ -144,6 +144,8 @@ HRESULT VEKTPSLightParserUtil::GenerateLightModelFromBase(
 
   // The outcome is that of the last set creation; without any "AnnotationSet" it stays E_FAIL.
   HRESULT result = E_FAIL;
+  // A caller's value that is not a live set of this model (stale, garbage) is never handed on.
+  if (!VEKTPSLightContainer::IsLiveSet(*set)) *set = nullptr;
   while (position) {
     VEKLightXmlElementItf* child = root.GetChild(position);
     if (!child) break;

@@ -57,7 +57,11 @@ Core::~Core() {
 
 std::uint32_t Core::Release() noexcept {
   const std::uint32_t remaining = --references_;
-  if (remaining == 0) delete this;
+  if (remaining == 0) {
+    // From here on nobody may take the set for a live one and chain or fill it.
+    first_->AsSet()->Unlist();
+    delete this;
+  }
   return remaining;
 }
 
@@ -73,19 +77,11 @@ void Core::Adopt(LightObject* object) noexcept {
 LightObject* Core::Resolve(VEKBaseUnknown* face) const noexcept {
   if (!face) return nullptr;
   VEKComPtr<LightObject> object;
-  if (VEKFailed(face->QueryInterface(kIIDLightObject, object.ReleaseAndGetVoidAddressOf()))) return nullptr;
+  if (VEKFailed(face->QueryInterface(kIIDLightObject, object.ReleaseAndGetVoidAddressOf())))
+    return nullptr;
   // The reference taken by the query is dropped on return; the object stays alive through the
   // caller's own reference to it.
   return &object->GetCore() == this ? object.Get() : nullptr;
-}
-
-HRESULT Core::MakeLivenessToken() noexcept {
-  try {
-    liveness_ = std::make_shared<const int>(0);
-    return S_OK;
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
-  }
 }
 
 void Core::AdoptPrevious(LightSet* previous) noexcept { previous_.Attach(previous); }

@@ -34,6 +34,7 @@ constexpr int kKindCount = 6;
 
 class LightObject;
 class LightSet;
+class LiveSets;
 
 // One model: the reference count shared by a set and its objects, the objects themselves (in
 // creation order, the set first) and the set made just before this one.
@@ -59,11 +60,6 @@ class Core {
   // objects of other models.
   LightObject* Resolve(VEKBaseUnknown* face) const noexcept;
 
-  // Expires when the model is freed; lets a creator tell whether a set it remembers still lives.
-  // Fails only when memory runs out.
-  HRESULT MakeLivenessToken() noexcept;
-  std::weak_ptr<const int> Liveness() const noexcept { return liveness_; }
-
   // The set made just before this model's set, kept alive by it; null when there is none.
   LightSet* GetPrevious() const noexcept { return previous_.Get(); }
   // Takes over one reference to `previous` (may be null).
@@ -75,7 +71,6 @@ class Core {
   LightObject* first_ = nullptr;
   LightObject* last_ = nullptr;
   VEKComPtr<LightSet> previous_;
-  std::shared_ptr<const int> liveness_;
 };
 
 // The values common to the set and to every object (VEKITPSLight), and the object's place in its
@@ -190,8 +185,14 @@ class LightSet final : public LightObject, public VEKITPSLightSet, public VEKITP
   // A new model holding one new set, returned with one reference; on success it takes over the
   // caller's reference to `previous` (may be null). E_OUTOFMEMORY when memory runs out.
   static HRESULT Create(VEKBaseUnknown* father, LightSet* previous, LightSet** out) noexcept;
-  // The set behind `set` when it is one of this library; null otherwise.
+  // The set behind `set` when it is a live set of this library; null for any other value, which
+  // is never looked through.
   static LightSet* From(VEKITPSLightSet* set) noexcept;
+  // Whether `set` is the face of a set whose model has not been freed, told from the address
+  // alone.
+  static bool IsLive(const VEKITPSLightSet* set) noexcept;
+  // Unlists the set of a model whose count has reached zero, before anything of it is freed.
+  void Unlist() noexcept;
 
   HRESULT QueryInterface(const IID& iid, void** out) override;
   std::uint32_t AddRef() override { return GetCore().AddRef(); }
@@ -231,7 +232,10 @@ class LightSet final : public LightObject, public VEKITPSLightSet, public VEKITP
   // Points the index entry of `id` away from `object`, which no longer holds it.
   void Unindex(const LightObject& object, int id) noexcept;
 
+  friend class LiveSets;
   VEKBaseUnknown* father_;
+  // The registry's link to the next live set of the same bucket, disguised as LiveSets keeps it.
+  std::uintptr_t listed_ = 0;
   std::optional<VEKUnicodeString> standard_;
   VEKLightObjectList families_[kKindCount];
   // Per kind, id -> the first-created object holding it.

@@ -1,4 +1,6 @@
 // The annotation set: its families of objects, its id broker and the making of a new model.
+#include <cstdint>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -6,16 +8,101 @@
 
 namespace VEKModelDetail {
 
+// The sets of every live model in the process, so that a pointer handed in from outside (a
+// caller's stale or uninitialised *out or set) is recognised without being looked through: a hash
+// table of buckets chaining the sets through a link each set carries. Inserting never allocates
+// and so never fails; the buckets start in static storage and grow (never shrinking) only past 64
+// live sets, so a load's allocations do not depend on what earlier loads did. Addresses are kept
+// complemented: the table must not pass for a reference to a set a host forgot to release, or
+// leak checkers would stop reporting it.
+class LiveSets {
+ public:
+  // Never destroyed, so that a model freed while the process exits still finds it.
+  static LiveSets& Instance() noexcept {
+    alignas(LiveSets) static unsigned char storage[sizeof(LiveSets)];
+    static LiveSets* const instance = new (storage) LiveSets();
+    return *instance;
+  }
+
+  void Add(LightSet& set) noexcept {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (count_ == bucketCount_) Grow();
+    Link(set);
+    ++count_;
+  }
+  void Remove(LightSet& set) noexcept {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (std::uintptr_t* link = &buckets_[BucketOf(&set)]; *link; link = &Reveal(*link)->listed_) {
+      if (Reveal(*link) == &set) {
+        *link = set.listed_;
+        --count_;
+        return;
+      }
+    }
+  }
+  bool Contains(const VEKITPSLightSet* face) noexcept {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    // Only listed sets are read while walking, never `face` itself.
+    for (std::uintptr_t link = buckets_[BucketOf(face)]; link; link = Reveal(link)->listed_) {
+      if (static_cast<const VEKITPSLightSet*>(Reveal(link)) == face) return true;
+    }
+    return false;
+  }
+
+ private:
+  static constexpr std::size_t kInitialBuckets = 64;
+
+  static std::uintptr_t Disguise(LightSet* set) noexcept {
+    return ~reinterpret_cast<std::uintptr_t>(set);
+  }
+  static LightSet* Reveal(std::uintptr_t disguised) noexcept {
+    return reinterpret_cast<LightSet*>(~disguised);
+  }
+  // Sets are found by the address of their VEKITPSLightSet face, the one callers hold.
+  std::size_t BucketOf(const VEKITPSLightSet* face) const noexcept {
+    const std::uint64_t mixed = reinterpret_cast<std::uintptr_t>(face) * 0x9E3779B97F4A7C15ull;
+    return static_cast<std::size_t>(mixed >> 32) & (bucketCount_ - 1);
+  }
+  void Link(LightSet& set) noexcept {
+    std::uintptr_t& bucket = buckets_[BucketOf(&set)];
+    set.listed_ = bucket;
+    bucket = Disguise(&set);
+  }
+  // Twice the buckets; when memory runs out the chains just grow longer.
+  void Grow() noexcept {
+    const std::size_t count = bucketCount_ * 2;
+    std::uintptr_t* grown = new (std::nothrow) std::uintptr_t[count]();
+    if (!grown) return;
+    std::uintptr_t* const old = buckets_;
+    const std::size_t oldCount = bucketCount_;
+    buckets_ = grown;
+    bucketCount_ = count;
+    for (std::size_t bucket = 0; bucket < oldCount; ++bucket) {
+      for (std::uintptr_t link = old[bucket]; link;) {
+        LightSet* set = Reveal(link);
+        link = set->listed_;
+        Link(*set);
+      }
+    }
+    if (old != initial_) delete[] old;
+  }
+
+  std::mutex mutex_;
+  std::uintptr_t initial_[kInitialBuckets] = {};
+  std::uintptr_t* buckets_ = initial_;
+  std::size_t bucketCount_ = kInitialBuckets;
+  std::size_t count_ = 0;
+};
+
 HRESULT LightSet::Create(VEKBaseUnknown* father, LightSet* previous, LightSet** out) noexcept {
   *out = nullptr;
   std::unique_ptr<Core> core(new (std::nothrow) Core());
   if (!core) return E_OUTOFMEMORY;
-  const HRESULT result = core->MakeLivenessToken();
-  if (VEKFailed(result)) return result;
   LightSet* set = new LightSet(*core, father);
   if (!set) return E_OUTOFMEMORY;
   Core* model = core.release();
   model->Adopt(set);
+  LiveSets::Instance().Add(*set);
   model->AdoptPrevious(previous);
   model->AddRef();
   *out = set;
@@ -23,12 +110,14 @@ HRESULT LightSet::Create(VEKBaseUnknown* father, LightSet* previous, LightSet** 
 }
 
 LightSet* LightSet::From(VEKITPSLightSet* set) noexcept {
-  if (!set) return nullptr;
-  VEKComPtr<LightObject> object;
-  if (VEKFailed(set->QueryInterface(kIIDLightObject, object.ReleaseAndGetVoidAddressOf()))) return nullptr;
-  // The caller's reference keeps the set alive once the query's reference is dropped.
-  return object->AsSet();
+  return IsLive(set) ? static_cast<LightSet*>(set) : nullptr;
 }
+
+bool LightSet::IsLive(const VEKITPSLightSet* set) noexcept {
+  return set && LiveSets::Instance().Contains(set);
+}
+
+void LightSet::Unlist() noexcept { LiveSets::Instance().Remove(*this); }
 
 HRESULT LightSet::QueryInterface(const IID& iid, void** out) {
   return Answer(
