@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "VEKComPtr.h"
+#include "VEKIdIndex.h"
 #include "VEKTPSLightModel.h"
 
 namespace VEKModelDetail {
@@ -153,31 +154,6 @@ class CaptureFace : public VEKITPSLightCapture {
 
  protected:
   virtual HRESULT SetGraphicRep(VEKRep* rep) = 0;
-};
-
-// A map from id to object for one kind: open addressing with linear probing in one flat array, so
-// a look-up usually touches one cache line instead of a bucket and a separate node.
-class IdIndex {
- public:
-  // The entry of `id`, or null when there is none.
-  LightObject** Find(int id) noexcept;
-  // The entry of `id`, made with `object` (not null) when absent; `second` tells whether it was
-  // made. Throws std::bad_alloc when the table cannot grow (nothing is then changed).
-  std::pair<LightObject**, bool> TryEmplace(int id, LightObject* object);
-  // Removes the entry of `id`, if any.
-  void Erase(int id) noexcept;
-
- private:
-  struct Slot {
-    LightObject* object = nullptr;  // null: free
-    int id = 0;
-  };
-  std::size_t Home(int id) const noexcept;
-  std::size_t SlotOf(int id) const noexcept;
-  void Grow();
-
-  std::vector<Slot> slots_;
-  std::size_t count_ = 0;
 };
 
 class LightSet final : public LightObject, public VEKITPSLightSet, public VEKITPSIdBroker {

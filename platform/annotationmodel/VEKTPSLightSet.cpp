@@ -125,62 +125,6 @@ HRESULT LightSet::QueryInterface(const IID& iid, void** out) {
       {FaceOf<VEKITPSLightSet>(this), FaceOf<VEKITPSLight>(this), FaceOf<VEKITPSIdBroker>(this)});
 }
 
-std::size_t IdIndex::Home(int id) const noexcept {
-  // Fibonacci hashing spreads runs of consecutive ids over the table.
-  const std::uint64_t mixed = static_cast<std::uint32_t>(id) * 0x9E3779B97F4A7C15ull;
-  return static_cast<std::size_t>(mixed >> 32) & (slots_.size() - 1);
-}
-
-// The slot holding `id`, or the free slot that ends its probe sequence; the table is not empty.
-std::size_t IdIndex::SlotOf(int id) const noexcept {
-  const std::size_t mask = slots_.size() - 1;
-  std::size_t slot = Home(id);
-  while (slots_[slot].object && slots_[slot].id != id) slot = (slot + 1) & mask;
-  return slot;
-}
-
-LightObject** IdIndex::Find(int id) noexcept {
-  if (count_ == 0) return nullptr;
-  Slot& slot = slots_[SlotOf(id)];
-  return slot.object ? &slot.object : nullptr;
-}
-
-std::pair<LightObject**, bool> IdIndex::TryEmplace(int id, LightObject* object) {
-  if (LightObject** found = Find(id)) return {found, false};
-  // At most half full, so probe sequences stay short.
-  if ((count_ + 1) * 2 > slots_.size()) Grow();
-  Slot& slot = slots_[SlotOf(id)];
-  slot = Slot{object, id};
-  ++count_;
-  return {&slot.object, true};
-}
-
-void IdIndex::Erase(int id) noexcept {
-  if (count_ == 0) return;
-  const std::size_t mask = slots_.size() - 1;
-  std::size_t hole = SlotOf(id);
-  if (!slots_[hole].object) return;
-  // Backward shift: later entries of the same run move into the hole unless their home lies
-  // cyclically after it, so no probe sequence is ever broken.
-  for (std::size_t next = (hole + 1) & mask; slots_[next].object; next = (next + 1) & mask) {
-    const std::size_t home = Home(slots_[next].id);
-    const bool stays = hole <= next ? (hole < home && home <= next) : (hole < home || home <= next);
-    if (stays) continue;
-    slots_[hole] = slots_[next];
-    hole = next;
-  }
-  slots_[hole] = Slot{};
-  --count_;
-}
-
-void IdIndex::Grow() {
-  std::vector<Slot> old(slots_.empty() ? 16 : slots_.size() * 2);
-  old.swap(slots_);
-  for (const Slot& entry : old) {
-    if (entry.object) slots_[SlotOf(entry.id)] = entry;
-  }
-}
-
 HRESULT LightSet::Adopt(LightObject* object) noexcept {
   const HRESULT result = families_[object->Kind() - 1].Append(object->Identity());
   if (VEKFailed(result)) {
