@@ -17,7 +17,7 @@ HRESULT CreateInSet(Face** out, VEKITPSLightSet* set) noexcept {
   // garbage) is refused without being looked through.
   LightSet* owner = LightSet::From(set);
   if (!owner) return E_INVALIDARG;
-  Object* object = new Object(*owner);
+  Object* object = new Object(owner->GetCore());
   if (!object) return E_OUTOFMEMORY;
   const HRESULT result = owner->Adopt(object);
   if (VEKFailed(result)) return result;

@@ -112,29 +112,6 @@ HRESULT LightObject::SetStatus(unsigned short status) {
 
 HRESULT LightObject::SetUuid(const wchar_t* uuid) { return CopyText(uuid_, uuid); }
 
-HRESULT LightObject::Answer(const IID& iid, void** out,
-                            std::initializer_list<Face> faces) noexcept {
-  if (!out) return E_POINTER;
-  *out = nullptr;
-  void* answer = nullptr;
-  if (iid == VEKBaseUnknown::kIID) {
-    answer = faces.begin()->face;
-  } else if (iid == kIIDLightObject) {
-    answer = this;
-  } else {
-    for (const Face& face : faces) {
-      if (*face.iid == iid) {
-        answer = face.face;
-        break;
-      }
-    }
-  }
-  if (!answer) return E_NOINTERFACE;
-  core_.AddRef();
-  *out = answer;
-  return S_OK;
-}
-
 HRESULT LightObject::AddLink(VEKLightObjectList& list, VEKBaseUnknown* object) noexcept {
   LightObject* target = core_.Resolve(object);
   if (!target) return E_INVALIDARG;
@@ -142,12 +119,6 @@ HRESULT LightObject::AddLink(VEKLightObjectList& list, VEKBaseUnknown* object) n
 }
 
 LightSet& LightObject::Set() const noexcept { return *core_.First()->AsSet(); }
-
-HRESULT Annotation::QueryInterface(const IID& iid, void** out) {
-  return Answer(iid, out,
-                {FaceOf<VEKITPSLightAnnotation>(this), FaceOf<VEKITPSLight>(this),
-                 FaceOf<VEKITPSLightModel>(this)});
-}
 
 HRESULT Annotation::SetValue(double value) {
   value_ = value;
@@ -191,10 +162,6 @@ HRESULT Annotation::SetOrderGroup(VEKLightObjectList* group) {
 
 HRESULT Annotation::SetView(VEKITPSLightView* view) { return AddLink(views_, view); }
 
-HRESULT View::QueryInterface(const IID& iid, void** out) {
-  return Answer(iid, out, {FaceOf<VEKITPSLightView>(this), FaceOf<VEKITPSLight>(this)});
-}
-
 HRESULT View::SetOrigin(double x, double y, double z) { return StoreVector(origin_, x, y, z); }
 
 HRESULT View::SetNormal(double x, double y, double z) { return StoreVector(normal_, x, y, z); }
@@ -206,10 +173,6 @@ HRESULT View::SetDirection(double x, double y, double z) {
 HRESULT View::AddTPS(VEKBaseUnknown* annotation) { return AddLink(annotations_, annotation); }
 
 HRESULT View::AddCapture(VEKBaseUnknown* capture) { return AddLink(captures_, capture); }
-
-HRESULT TTRS::QueryInterface(const IID& iid, void** out) {
-  return Answer(iid, out, {FaceOf<VEKITPSLightTTRS>(this), FaceOf<VEKITPSLight>(this)});
-}
 
 HRESULT TTRS::AddGeometry(VEKRawCollint* ids) {
   // Owned from here on: when it cannot be stored it is freed, never handed back.
@@ -227,29 +190,17 @@ const VEKRawCollint* TTRS::GetGeometry(int index) const {
   return geometries_[static_cast<std::size_t>(index)].get();
 }
 
-HRESULT RefFrame::QueryInterface(const IID& iid, void** out) {
-  return Answer(iid, out, {FaceOf<VEKITPSLightRefFrame>(this), FaceOf<VEKITPSLight>(this)});
-}
-
 HRESULT RefFrame::AddDatum(VEKBaseUnknown* datum) { return AddLink(datums_, datum); }
 
 HRESULT RefFrame::AddTTRS(int ttrsId) { return AppendNumber(ttrs_, ttrsId); }
 
 HRESULT RefFrame::SetAttribute(const wchar_t* text) { return CopyText(attribute_, text); }
 
-HRESULT CG::QueryInterface(const IID& iid, void** out) {
-  return Answer(iid, out, {FaceOf<VEKITPSLightCG>(this), FaceOf<VEKITPSLight>(this)});
-}
-
 HRESULT CG::AddTTRS(int ttrsId) { return AppendNumber(ttrs_, ttrsId); }
 
 HRESULT CG::AddTRep(int repId) { return AppendNumber(treps_, repId); }
 
 HRESULT CG::SetAttribute(const wchar_t* text) { return CopyText(attribute_, text); }
-
-HRESULT Capture::QueryInterface(const IID& iid, void** out) {
-  return Answer(iid, out, {FaceOf<VEKITPSLightCapture>(this), FaceOf<VEKITPSLight>(this)});
-}
 
 HRESULT Capture::AddTPS(VEKBaseUnknown* annotation) { return AddLink(annotations_, annotation); }
 

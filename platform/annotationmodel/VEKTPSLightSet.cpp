@@ -119,12 +119,6 @@ bool LightSet::IsLive(const VEKITPSLightSet* set) noexcept {
 
 void LightSet::Unlist() noexcept { LiveSets::Instance().Remove(*this); }
 
-HRESULT LightSet::QueryInterface(const IID& iid, void** out) {
-  return Answer(
-      iid, out,
-      {FaceOf<VEKITPSLightSet>(this), FaceOf<VEKITPSLight>(this), FaceOf<VEKITPSIdBroker>(this)});
-}
-
 HRESULT LightSet::Adopt(LightObject* object) noexcept {
   const HRESULT result = families_[object->Kind() - 1].Append(object->Identity());
   if (VEKFailed(result)) {
