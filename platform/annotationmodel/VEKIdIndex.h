@@ -35,6 +35,7 @@ class IdIndex {
 
   // The entry of `id`, or null when there is none.
   LightObject** Find(int id) noexcept;
+  LightObject* const* Find(int id) const noexcept { return const_cast<IdIndex*>(this)->Find(id); }
   // The entry of `id`, made with `object` (not null) when absent; `second` tells whether it was
   // made. Throws std::bad_alloc when memory runs out (nothing is then changed).
   std::pair<LightObject**, bool> TryEmplace(int id, LightObject* object);

@@ -211,6 +211,7 @@ class LightSet final : public ModelObject<kKindSet, VEKITPSLightSet, VEKITPSIdBr
     return unresolved_;
   }
   const std::vector<VEKTPSLightUnresolved>& GetDuplicateIds() const override { return duplicates_; }
+  VEKBaseUnknown* FindObject(int id, int kind) const override;
 
   HRESULT GetObjectFromId(int id, int kind, VEKBaseUnknown** out) override;
 

@@ -179,17 +179,19 @@ HRESULT LightSet::GetPreviousSet(VEKITPSLightSet** out) const {
   return S_OK;
 }
 
+VEKBaseUnknown* LightSet::FindObject(int id, int kind) const {
+  if (kind < 1 || kind > kKindCount) return nullptr;
+  LightObject* const* found = indexes_[kind - 1].Find(id);
+  return found ? (*found)->Identity() : nullptr;
+}
+
 HRESULT LightSet::GetObjectFromId(int id, int kind, VEKBaseUnknown** out) {
   if (!out) return E_POINTER;
   *out = nullptr;
-  if (kind >= 1 && kind <= kKindCount) {
-    LightObject* const* found = indexes_[kind - 1].Find(id);
-    if (found) {
-      VEKBaseUnknown* identity = (*found)->Identity();
-      identity->AddRef();
-      *out = identity;
-      return S_OK;
-    }
+  if (VEKBaseUnknown* identity = FindObject(id, kind)) {
+    identity->AddRef();
+    *out = identity;
+    return S_OK;
   }
   try {
     unresolved_.push_back({id, kind});
