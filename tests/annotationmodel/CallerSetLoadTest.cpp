@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstring>
 
 #include "ModelTestSupport.h"
 #include "ScratchDirectory.h"
@@ -39,18 +38,8 @@ class CallerSetLoad : public testing::Test {
 };
 
 TEST_F(CallerSetLoad, ValuesThatAreNotLiveSetsAreNeverHandedOn) {
-  VEKITPSLightSet* freed = MakeSet(MakeContainer().Get()).Get();  // released to zero here
   alignas(std::max_align_t) unsigned char stackBytes[64];
-  std::memset(stackBytes, 0xA5, sizeof stackBytes);
-  const struct {
-    const char* what;
-    VEKITPSLightSet* value;
-  } kCallerValues[] = {
-      {"freed set", freed},
-      {"small integer", reinterpret_cast<VEKITPSLightSet*>(0x1234)},
-      {"stack bytes", reinterpret_cast<VEKITPSLightSet*>(stackBytes)},
-  };
-  for (const auto& caller : kCallerValues) {
+  for (const vek_model_test::StraySet& caller : vek_model_test::StraySets(stackBytes)) {
     SCOPED_TRACE(caller.what);
     VEKITPSLightSet* slot = caller.value;
     {

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstring>
+#include <vector>
 
 #include "FailingAllocator.h"
 #include "ModelTestSupport.h"
@@ -225,27 +225,19 @@ TEST(ModelChaining, ASetMadeOverTheLastOneKeepsIt) {
 TEST(ModelChaining, OtherValuesAreNeverLookedThrough) {
   auto container = MakeContainer();
   VEKComPtr<VEKITPSLightSet> live = MakeSet(container.Get());
-  VEKITPSLightSet* freed = MakeSet(container.Get()).Get();  // released to zero on this line
   vek_test::RecordingContainer recording;
   VEKComPtr<VEKITPSLightSet> recordedSet;
   ASSERT_EQ(recording.CreateLightSet(recordedSet.ReleaseAndGetAddressOf(), nullptr), S_OK);
-  alignas(std::max_align_t) unsigned char stackBytes[64];
-  std::memset(stackBytes, 0xA5, sizeof stackBytes);
   auto annotation = Create<VEKITPSLightAnnotation>(container.Get(), live.Get());
+  alignas(std::max_align_t) unsigned char stackBytes[64];
+  std::vector<vek_model_test::StraySet> others = vek_model_test::StraySets(stackBytes);
+  others.push_back({"another model's set", recordedSet.Get()});
+  others.push_back(
+      {"an object, not its set", reinterpret_cast<VEKITPSLightSet*>(annotation.Get())});
 
   EXPECT_TRUE(VEKTPSLightContainer::IsLiveSet(live.Get()));
   EXPECT_FALSE(VEKTPSLightContainer::IsLiveSet(nullptr));
-  const struct {
-    const char* what;
-    VEKITPSLightSet* value;
-  } kOthers[] = {
-      {"freed set", freed},
-      {"small integer", reinterpret_cast<VEKITPSLightSet*>(0x1234)},
-      {"stack bytes", reinterpret_cast<VEKITPSLightSet*>(stackBytes)},
-      {"another model's set", recordedSet.Get()},
-      {"an object, not its set", reinterpret_cast<VEKITPSLightSet*>(annotation.Get())},
-  };
-  for (const auto& other : kOthers) {
+  for (const vek_model_test::StraySet& other : others) {
     SCOPED_TRACE(other.what);
     EXPECT_FALSE(VEKTPSLightContainer::IsLiveSet(other.value));
     VEKComPtr<VEKITPSLightTTRS> ttrs;
