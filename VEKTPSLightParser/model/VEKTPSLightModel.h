@@ -115,13 +115,13 @@ class VEK_API VEKITPSLightSet : public VEKBaseUnknown {
   virtual HRESULT GetPreviousSet(VEKITPSLightSet** out) const = 0;
   // Every failed id-broker lookup, in order.
   virtual const std::vector<VEKTPSLightUnresolved>& GetUnresolvedReferences() const = 0;
+  // Every (id, kind) given to an object when another object of the same kind already had it, in
+  // order.
+  virtual const std::vector<VEKTPSLightUnresolved>& GetDuplicateIds() const = 0;
   // The object of `kind` (VEKTPSLightKind) whose id is `id`, as its identity and without adding a
   // reference: the first created when several share the id, as the id broker answers, but nothing
   // is recorded. Null when there is none.
   virtual VEKBaseUnknown* FindObject(int id, int kind) const = 0;
-  // Every (id, kind) given to an object when another object of the same kind already had it, in
-  // order.
-  virtual const std::vector<VEKTPSLightUnresolved>& GetDuplicateIds() const = 0;
 };
 
 // Finds the objects of one set by the id given through VEKITPSLight::SetId.
