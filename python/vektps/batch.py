@@ -15,8 +15,8 @@ with it, the cluster at ADDRESS does (its workers must import vektps and read th
 
 import argparse
 import base64
-import contextlib
 import binascii
+import contextlib
 import datetime
 import glob
 import gzip
@@ -29,6 +29,8 @@ import sys
 import tempfile
 import time
 import zlib
+
+from . import _document
 
 # Names that are documents whatever their first bytes hold.
 DOCUMENT_SUFFIXES = (".xml", ".b64", ".zlib", ".z")
@@ -124,10 +126,8 @@ def document_record(path):
     """One document's JSON record as a line of text, and whether it loaded. The record holds
     path, schema, form, result, error (null, or message, line and column), sets (those of
     ``vektps json``, spliced in as the export wrote them) and diagnostics."""
-    from vektps import _vektps
-
     try:
-        document = _vektps.load(path)
+        document = _document(path)
         loaded = document.loaded
         head = {"path": path, "schema": document.schema, "form": document.form,
                 "result": f"0x{document.result:08x}",
@@ -146,7 +146,9 @@ def document_record(path):
 
 
 def process_batch(paths):
-    """Loads one batch of documents; returns its part (gzipped JSON Lines) and its counts."""
+    """Loads one batch of documents; returns its part (gzipped JSON Lines) and its counts. The
+    fastest compression: it costs a third of what the default level does, for a part a quarter
+    larger."""
     lines = []
     loaded = 0
     for path in paths:
@@ -154,7 +156,7 @@ def process_batch(paths):
         lines.append(line)
         loaded += ok
     data = "".join(line + "\n" for line in lines).encode("utf-8")
-    return {"data": gzip.compress(data, compresslevel=6, mtime=0),
+    return {"data": gzip.compress(data, compresslevel=1, mtime=0),
             "documents": len(paths), "loaded": loaded}
 
 
@@ -176,7 +178,7 @@ def _process_alone(client, batch, digest):
             continue
         lines.append(gzip.decompress(result["data"]))
         loaded += result["loaded"]
-    return {"data": gzip.compress(b"".join(lines), compresslevel=6, mtime=0),
+    return {"data": gzip.compress(b"".join(lines), compresslevel=1, mtime=0),
             "documents": len(batch), "loaded": loaded}
 
 
@@ -247,6 +249,11 @@ class Progress:
         self.skipped = 0
         self.shown = 0.0
 
+    def begin(self, skipped):
+        """The rate counts from now, without the `skipped` documents done earlier."""
+        self.start = time.monotonic()
+        self.skipped = skipped
+
     def update(self, done, final=False):
         now = time.monotonic()
         if not final and now - self.shown < 0.2:
@@ -290,12 +297,12 @@ def run(paths, outdir, batch_size, connect, progress=None):
 
     record_complete()
     done = sum(entry["documents"] for entry in complete.values())
-    if progress:
-        progress.skipped = done
     if pending:
         from distributed import KilledWorker, as_completed
 
         with connect() as client:
+            if progress:
+                progress.begin(done)
             futures = {client.submit(process_batch, batch, key=f"vektps-part-{digest}-{name}"):
                        (name, batch, digest) for name, batch, digest in pending}
             for future in as_completed(list(futures)):
