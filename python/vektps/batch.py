@@ -139,9 +139,9 @@ def document_record(path):
                                  ensure_ascii=False)
         del document
     except Exception as error:  # noqa: BLE001 - any failure is this document's, never the batch's
-        return json.dumps(_error_record(path, f"{type(error).__name__}: {error}"),
-                          ensure_ascii=False), False
-    text = json.dumps(head, ensure_ascii=False)
+        return json.dumps(_error_record(path, f"{type(error).__name__}: {error}")), False
+    # Escaped to ASCII: a path that is not UTF-8 holds surrogates, written as \udcXX.
+    text = json.dumps(head)
     return f'{text[:-1]}, "sets": {sets}, "diagnostics": {diagnostics}}}', loaded
 
 
@@ -174,7 +174,7 @@ def _process_alone(client, batch, digest):
             result = future.result()
         except KilledWorker:
             record = _error_record(path, "every worker that loaded this document died")
-            lines.append((json.dumps(record, ensure_ascii=False) + "\n").encode("utf-8"))
+            lines.append((json.dumps(record) + "\n").encode("utf-8"))
             continue
         lines.append(gzip.decompress(result["data"]))
         loaded += result["loaded"]
