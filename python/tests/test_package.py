@@ -5,12 +5,13 @@ import subprocess
 import sys
 
 import vektps
+from conftest import NATIVE, TOOL
 
 BUILD_DIR = os.path.dirname(os.path.dirname(os.path.dirname(vektps.__file__)))
 
 
 def test_version_matches_the_tool():
-    tool = subprocess.run([os.environ["VEKTPS_TOOL"], "--version"], capture_output=True, text=True)
+    tool = subprocess.run([TOOL, "--version"], capture_output=True, text=True, env=NATIVE)
     assert vektps.__version__ and vektps.__version__ in tool.stdout
 
 
@@ -19,7 +20,9 @@ def test_installed_package_finds_its_libraries(tmp_path):
                    capture_output=True)
     package = tmp_path / "lib" / "python3" / "dist-packages"
     assert (package / "vektps" / "py.typed").exists()
-    environment = {"PATH": os.environ["PATH"], "PYTHONPATH": str(package)}
+    environment = {name: value for name, value in os.environ.items()
+                   if name in ("PATH", "LD_PRELOAD", "ASAN_OPTIONS", "UBSAN_OPTIONS")}
+    environment["PYTHONPATH"] = str(package)
     document = os.path.join(os.environ["VEKTPS_DOCUMENTS"], "bracket.xml")
     imported = subprocess.run(
         [sys.executable, "-c", "import sys, vektps; print(vektps.__file__);"
