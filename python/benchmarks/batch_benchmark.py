@@ -7,17 +7,22 @@ Generates the documents once into a scratch directory (current and legacy schema
 forms), then times, each over the same files: a plain loop over vektps.load; a plain loop making
 the batch's records (load, JSON, gzip); the batch command on a local cluster of 1 and 2 workers;
 and the batch command on a scheduler and 2 workers started beforehand as separate processes.
-Batch times are the whole command, cluster start included, and its manifest's seconds.
+Each is timed in wall-clock seconds and in CPU seconds of every process taking part (the command,
+its workers, the scheduler), the best of several runs: on a shared machine the CPU time tells the
+cost apart from the waiting. The batch command's start is measured apart, on one document.
 """
 
 import argparse
-import json
 import os
+import resource
+import shutil
 import signal
 import subprocess
 import sys
 import tempfile
 import time
+
+import psutil
 
 import vektps
 from vektps import batch
@@ -37,19 +42,35 @@ def generate(generator, directory, documents, objects):
     return paths
 
 
-def timed(work):
-    start = time.perf_counter()
-    work()
-    return time.perf_counter() - start
+def cpu_seconds(cluster):
+    """CPU seconds so far of this process, of its finished children, and of the processes of
+    `cluster` with everything they started."""
+    own = time.process_time()
+    children = resource.getrusage(resource.RUSAGE_CHILDREN)
+    total = own + children.ru_utime + children.ru_stime
+    for process in cluster:
+        root = psutil.Process(process.pid)
+        for member in [root, *root.children(recursive=True)]:
+            times = member.cpu_times()
+            total += times.user + times.system
+    return total
 
 
-def run_command(arguments):
-    """Seconds of the whole batch command, and its manifest's seconds."""
-    outdir = arguments[arguments.index("-o") + 1]
-    seconds = timed(lambda: subprocess.run([sys.executable, "-m", "vektps.batch", *arguments],
-                                           check=True))
-    with open(os.path.join(outdir, "manifest.json")) as file:
-        return seconds, json.load(file)["seconds"]
+def best_of(runs, work, cluster=()):
+    """The shortest wall-clock and the least CPU seconds of `runs` runs of `work`."""
+    walls, cpus = [], []
+    for _ in range(runs):
+        cpu, wall = cpu_seconds(cluster), time.perf_counter()
+        work()
+        walls.append(time.perf_counter() - wall)
+        cpus.append(cpu_seconds(cluster) - cpu)
+    return min(walls), min(cpus)
+
+
+def run_command(arguments, outdir):
+    """Runs the batch command into a fresh OUTDIR."""
+    shutil.rmtree(outdir, ignore_errors=True)
+    subprocess.run([sys.executable, "-m", "vektps.batch", *arguments, "-o", outdir], check=True)
 
 
 def external_cluster(scratch, workers):
@@ -87,45 +108,56 @@ def main():
     parser.add_argument("--documents", type=int, default=1000)
     parser.add_argument("--objects", type=int, default=100)
     parser.add_argument("--batch-size", type=int, default=100)
+    parser.add_argument("--runs", type=int, default=3)
     arguments = parser.parse_args()
 
     with tempfile.TemporaryDirectory() as scratch:
         corpus = os.path.join(scratch, "corpus")
+        single = os.path.join(scratch, "single")
+        outdir = os.path.join(scratch, "out")
         os.mkdir(corpus)
+        os.mkdir(single)
         paths = generate(arguments.generate, corpus, arguments.documents, arguments.objects)
+        shutil.copy(paths[0], single)
+        count = len(paths)
         megabytes = sum(os.path.getsize(path) for path in paths) / 1e6
-        print(f"{len(paths)} documents of {arguments.objects} objects, {megabytes:.1f} MB "
-              f"on disk, batch size {arguments.batch_size}")
-        rows = []
-        for path in paths:  # warm the page cache
+        print(f"{count} documents of {arguments.objects} objects, {megabytes:.1f} MB on disk, "
+              f"batch size {arguments.batch_size}, best of {arguments.runs} runs, load average "
+              f"{os.getloadavg()[0]:.1f} on {os.cpu_count()} CPUs")
+        for path in paths:  # the page cache holds every document from here on
             vektps.load(path)
-        rows.append(("plain loop over vektps.load",
-                     timed(lambda: [vektps.load(path) for path in paths]), None))
-        rows.append(("plain loop making the records (load, JSON, gzip)",
-                     timed(lambda: [batch.process_batch(paths[k:k + arguments.batch_size])
-                                    for k in range(0, len(paths), arguments.batch_size)]), None))
-        common = [corpus, "--batch-size", str(arguments.batch_size)]
+        rows = [("plain loop over vektps.load",
+                 best_of(arguments.runs, lambda: [vektps.load(path) for path in paths]), None),
+                ("plain loop making the records (load, JSON, gzip)",
+                 best_of(arguments.runs, lambda: [
+                     batch.process_batch(paths[k:k + arguments.batch_size])
+                     for k in range(0, count, arguments.batch_size)]), None)]
+
+        def measure(name, options, cluster=()):
+            start = best_of(2, lambda: run_command([single, *options], outdir), cluster)
+            whole = best_of(arguments.runs, lambda: run_command(
+                [corpus, "--batch-size", str(arguments.batch_size), *options], outdir), cluster)
+            rows.append((name, whole, start))
+
         for workers in (1, 2):
-            outdir = os.path.join(scratch, f"local{workers}")
-            total, inside = run_command([*common, "-o", outdir, "--workers", str(workers)])
-            rows.append((f"vektps.batch, local cluster, {workers} worker(s)", total, inside))
+            measure(f"vektps.batch, local cluster, {workers} worker(s)",
+                    ["--workers", str(workers)])
         address, processes = external_cluster(scratch, 2)
         try:
-            outdir = os.path.join(scratch, "external")
-            total, inside = run_command([*common, "-o", outdir, "--scheduler", address])
-            rows.append(("vektps.batch, external scheduler, 2 workers", total, inside))
+            measure("vektps.batch, external scheduler, 2 workers", ["--scheduler", address],
+                    processes)
         finally:
             stop(processes)
 
-        loop = rows[1][1]
-        print(f"{'':52} {'seconds':>8} {'docs/s':>8} {'run s':>8} {'vs loop':>8}")
-        for name, seconds, inside in rows:
-            ratio = f"{seconds / loop:.2f}x"
-            run = f"{inside:.2f}" if inside is not None else "-"
-            print(f"{name:52} {seconds:8.2f} {len(paths) / seconds:8.0f} {run:>8} {ratio:>8}")
-        per_document = (rows[2][1] - loop) / len(paths) * 1e3
-        print(f"overhead of a 1-worker local cluster over the record loop: "
-              f"{per_document:.2f} ms per document (command start and cluster start included)")
+        record_cpu = rows[1][1][1]
+        print(f"{'':50} {'wall s':>7} {'docs/s':>7} {'CPU s':>6} {'CPU ms/doc':>10} "
+              f"{'start wall/CPU s':>17} {'CPU ms/doc over loop':>21}")
+        for name, (wall, cpu), start in rows:
+            line = f"{name:50} {wall:7.2f} {count / wall:7.0f} {cpu:6.2f} {cpu / count * 1e3:10.2f}"
+            if start:
+                overhead = (cpu - start[1] - record_cpu) / count * 1e3
+                line += f" {start[0]:8.2f} / {start[1]:5.2f} {overhead:21.2f}"
+            print(line)
 
 
 if __name__ == "__main__":
