@@ -30,7 +30,8 @@ Json Optional(const std::optional<VEKVector3>& value) {
 // A linked object is written as its id; null when it has none.
 Json IdOf(VEKBaseUnknown* object) {
   VEKComPtr<VEKITPSLight> light;
-  if (!object || VEKFailed(object->QueryInterface(VEKITPSLight::kIID, light.ReleaseAndGetVoidAddressOf())))
+  if (!object ||
+      VEKFailed(object->QueryInterface(VEKITPSLight::kIID, light.ReleaseAndGetVoidAddressOf())))
     return nullptr;
   return Optional(light->GetId());
 }
@@ -93,7 +94,8 @@ void AddFamily(VEKITPSLightAnnotation& annotation, Json& out) {
   out["ttrs"] = annotation.GetTTRS();
   out["graphic"] = Rep(annotation.GetGraphicRep());
   VEKComPtr<VEKITPSLightModel> links;
-  if (VEKSucceeded(annotation.QueryInterface(VEKITPSLightModel::kIID, links.ReleaseAndGetVoidAddressOf()))) {
+  if (VEKSucceeded(
+          annotation.QueryInterface(VEKITPSLightModel::kIID, links.ReleaseAndGetVoidAddressOf()))) {
     out["views"] = Ids(links->GetViews());
     const VEKLightObjectList* group = links->GetOrderGroup();
     out["orderGroup"] = group ? Ids(*group) : Json(nullptr);
@@ -218,4 +220,13 @@ HRESULT VEKExportLoadToJson(VEKTPSLightSchema schema, HRESULT loadResult, VEKITP
   } catch (...) {
     return E_FAIL;
   }
+}
+
+HRESULT VEKExportDocumentToJson(const VEKTPSLightDocument& document, bool pretty,
+                                std::string& json) noexcept {
+  const std::optional<VEKTPSLightSchema> schema = document.Schema();
+  if (!schema) return E_FAIL;
+  const auto& sets = document.Sets();
+  return VEKExportLoadToJson(*schema, document.Result(), sets.empty() ? nullptr : sets.back().Get(),
+                             pretty, json);
 }

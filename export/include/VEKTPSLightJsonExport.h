@@ -5,10 +5,9 @@
 #include <vector>
 
 #include "VEKComPtr.h"
+#include "VEKTPSLightDocument.h"
 #include "VEKTPSLightModel.h"
 #include "VEKTypes.h"
-
-enum class VEKTPSLightSchema { Current, Legacy };
 
 // Writes one load's result as a JSON object into `json`:
 //   {"schema": "current"|"legacy", "result": "0x%08x", "sets": [SET, ...]}
@@ -25,3 +24,8 @@ VEK_API HRESULT VEKExportLoadToJson(VEKTPSLightSchema schema, HRESULT loadResult
 // empty.
 VEK_API HRESULT VEKGetSetsOfLoad(VEKITPSLightSet* lastSet,
                                  std::vector<VEKComPtr<VEKITPSLightSet>>& sets) noexcept;
+
+// The same for a whole document of the one-call load; E_FAIL when it has no schema (it did not
+// parse to a known root).
+VEK_API HRESULT VEKExportDocumentToJson(const VEKTPSLightDocument& document, bool pretty,
+                                        std::string& json) noexcept;
