@@ -6,9 +6,8 @@
 #include <optional>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
 #include "VEKComPtr.h"
+#include "VEKTPSLightJsonModel.h"
 
 namespace {
 
@@ -154,7 +153,9 @@ Json Family(const VEKLightObjectList& list) {
   return objects;
 }
 
-Json Set(VEKITPSLightSet& set) {
+}  // namespace
+
+nlohmann::ordered_json VEKJsonOfSet(VEKITPSLightSet& set) {
   VEKComPtr<VEKITPSLight> light;
   const bool hasLight =
       VEKSucceeded(set.QueryInterface(VEKITPSLight::kIID, light.ReleaseAndGetVoidAddressOf()));
@@ -177,8 +178,6 @@ Json Set(VEKITPSLightSet& set) {
   out["unresolved"] = std::move(unresolved);
   return out;
 }
-
-}  // namespace
 
 HRESULT VEKGetSetsOfLoad(VEKITPSLightSet* lastSet,
                          std::vector<VEKComPtr<VEKITPSLightSet>>& sets) noexcept {
@@ -211,7 +210,8 @@ HRESULT VEKExportLoadToJson(VEKTPSLightSchema schema, HRESULT loadResult, VEKITP
     out["schema"] = schema == VEKTPSLightSchema::Current ? "current" : "legacy";
     out["result"] = result;
     out["sets"] = Json::array();
-    for (const VEKComPtr<VEKITPSLightSet>& set : sets) out["sets"].push_back(Set(*set.Get()));
+    for (const VEKComPtr<VEKITPSLightSet>& set : sets)
+      out["sets"].push_back(VEKJsonOfSet(*set.Get()));
 
     json = out.dump(pretty ? 2 : -1);
     return S_OK;

@@ -16,7 +16,7 @@
 
 namespace {
 
-const std::vector<std::string> kCommands = {"summary", "json", "check"};
+const std::vector<std::string> kCommands = {"summary", "json", "check", "csv"};
 
 struct Options {
   std::vector<std::string> files;
@@ -28,6 +28,7 @@ struct Options {
   std::string output;
   bool pretty = false;
   bool json = false;
+  int set = 0;
   VEKTPSLightLoadOptions load;
 };
 
@@ -131,6 +132,37 @@ int Check(const Options& options) {
     if (!Emit(output, problems, status)) break;
   }
   return Finish(output, status);
+}
+
+int Csv(const Options& options) {
+  const std::string& file = options.files.front();
+  int status = 0;
+  VEKTPSLightDocument document;
+  if (!Load(file, options, document, status)) return status;
+  if (!document.Loaded()) {
+    Report(file, VEKToolFailure(document));
+    if (document.Sets().empty()) return 1;
+    status = 1;
+  }
+  std::vector<std::pair<std::string, std::string>> tables;
+  const auto& sets = document.Sets();
+  const HRESULT result = VEKExportLoadToCsv(sets.back().Get(), options.set, tables);
+  if (result == E_INVALIDARG) {
+    Report(file, "--set " + std::to_string(options.set) + ": the load made " +
+                     std::to_string(sets.size()) + (sets.size() == 1 ? " set" : " sets"));
+    return 2;
+  }
+  if (VEKFailed(result)) {
+    Report(file, "the model cannot be written as CSV: out of memory");
+    return 1;
+  }
+  const std::string directory = options.output.empty() ? "." : options.output;
+  for (const auto& [name, csv] : tables) {
+    VEKToolOutput output(directory + "/" + name);
+    if (!Emit(output, csv, status)) return 1;
+    if (Finish(output, 0) != 0) return 1;
+  }
+  return status;
 }
 
 // ---- command line ----
@@ -243,6 +275,21 @@ int Run(int argc, char** argv) {
       "clean, 1 when problems were found, 2 on usage errors.");
   AddInputOptions(*check, options);
 
+  CLI::App* csv = app.add_subcommand(
+      "csv",
+      "One CSV table per family (annotations.csv, ttrs.csv, views.csv, ref_frames.csv, "
+      "cgs.csv, captures.csv), one row per object with its values and links as id lists");
+  csv->add_option("FILE", options.files, "Document to load")
+      ->required()
+      ->expected(1)
+      ->type_name("");
+  csv->add_option("-o,--output", options.output, "Write the tables into DIR (default: here)")
+      ->type_name("DIR");
+  csv->add_option("--set", options.set, "Only set N of a load that made several (from 1)")
+      ->check(CLI::PositiveNumber)
+      ->type_name("N");
+  AddInputOptions(*csv, options);
+
   if (!KnownCommand(argc, argv)) return 2;
   try {
     app.parse(argc, argv);
@@ -252,6 +299,7 @@ int Run(int argc, char** argv) {
   if (!LoadOptions(options)) return 2;
   if (summary->parsed()) return Summary(options);
   if (json->parsed()) return Json(options);
+  if (csv->parsed()) return Csv(options);
   return Check(options);
 }
 
