@@ -1,6 +1,5 @@
 #include "VEKTPSLightJsonExport.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <new>
 #include <optional>
@@ -177,25 +176,6 @@ nlohmann::ordered_json VEKJsonOfSet(VEKITPSLightSet& set) {
     unresolved.push_back(Json{{"kind", missing.kind}, {"id", missing.id}});
   out["unresolved"] = std::move(unresolved);
   return out;
-}
-
-HRESULT VEKGetSetsOfLoad(VEKITPSLightSet* lastSet,
-                         std::vector<VEKComPtr<VEKITPSLightSet>>& sets) noexcept {
-  sets.clear();
-  try {
-    // The sets of one load are chained from the last to the first.
-    for (VEKComPtr<VEKITPSLightSet> set(lastSet); set;) {
-      VEKComPtr<VEKITPSLightSet> previous;
-      (void)set->GetPreviousSet(previous.ReleaseAndGetAddressOf());
-      sets.push_back(std::move(set));
-      set = std::move(previous);
-    }
-  } catch (const std::bad_alloc&) {
-    sets.clear();
-    return E_OUTOFMEMORY;
-  }
-  std::reverse(sets.begin(), sets.end());
-  return S_OK;
 }
 
 HRESULT VEKExportLoadToJson(VEKTPSLightSchema schema, HRESULT loadResult, VEKITPSLightSet* lastSet,

@@ -20,12 +20,6 @@ VEK_API HRESULT VEKExportLoadToJson(VEKTPSLightSchema schema, HRESULT loadResult
                                     VEKITPSLightSet* lastSet, bool pretty,
                                     std::string& json) noexcept;
 
-// Every set of one load in creation order, reached through VEKITPSLightSet::GetPreviousSet from
-// `lastSet` (null gives none), each with a reference of its own. E_OUTOFMEMORY leaves `sets`
-// empty.
-VEK_API HRESULT VEKGetSetsOfLoad(VEKITPSLightSet* lastSet,
-                                 std::vector<VEKComPtr<VEKITPSLightSet>>& sets) noexcept;
-
 // The same for a whole document of the one-call load; E_FAIL when it has no schema (it did not
 // parse to a known root).
 VEK_API HRESULT VEKExportDocumentToJson(const VEKTPSLightDocument& document, bool pretty,
@@ -39,5 +33,6 @@ VEK_API HRESULT VEKExportDocumentToJson(const VEKTPSLightDocument& document, boo
 // "; "), vectors as "x y z", never-set values as empty cells and links as the linked objects' ids.
 // `onlySet` (1-based) keeps one set; 0 keeps all. A family without objects gives a header only.
 // Returns S_OK, E_INVALIDARG for an `onlySet` beyond the sets, or E_OUTOFMEMORY.
-VEK_API HRESULT VEKExportLoadToCsv(VEKITPSLightSet* lastSet, int onlySet,
-                                   std::vector<std::pair<std::string, std::string>>& tables) noexcept;
+VEK_API HRESULT
+VEKExportLoadToCsv(VEKITPSLightSet* lastSet, int onlySet,
+                   std::vector<std::pair<std::string, std::string>>& tables) noexcept;
