@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -43,15 +44,29 @@ bool Load(const std::string& file, const Options& options, VEKTPSLightDocument& 
   bool read = false;
   {
     // A dump being written is never left half-done by an interruption.
-    const std::optional<VEKToolHeldSignals> held =
-        options.load.dumpPath.empty() ? std::nullopt : std::make_optional<VEKToolHeldSignals>();
+    std::optional<VEKToolHeldSignals> held;
+    if (!options.load.dumpPath.empty()) held.emplace();
     read = VEKToolLoad(file, options.load, document, error);
+  }
+  if (read && (document.Status() == VEKTPSLightLoadStatus::ReadFailed ||
+               document.Status() == VEKTPSLightLoadStatus::TooLarge)) {
+    read = false;
+    error = document.Error();
   }
   if (!read) {
     Report(file, error);
     status = 1;
+    return false;
   }
-  return read;
+  if (!options.load.dumpPath.empty() && !document.Dumped()) {
+    if (document.Schema() == VEKTPSLightSchema::Legacy) {
+      Report(file, "no dump was written: only a current-schema load writes one");
+    } else if (document.Schema()) {
+      Report(file, "cannot write the dump to " + options.load.dumpPath);
+      status = 1;
+    }
+  }
+  return true;
 }
 
 // Writes `text` to `output`; false when the run should end (a message was printed unless the
@@ -208,6 +223,12 @@ void AddInputOptions(CLI::App& command, Options& options) {
                   "Most objects one load may build, 0 for no limit (a legacy document rebuilds "
                   "every object once per set)")
       ->default_val(options.load.maxObjects)
+      ->type_name("N");
+  command
+      .add_option("--max-bytes", options.load.maxInputBytes,
+                  "Most bytes a document may have, read or decoded")
+      ->default_val(options.load.maxInputBytes)
+      ->check(CLI::PositiveNumber)
       ->type_name("N");
 }
 
