@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -648,6 +649,50 @@ TEST_F(Vektps, UnreadableFilesAreNamed) {
     EXPECT_EQ(1, endless.status) << file;
     EXPECT_NE(std::string::npos, endless.err.find("more than 100000 bytes")) << endless.err;
   }
+}
+
+// ---- the example host ----
+
+// The host program of the guide reads every bundled document whole, in each form, and writes
+// nothing where it runs.
+TEST_F(Vektps, ExampleHostReadsEveryBundledDocument) {
+  const struct {
+    const char* file;
+    const char* heading;
+    const char* line;
+  } rows[] = {
+      {"pump_housing.xml", "current schema, plain form, 1 set(s)", "attribute \"⌀0.1 Ⓜ A B C\""},
+      {"pump_housing.xml.b64", "current schema, base64 form, 1 set(s)", "captures: 3"},
+      {"pump_housing.xml.z", "current schema, zlib form, 1 set(s)", "named by 201 as annotation"},
+      {"gear_shaft_legacy.xml", "legacy schema, plain form, 1 set(s)", "annotations: 19"},
+      {"bracket.xml", "current schema, plain form, 1 set(s)", "reference 21 views [11]"},
+  };
+  for (const auto& row : rows) {
+    const Outcome outcome = Run({kExamples + "/" + row.file}, VEK_HOST_EXAMPLE_PATH);
+    EXPECT_EQ(0, outcome.status) << row.file << outcome.err;
+    EXPECT_EQ(0u, outcome.out.find(std::string(row.heading) + "\n")) << outcome.out;
+    EXPECT_NE(std::string::npos, outcome.out.find(row.line)) << row.file;
+    EXPECT_EQ(std::string::npos, outcome.out.find("(missing)")) << row.file;
+  }
+  // Its drawing of each graphic agrees with the library's world-space triangles.
+  const Outcome pump = Run({kExamples + "/pump_housing.xml"}, VEK_HOST_EXAMPLE_PATH);
+  std::istringstream lines(pump.out);
+  int graphics = 0;
+  for (std::string line; std::getline(lines, line);) {
+    std::size_t drawn = 0;
+    std::size_t library = 0;
+    if (std::sscanf(line.c_str(), "    graphic: %zu triangles (library: %zu)", &drawn, &library) ==
+        2) {
+      EXPECT_EQ(drawn, library) << line;
+      ++graphics;
+    }
+  }
+  EXPECT_EQ(34, graphics);
+  const Outcome broken =
+      Run({Write("broken.xml", "<TolerancingData>\n<a></b>")}, VEK_HOST_EXAMPLE_PATH);
+  EXPECT_EQ(1, broken.status);
+  EXPECT_EQ("broken.xml:2:6: Start-end tags mismatch\n", broken.err);
+  EXPECT_EQ((std::vector<std::string>{"broken.xml"}), WorkFiles());
 }
 
 // ---- Unix manners ----
