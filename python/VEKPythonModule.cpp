@@ -80,12 +80,10 @@ class Document {
   }
 
   std::string Json(bool pretty) const {
-    const std::optional<VEKTPSLightSchema> schema = document_.Schema();
-    if (!schema) throw py::value_error("the document did not load: " + document_.Error());
     std::string json;
-    VEKITPSLightSet* last = sets_.empty() ? nullptr : sets_.back()->set.Get();
-    if (VEKFailed(VEKExportLoadToJson(*schema, document_.Result(), last, pretty, json)))
-      throw std::bad_alloc();
+    const HRESULT result = VEKExportDocumentToJson(document_, pretty, json);
+    if (result == E_FAIL) throw py::value_error("the document did not load: " + document_.Error());
+    if (VEKFailed(result)) throw std::bad_alloc();
     return json;
   }
 
@@ -168,7 +166,7 @@ PYBIND11_MODULE(_vektps, module) {
             return VEKTPSLightDiagnosticKindName(self.kind);
           },
           "'unresolved-id', 'duplicate-id', 'unknown-ttrs', 'unknown-ref-frame', 'bad-number', "
-          "'legacy-value-count', 'legacy-sets-multiply' or 'object-limit'.")
+          "'legacy-value-count', 'legacy-sets-multiply', 'object-limit' or 'family-before-set'.")
       .def_property_readonly(
           "set", &DiagnosticSet,
           "Index of the set being built (into Document.sets); None before any set.")
@@ -221,6 +219,10 @@ PYBIND11_MODULE(_vektps, module) {
       .def_property_readonly(
           "loaded", [](const Document& self) { return self.Get().Loaded(); },
           "Whether at least one set was made.")
+      .def_property_readonly(
+          "dumped", [](const Document& self) { return self.Get().Dumped(); },
+          "Whether the dump that `dump` asked for was written whole (only a current-schema "
+          "document is dumped).")
       .def_property_readonly(
           "error", [](const Document& self) { return TextOrNone(self.Get().Error()); },
           "Why the load failed, in one sentence; None when it loaded.")

@@ -219,7 +219,7 @@ def test_no_dump_unless_asked(isolated_cwd, tmp_path):
         vektps.load(document(name))
         vektps.load(read(name))
     assert os.listdir(isolated_cwd) == []
-    vektps.load(document("bracket.xml"), dump=tmp_path / "kept.xml")
+    assert vektps.load(document("bracket.xml"), dump=tmp_path / "kept.xml").dumped
     assert b"Bracket MB-200" in (tmp_path / "kept.xml").read_bytes()
     assert os.listdir(isolated_cwd) == []
 

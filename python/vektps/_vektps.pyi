@@ -274,7 +274,7 @@ class Diagnostic:
     @property
     def kind(self) -> str:
         """'unresolved-id', 'duplicate-id', 'unknown-ttrs', 'unknown-ref-frame', 'bad-number',
-        'legacy-value-count', 'legacy-sets-multiply' or 'object-limit'."""
+        'legacy-value-count', 'legacy-sets-multiply', 'object-limit' or 'family-before-set'."""
     @property
     def set(self) -> Optional[int]:
         """Index of the set being built (into Document.sets); None before any set."""
@@ -317,6 +317,9 @@ class Document:
     @property
     def loaded(self) -> bool:
         """Whether at least one set was made."""
+    @property
+    def dumped(self) -> bool:
+        """Whether the dump that `dump` asked for was written whole."""
     @property
     def error(self) -> Optional[str]:
         """Why the load failed; None when it loaded."""
