@@ -136,7 +136,7 @@ class VEK_API VEKLightXmlWriter {
   VEKLightXmlWriter(const VEKLightXmlWriter&) = delete;
   VEKLightXmlWriter& operator=(const VEKLightXmlWriter&) = delete;
 
-  // Text written as it is (an XML declaration); before the first element only.
+  // Text written as it is: an XML declaration before the root, a line break after it.
   void Raw(std::string_view text) noexcept;
   // Opens an element; its attributes follow, then its text and children, then EndElement.
   void StartElement(std::string_view name) noexcept;
