@@ -3,6 +3,7 @@
 #include "VEKTPSLightWriter.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <exception>
 #include <new>
@@ -154,6 +155,7 @@ void WriteToMemory(const Sets& sets, const VEKTPSLightWriteOptions& options,
 void WriteToFile(const char* path, const Sets& sets, const VEKTPSLightWriteOptions& options,
                  VEKTPSLightWriteResult& result) {
   const auto failed = [&](int error, const char* what) {
+    if (error == ENOMEM) throw std::bad_alloc();
     Fail(result, E_FAIL,
          std::string(what) + " " + path + ": " + std::generic_category().message(error));
   };
@@ -187,7 +189,7 @@ VEKTPSLightWriteResult Guarded(Run&& run) noexcept {
     // Short enough to be held without allocating.
     Fail(result, E_OUTOFMEMORY, "memory ran out");
   } catch (...) {
-    Fail(result, E_FAIL, "the model failed");
+    Fail(result, E_FAIL, "the model threw");
   }
   return result;
 }
