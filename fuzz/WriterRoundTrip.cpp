@@ -50,11 +50,28 @@ const char* FamilyMember(int kind) {
   }
 }
 
+// Links rebuilt from an object whose id was never set name it by the 0 it comes back with: an
+// annotation's views, a view's captures.
+void NameUnsetIdsZero(Json& set, int kind) {
+  const char* owners = kind == VEKTPSLightKindView ? "annotations" : "views";
+  const char* member = kind == VEKTPSLightKindView ? "views" : "captures";
+  for (Json& owner : set[owners]) {
+    for (Json& id : owner[member]) {
+      if (id.is_null()) id = 0;
+    }
+  }
+}
+
 // Drops from `sets` the member each warning names, and every set's unresolved references.
 void SetAside(Json& sets, const std::vector<VEKTPSLightWriteWarning>& warnings) {
   for (Json& set : sets) set.erase("unresolved");
   for (const VEKTPSLightWriteWarning& warning : warnings) {
     if (warning.set < 0 || static_cast<std::size_t>(warning.set) >= sets.size()) continue;
+    if (warning.issue == VEKTPSLightWriteIssue::Unset && warning.field == "id" &&
+        (warning.objectKind == VEKTPSLightKindView ||
+         warning.objectKind == VEKTPSLightKindCapture)) {
+      NameUnsetIdsZero(sets[static_cast<std::size_t>(warning.set)], warning.objectKind);
+    }
     Json* object = &sets[static_cast<std::size_t>(warning.set)];
     if (const char* family = FamilyMember(warning.objectKind)) {
       Json& list = (*object)[family];

@@ -23,25 +23,6 @@ void Report(const std::string& file, const std::string& message) {
   std::fprintf(stderr, "vektps: %s: %s\n", file.c_str(), message.c_str());
 }
 
-const char* FamilyPlural(int kind) {
-  switch (kind) {
-    case VEKTPSLightKindTTRS:
-      return "TTRS";
-    case VEKTPSLightKindAnnotation:
-      return "annotations";
-    case VEKTPSLightKindView:
-      return "views";
-    case VEKTPSLightKindRefFrame:
-      return "reference frames";
-    case VEKTPSLightKindCG:
-      return "construction geometries";
-    case VEKTPSLightKindCapture:
-      return "captures";
-    default:
-      return "sets";
-  }
-}
-
 // Every warning, or the first few of each kind (issue, family, member) and a count of the rest.
 void ReportWarnings(const std::string& file, const VEKTPSLightWriteResult& written, bool several,
                     bool all) {
@@ -57,9 +38,9 @@ void ReportWarnings(const std::string& file, const VEKTPSLightWriteResult& writt
   if (all) return;
   for (const auto& [kind, count] : seen) {
     if (count <= kShownPerKind) continue;
-    Report(file, "warning: " + std::to_string(count - kShownPerKind) + " more of the same: " +
-                     std::get<2>(kind) + " of " + FamilyPlural(std::get<1>(kind)) + " (" +
-                     VEKTPSLightWriteIssueName(std::get<0>(kind)) + ")");
+    Report(file, "warning: " + std::to_string(count - kShownPerKind) +
+                     " more like these: " + VEKTPSLightKindName(std::get<1>(kind)) + ", " +
+                     std::get<2>(kind) + " (" + VEKTPSLightWriteIssueName(std::get<0>(kind)) + ")");
   }
 }
 

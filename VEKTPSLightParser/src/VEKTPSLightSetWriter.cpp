@@ -13,6 +13,7 @@
 
 #include "VEKCodePage.h"
 #include "VEKComPtr.h"
+#include "VEKTPSLightDocument.h"
 
 namespace vek_parser_detail {
 
@@ -28,19 +29,19 @@ constexpr int kTheSet = -1;
 
 struct FamilyTraits {
   int kind;
-  const char* noun;
-  const char* plural;
   const char* root;
   const char* element;
 };
 constexpr FamilyTraits kFamily[kFamilies] = {
-    {VEKTPSLightKindTTRS, "TTRS", "TTRS", "RootTTRSs", "TTRS"},
-    {VEKTPSLightKindAnnotation, "annotation", "annotations", "RootTPSs", "TPS"},
-    {VEKTPSLightKindView, "view", "views", "RootViews", "TPSView"},
-    {VEKTPSLightKindRefFrame, "reference frame", "reference frames", "RootRefs", "RefFrame"},
-    {VEKTPSLightKindCG, "construction geometry", "construction geometries", "RootCGs", "TPSCG"},
-    {VEKTPSLightKindCapture, "capture", "captures", "RootCaps", "TPSCap"},
+    {VEKTPSLightKindTTRS, "RootTTRSs", "TTRS"},
+    {VEKTPSLightKindAnnotation, "RootTPSs", "TPS"},
+    {VEKTPSLightKindView, "RootViews", "TPSView"},
+    {VEKTPSLightKindRefFrame, "RootRefs", "RefFrame"},
+    {VEKTPSLightKindCG, "RootCGs", "TPSCG"},
+    {VEKTPSLightKindCapture, "RootCaps", "TPSCap"},
 };
+
+const char* Noun(int family) { return VEKTPSLightKindName(kFamily[family].kind); }
 
 // The representation types of the graphic every object may carry and of an annotation's or a
 // capture's own graphic.
@@ -184,7 +185,7 @@ class SetWriter {
   std::string Describe(const Place& place) const {
     if (place.family == kTheSet) return "the set";
     const Object& object = objects_[place.family][place.position];
-    std::string text = kFamily[place.family].noun;
+    std::string text = Noun(place.family);
     if (!object.id) return text + " at position " + std::to_string(place.position) + " (no id)";
     text += " " + std::to_string(*object.id);
     if (!object.firstWithId) text += " at position " + std::to_string(place.position);
@@ -354,14 +355,14 @@ class SetWriter {
       const Object& object = objects_[found.family][found.position];
       linked = Describe(found);
       if (found.family != family) {
-        reason = std::string("only ") + kFamily[family].plural + " can stand there";
+        reason = std::string("the list names ") + Noun(family) + " objects only";
       } else if (!object.id) {
         reason = "it has no id";
       } else if (*object.id == 0 || (positiveOnly && *object.id < 0)) {
         reason =
             positiveOnly ? "an order group keeps only ids above 0" : "a list of ids cannot hold 0";
       } else if (!object.firstWithId) {
-        reason = std::string("an earlier ") + kFamily[family].noun + " has id " +
+        reason = std::string("an earlier ") + Noun(family) + " has id " +
                  std::to_string(*object.id) + " too";
       } else {
         return object.id;

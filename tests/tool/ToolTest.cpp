@@ -825,7 +825,7 @@ TEST_F(Vektps, ConvertKeepsEveryExampleInEachForm) {
                                    "0 (unset)\n"))
             << outcome.err;
         EXPECT_NE(std::string::npos,
-                  outcome.err.find(": warning: 3 more of the same: type of TTRS (unset)\n"))
+                  outcome.err.find(": warning: 3 more like these: TTRS, type (unset)\n"))
             << outcome.err;
         EXPECT_EQ(before["sets"][0]["annotations"], after["sets"][0]["annotations"]);
       }
@@ -849,7 +849,7 @@ TEST_F(Vektps, ConvertWritesToStandardOutputOrEachFileIntoADirectory) {
   EXPECT_EQ(1, several.status);
   EXPECT_NE(std::string::npos,
             several.err.find("vektps: missing.xml: cannot open: No such file or directory\n"));
-  EXPECT_EQ(std::string::npos, several.err.find("more of the same"));
+  EXPECT_EQ(std::string::npos, several.err.find("more like these"));
   std::vector<std::string> converted;
   for (const auto& entry : fs::directory_iterator(root_ / "work" / "out"))
     converted.push_back(entry.path().filename().string());

@@ -68,48 +68,33 @@ class HostModel {
   }
 
   VEKComPtr<VEKITPSLightTTRS> TTRS(int id) {
-    VEKComPtr<VEKITPSLightTTRS> ttrs;
-    EXPECT_EQ(container_->CreateTTRS(ttrs.ReleaseAndGetAddressOf(), set_.Get()), S_OK);
-    Name(ttrs.Get(), id);
-    return ttrs;
+    return Named(Bare(&VEKTPSLightContainer::CreateTTRS), id);
   }
   VEKComPtr<VEKITPSLightAnnotation> Annotation(int id) {
-    VEKComPtr<VEKITPSLightAnnotation> annotation = BareAnnotation();
-    Name(annotation.Get(), id);
+    VEKComPtr<VEKITPSLightAnnotation> annotation = Named(BareAnnotation(), id);
     (void)annotation->SetValue(0.5);
     (void)annotation->SetReference(0);
     (void)annotation->SetAttribute(L"");
     return annotation;
   }
   VEKComPtr<VEKITPSLightAnnotation> BareAnnotation() {
-    VEKComPtr<VEKITPSLightAnnotation> annotation;
-    EXPECT_EQ(container_->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set_.Get()), S_OK);
-    return annotation;
+    return Bare(&VEKTPSLightContainer::CreateAnnotation);
   }
   VEKComPtr<VEKITPSLightView> View(int id) {
-    VEKComPtr<VEKITPSLightView> view;
-    EXPECT_EQ(container_->CreateView(view.ReleaseAndGetAddressOf(), set_.Get()), S_OK);
-    Name(view.Get(), id);
-    return view;
+    return Named(Bare(&VEKTPSLightContainer::CreateView), id);
   }
   VEKComPtr<VEKITPSLightRefFrame> RefFrame(int id) {
-    VEKComPtr<VEKITPSLightRefFrame> frame;
-    EXPECT_EQ(container_->CreateRefFrame(frame.ReleaseAndGetAddressOf(), set_.Get()), S_OK);
-    Name(frame.Get(), id);
+    VEKComPtr<VEKITPSLightRefFrame> frame = Named(Bare(&VEKTPSLightContainer::CreateRefFrame), id);
     (void)frame->SetAttribute(L"A|B");
     return frame;
   }
   VEKComPtr<VEKITPSLightCG> CG(int id) {
-    VEKComPtr<VEKITPSLightCG> geometry;
-    EXPECT_EQ(container_->CreateCG(geometry.ReleaseAndGetAddressOf(), set_.Get()), S_OK);
-    Name(geometry.Get(), id);
+    VEKComPtr<VEKITPSLightCG> geometry = Named(Bare(&VEKTPSLightContainer::CreateCG), id);
     (void)geometry->SetAttribute(L"axis");
     return geometry;
   }
   VEKComPtr<VEKITPSLightCapture> Capture(int id) {
-    VEKComPtr<VEKITPSLightCapture> capture;
-    EXPECT_EQ(container_->CreateCapture(capture.ReleaseAndGetAddressOf(), set_.Get()), S_OK);
-    Name(capture.Get(), id);
+    VEKComPtr<VEKITPSLightCapture> capture = Named(Bare(&VEKTPSLightContainer::CreateCapture), id);
     (void)capture->SetClippingPlane(0);
     return capture;
   }
@@ -132,6 +117,20 @@ class HostModel {
   }
 
  private:
+  // A new object of the family `create` makes, with nothing set.
+  template <class Interface>
+  VEKComPtr<Interface> Bare(HRESULT (VEKTPSLightContainer::*create)(Interface**,
+                                                                    VEKITPSLightSet*)) {
+    VEKComPtr<Interface> made;
+    EXPECT_EQ((container_.Get()->*create)(made.ReleaseAndGetAddressOf(), set_.Get()), S_OK);
+    return made;
+  }
+  template <class Interface>
+  static VEKComPtr<Interface> Named(VEKComPtr<Interface> object, int id) {
+    Name(object.Get(), id);
+    return object;
+  }
+
   VEKComPtr<VEKTPSLightContainer> container_;
   VEKComPtr<VEKITPSLightSet> set_;
 };
