@@ -11,13 +11,14 @@
 #include <vector>
 
 #include "VEKTPSLightJsonExport.h"
+#include "VEKToolConvert.h"
 #include "VEKToolInput.h"
 #include "VEKToolOutput.h"
 #include "VEKToolReport.h"
 
 namespace {
 
-const std::vector<std::string> kCommands = {"summary", "json", "check", "csv"};
+const std::vector<std::string> kCommands = {"summary", "json", "check", "csv", "convert"};
 
 struct Options {
   std::vector<std::string> files;
@@ -255,7 +256,7 @@ bool KnownCommand(int argc, char** argv) {
 int Run(int argc, char** argv) {
   CLI::App app(
       "Looks inside 3D tolerancing and annotation documents: what they hold, whether their "
-      "references resolve, and their whole model as JSON.",
+      "references resolve, and their whole model as JSON; writes them in the current schema.",
       "vektps");
   app.set_version_flag("--version", std::string("vektps ") + VEK_TOOL_VERSION);
   app.require_subcommand(1);
@@ -311,12 +312,16 @@ int Run(int argc, char** argv) {
       ->type_name("N");
   AddInputOptions(*csv, options);
 
+  VEKToolConvertOptions convertOptions;
+  CLI::App* convert = VEKToolAddConvert(app, convertOptions);
+
   if (!KnownCommand(argc, argv)) return 2;
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
   }
+  if (convert->parsed()) return VEKToolConvert(convertOptions);
   if (!LoadOptions(options)) return 2;
   if (summary->parsed()) return Summary(options);
   if (json->parsed()) return Json(options);
