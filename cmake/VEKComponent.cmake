@@ -13,6 +13,12 @@ function(vek_add_component name)
     target_link_options(${name} PRIVATE -Wl,--no-undefined)
   endif()
   set_target_properties(${name} PROPERTIES LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/VEKExports.map)
+  # Installed, each library finds the others beside it, in any prefix and with no
+  # LD_LIBRARY_PATH. A RUNPATH serves only the object's own dependencies, so every library carries
+  # one; unlike an RPATH it still lets LD_LIBRARY_PATH substitute a library. The build tree keeps
+  # CMake's absolute run paths.
+  set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  target_link_options(${name} PRIVATE -Wl,--enable-new-dtags)
   set_target_properties(${name} PROPERTIES
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR})

@@ -1,15 +1,66 @@
-// Links against the installed package and makes an annotation set through the container.
-#include <VEKComPtr.h>
-#include <VEKTPSLightParserUtil.h>
+// A host built against the installed package: loads a document, prints the counts of every set
+// and writes the load as JSON, so that the parser, the model, the foundation and the export all
+// have to link and run from the install.
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <vector>
 
-int main() {
-  if (TORVALE_RIMKIT_INTERNAL_VEKTPSLightParser() != 1) return 1;
-  VEKComPtr<VEKTPSLightContainer> container;
-  container.Attach(new VEKTPSLightContainer());
-  if (!container) return 2;
-  VEKComPtr<VEKITPSLightSet> set;
-  if (VEKFailed(container->CreateLightSet(set.ReleaseAndGetAddressOf(), nullptr))) return 3;
+#include "ConsumerLoad.h"
+#include "VEKTPSLightJsonExport.h"
+
+// The package needs C++17 or later but must leave the host's own standard alone.
+#ifndef VEK_CONSUMER_STANDARD
+#error "define VEK_CONSUMER_STANDARD as the standard the host asks for (17 or 20)"
+#endif
+static_assert(__cplusplus == (VEK_CONSUMER_STANDARD == 17   ? 201703L
+                              : VEK_CONSUMER_STANDARD == 20 ? 202002L
+                                                            : 0L),
+              "the host is not built in the language standard it asked for");
+
+namespace {
+
+std::string NameOf(VEKITPSLightSet& set) {
   VEKComPtr<VEKITPSLight> light;
-  if (VEKFailed(set->QueryInterface(IID_VEKITPSLight, light.ReleaseAndGetVoidAddressOf()))) return 4;
-  return light->SetName(L"consumer") == S_OK ? 0 : 5;
+  if (VEKFailed(set.QueryInterface(VEKITPSLight::kIID, light.ReleaseAndGetVoidAddressOf())))
+    return "?";
+  const std::optional<VEKUnicodeString> name = light->GetName();
+  return name ? name->ConvertToChar() : "-";
+}
+
+bool WriteFile(const char* path, const std::string& text) {
+  std::FILE* file = std::fopen(path, "wb");
+  if (!file) return false;
+  const bool written = std::fwrite(text.data(), 1, text.size(), file) == text.size();
+  return std::fclose(file) == 0 && written;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::fprintf(stderr, "usage: %s DOCUMENT.xml.b64 OUT.json\n", argv[0]);
+    return 2;
+  }
+  const ConsumerLoad load = LoadDocument(argv[1]);
+  std::printf("C++ %ld, load result 0x%08x\n", static_cast<long>(__cplusplus),
+              static_cast<unsigned>(load.result));
+  std::vector<VEKComPtr<VEKITPSLightSet>> sets;
+  if (VEKFailed(load.result) || VEKFailed(VEKGetSetsOfLoad(load.lastSet.Get(), sets)) ||
+      sets.empty())
+    return 1;
+  for (const VEKComPtr<VEKITPSLightSet>& set : sets) {
+    std::printf(
+        "set \"%s\": TTRS %d, annotations %d, views %d, reference frames %d, construction "
+        "geometries %d, captures %d\n",
+        NameOf(*set.Get()).c_str(), set->GetTTRS().Count(), set->GetAnnotations()->Count(),
+        set->GetViews().Count(), set->GetRefFrames().Count(), set->GetCGs().Count(),
+        set->GetCaptures().Count());
+  }
+  std::string json;
+  if (VEKFailed(VEKExportLoadToJson(VEKTPSLightSchema::Current, load.result, load.lastSet.Get(),
+                                    false, json)))
+    return 1;
+  // Ended like the tool's output, so that the check can compare the two byte for byte.
+  return WriteFile(argv[2], json + '\n') ? 0 : 1;
 }
