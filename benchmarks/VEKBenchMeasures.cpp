@@ -4,7 +4,6 @@
 #include <libxml/parser.h>
 #include <time.h>
 
-#include <array>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -13,6 +12,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "VEKCodePage.h"
 #include "VEKComPtr.h"
 #include "VEKSceneGraph.h"
 #include "VEKTPSLightParserUtil.h"
@@ -60,49 +60,6 @@ struct DecompressorDeleter {
   }
 };
 
-// The base64 alphabet's values; 0xFF for every other byte.
-std::array<unsigned char, 256> MakeBase64Table() {
-  std::array<unsigned char, 256> table{};
-  table.fill(0xFF);
-  const char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  for (unsigned char value = 0; value < 64; ++value) {
-    table[static_cast<unsigned char>(alphabet[value])] = value;
-  }
-  return table;
-}
-
-// Decodes whole quanta; the last may end in one or two '='. Returns the bytes written, or -1.
-std::int64_t DecodeBase64(const std::string& text, char* out) {
-  static const std::array<unsigned char, 256> kTable = MakeBase64Table();
-  const auto* in = reinterpret_cast<const unsigned char*>(text.data());
-  std::size_t length = text.size();
-  if (length % 4 != 0) return -1;
-  std::size_t padding = 0;
-  if (length > 0 && in[length - 1] == '=') ++padding;
-  if (length > 1 && in[length - 2] == '=') ++padding;
-  std::size_t full = padding > 0 ? length - 4 : length;
-  char* target = out;
-  for (std::size_t k = 0; k < full; k += 4) {
-    const unsigned a = kTable[in[k]], b = kTable[in[k + 1]], c = kTable[in[k + 2]],
-                   d = kTable[in[k + 3]];
-    if ((a | b | c | d) & 0x80) return -1;
-    const unsigned group = (a << 18) | (b << 12) | (c << 6) | d;
-    target[0] = static_cast<char>(group >> 16);
-    target[1] = static_cast<char>(group >> 8);
-    target[2] = static_cast<char>(group);
-    target += 3;
-  }
-  if (padding > 0) {
-    const unsigned a = kTable[in[full]], b = kTable[in[full + 1]];
-    const unsigned c = padding == 1 ? kTable[in[full + 2]] : 0;
-    if ((a | b | c) & 0x80) return -1;
-    const unsigned group = (a << 18) | (b << 12) | (c << 6);
-    *target++ = static_cast<char>(group >> 16);
-    if (padding == 1) *target++ = static_cast<char>(group >> 8);
-  }
-  return target - out;
-}
-
 }  // namespace
 
 VEKBenchStopwatch::VEKBenchStopwatch()
@@ -132,12 +89,12 @@ VEKBenchTime VEKTimeCurrentLoad(VEKBenchDocument& document, VEKGeneratedForm for
   const VEKBenchStopwatch stopwatch;
   switch (form) {
     case VEKGeneratedForm::Plain:
-      result = parser.GenerateLightModelFromBase(document.plainSource, nullptr, set.ReleaseAndGetAddressOf(),
-                                                 0, nullptr, 0, 0);
+      result = parser.GenerateLightModelFromBase(document.plainSource, nullptr,
+                                                 set.ReleaseAndGetAddressOf(), 0, nullptr, 0, 0);
       break;
     case VEKGeneratedForm::Base64:
-      result = parser.GenerateLightModelFromBase(document.base64Source, nullptr, set.ReleaseAndGetAddressOf(),
-                                                 1, nullptr, 0, 0);
+      result = parser.GenerateLightModelFromBase(document.base64Source, nullptr,
+                                                 set.ReleaseAndGetAddressOf(), 1, nullptr, 0, 0);
       break;
     case VEKGeneratedForm::Zlib:
       result = parser.GenerateLightModelFromBase(
@@ -157,7 +114,8 @@ VEKBenchTime VEKTimeLegacyLoad(const std::string& xml, std::int64_t annotations)
   VEKTPSLightParserUtil parser;
   VEKComPtr<VEKITPSLightSet> set;
   const VEKBenchStopwatch stopwatch;
-  const HRESULT result = parser.GenerateLightModel(xml.c_str(), nullptr, set.ReleaseAndGetAddressOf());
+  const HRESULT result =
+      parser.GenerateLightModel(xml.c_str(), nullptr, set.ReleaseAndGetAddressOf());
   const VEKBenchTime time = stopwatch.Read();
   ExpectAnnotations(result, set.Get(), annotations, "the legacy load");
   return time;
@@ -226,13 +184,14 @@ VEKBenchTime VEKTimeInflate(const std::string& zlib, std::size_t size, VEKBenchT
   return time;
 }
 
-VEKBenchTime VEKTimeBase64Decode(const std::string& text, std::size_t size,
-                                 VEKBenchTarget& target) {
-  char* out = target.Reserve(size + 3);
+VEKBenchTime VEKTimeBase64Decode(const std::string& text, std::size_t size) {
+  unsigned char* bytes = nullptr;
+  unsigned int length = 0;
   const VEKBenchStopwatch stopwatch;
-  const std::int64_t decoded = DecodeBase64(text, out);
+  const int result = VEKCodePage::ConvertFromBase64(text.c_str(), bytes, length);
   const VEKBenchTime time = stopwatch.Read();
-  if (decoded != static_cast<std::int64_t>(size)) {
+  delete[] bytes;
+  if (result != 0 || length != size) {
     throw std::runtime_error("the base64 text did not decode to the document");
   }
   return time;

@@ -70,9 +70,9 @@ class VEKBenchTarget {
 VEKBenchTime VEKTimeMemcpy(const std::string& bytes, VEKBenchTarget& target);
 // libdeflate's bare zlib decompression of `zlib` into `size` bytes.
 VEKBenchTime VEKTimeInflate(const std::string& zlib, std::size_t size, VEKBenchTarget& target);
-// A plain table-driven base64 decoder (four characters to three bytes, no blanks) into `size`
-// bytes.
-VEKBenchTime VEKTimeBase64Decode(const std::string& text, std::size_t size, VEKBenchTarget& target);
+// Our base64 decoder (VEKCodePage) on `text`, which must give `size` bytes: the decoding step of a
+// base64-form load, its allocation of the output included.
+VEKBenchTime VEKTimeBase64Decode(const std::string& text, std::size_t size);
 
 // What reading graphics costs: `times` reads of one GLB blob with our scene-graph reader, or of its
 // JSON chunk alone with nlohmann-json's DOM parse or its SAX parse into a handler that keeps

@@ -6,6 +6,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "VEKCodePage.h"
+#include "VEKGlbWriter.h"
+
 namespace vek_test {
 namespace {
 
@@ -16,22 +19,6 @@ constexpr int kFloat = 5126;
 constexpr int kModeTriangles = 4;
 constexpr int kModeLines = 1;
 constexpr int kModePoints = 0;
-
-void AppendLittleEndian32(std::vector<char>& out, std::uint32_t value) {
-  for (int shift = 0; shift < 32; shift += 8) {
-    out.push_back(static_cast<char>((value >> shift) & 0xFF));
-  }
-}
-
-void AppendChunk(std::vector<char>& out, const char* type, const void* data, std::size_t size,
-                 char padding) {
-  const std::size_t padded = (size + 3) / 4 * 4;
-  AppendLittleEndian32(out, static_cast<std::uint32_t>(padded));
-  out.insert(out.end(), type, type + 4);
-  const auto* bytes = static_cast<const char*>(data);
-  out.insert(out.end(), bytes, bytes + size);
-  out.insert(out.end(), padded - size, padding);
-}
 
 // Appends a buffer view over `bytes` (starting 4-aligned) and returns its index.
 int AppendView(nlohmann::json& gltf, std::vector<unsigned char>& bin,
@@ -48,17 +35,9 @@ int AppendView(nlohmann::json& gltf, std::vector<unsigned char>& bin,
 }  // namespace
 
 std::vector<char> BuildGlb(const std::string& json, const std::vector<unsigned char>& bin) {
-  std::vector<char> glb{'g', 'l', 'T', 'F'};
-  AppendLittleEndian32(glb, 2);
-  AppendLittleEndian32(glb, 0);  // total length, written last
-  AppendChunk(glb, "JSON", json.data(), json.size(), ' ');
-  if (!bin.empty()) {
-    AppendChunk(glb, "BIN\0", bin.data(), bin.size(), '\0');
-  }
-  const auto total = static_cast<std::uint32_t>(glb.size());
-  for (int byte = 0; byte < 4; ++byte) {
-    glb[8 + byte] = static_cast<char>((total >> (8 * byte)) & 0xFF);
-  }
+  std::vector<char> glb;
+  // A failure leaves the container empty.
+  (void)VEKWriteGlb(json, bin.data(), bin.size(), glb);
   return glb;
 }
 
@@ -77,20 +56,9 @@ std::vector<unsigned char> FloatBytes(const std::vector<float>& values) {
 }
 
 std::string EncodeBase64(const unsigned char* bytes, std::size_t length) {
-  static const char kAlphabet[] =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string text;
-  text.reserve((length + 2) / 3 * 4);
-  for (std::size_t i = 0; i < length; i += 3) {
-    const std::size_t remaining = length - i;
-    std::uint32_t group = std::uint32_t{bytes[i]} << 16;
-    if (remaining > 1) group |= std::uint32_t{bytes[i + 1]} << 8;
-    if (remaining > 2) group |= bytes[i + 2];
-    text += kAlphabet[(group >> 18) & 63];
-    text += kAlphabet[(group >> 12) & 63];
-    text += remaining > 1 ? kAlphabet[(group >> 6) & 63] : '=';
-    text += remaining > 2 ? kAlphabet[group & 63] : '=';
-  }
+  std::string text(VEKCodePage::Base64Length(length), '\0');
+  if (VEKCodePage::WriteBase64(bytes, length, text.data(), text.size()) != text.size())
+    text.clear();
   return text;
 }
 

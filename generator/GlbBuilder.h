@@ -15,15 +15,15 @@ struct GlbParts {
   std::vector<unsigned char> bin;
 };
 
-// A GLB container: header, the JSON chunk (padded with spaces to 4 bytes) and, when `bin` is not
-// empty, the BIN chunk (padded with zeros). Nothing is checked, so any JSON text can be wrapped.
+// The GLB container of VEKWriteGlb around `json` and `bin`, or empty when it cannot be written.
+// The JSON is not checked, so any text can be wrapped.
 std::vector<char> BuildGlb(const std::string& json, const std::vector<unsigned char>& bin = {});
 std::vector<char> BuildGlb(const GlbParts& parts);
 
 // The bytes of `values` as little-endian 32-bit floats.
 std::vector<unsigned char> FloatBytes(const std::vector<float>& values);
 
-// Standard base64 of `bytes`, with padding.
+// Standard base64 of `bytes`, with padding (VEKCodePage's encoder, into a std::string).
 std::string EncodeBase64(const unsigned char* bytes, std::size_t length);
 
 // The parts of a valid scene: `triangles` meshes of one indexed triangle (3 vertices, unsigned

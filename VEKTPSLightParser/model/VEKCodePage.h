@@ -1,6 +1,8 @@
 // Base64 (RFC 4648, standard alphabet with padding).
 #pragma once
 
+#include <cstddef>
+
 #include "VEKExport.h"
 #include "VEKUnicodeString.h"
 
@@ -17,4 +19,12 @@ class VEK_API VEKCodePage {
   // out.
   static int ConvertToBase64(const unsigned char* bytes, unsigned int length,
                              VEKUnicodeString& text) noexcept;
+  // The number of characters of the base64 text of `length` bytes: 4 for every 3 bytes begun;
+  // 0 for no bytes, or when the number does not fit in a size_t.
+  static std::size_t Base64Length(std::size_t length) noexcept;
+  // Writes the base64 text of `length` bytes, with padding, no line breaks and no terminating
+  // zero, into `text`, which holds `capacity` characters. Returns Base64Length(length), or 0 with
+  // nothing written when the text does not fit or `bytes` is null with a non-zero length.
+  [[nodiscard]] static std::size_t WriteBase64(const unsigned char* bytes, std::size_t length,
+                                               char* text, std::size_t capacity) noexcept;
 };

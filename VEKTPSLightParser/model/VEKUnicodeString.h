@@ -1,8 +1,10 @@
 // Unicode string value type. Held as UTF-8; positions and lengths count characters (code
 // points), not bytes. Text that is not valid UTF-8 is repaired on entry: each invalid byte
-// becomes U+FFFD, so a string always holds valid UTF-8.
+// becomes U+FFFD, so a string always holds valid UTF-8. Any number of threads may read one string
+// at once (const members only); changing it while another thread reads it is a race.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -94,15 +96,20 @@ class VEK_API VEKUnicodeString {
   void TakeFrom(VEKUnicodeString& other) noexcept;
   void Assign(const char* utf8, std::size_t byteLength) noexcept;
   std::size_t ByteOffsetOf(int charPosition) const noexcept;
+  // Stores the cursor at `charPosition`, which starts at `byteOffset`.
+  void MoveCursor(std::int32_t charPosition, std::size_t byteOffset) const noexcept;
 
   // Text stored outside the string: a heap block it owns, or borrowed text. The cursor is the last
   // character position translated to a byte offset in non-ASCII text, so that sequential scans
-  // cost linear time in total instead of quadratic (inline text is short enough to scan).
+  // cost linear time in total instead of quadratic (inline text is short enough to scan). Reads
+  // from several threads at once may move it: both values share one relaxed atomic word, so each
+  // read sees a pair that holds for this text, whichever thread stored it.
   struct Outside {
     const char* pointer;
-    mutable std::size_t cursorByte;
-    mutable std::int32_t cursorChar;
+    mutable std::atomic<std::uint64_t> cursor;
   };
+  // Makes outside_ the active member, holding `pointer` with the cursor at the beginning.
+  void SetOutside(const char* pointer) noexcept;
   // The bytes, always followed by a zero byte: in inline_ for short text, else in outside_.
   union {
     char inline_[kInlineCapacity + 1] = {};

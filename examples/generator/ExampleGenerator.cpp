@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <string>
@@ -17,10 +18,16 @@
 #include <nlohmann/json.hpp>
 
 #include "VEKCodePage.h"
+#include "VEKGlbWriter.h"
 
 namespace {
 
 using Json = nlohmann::ordered_json;
+
+[[noreturn]] void Stop(const char* why) {
+  std::fprintf(stderr, "example_generator: %s\n", why);
+  std::exit(1);
+}
 
 // ---- GLB ----
 
@@ -58,7 +65,7 @@ void PadTo4(std::vector<unsigned char>& bytes, unsigned char filler) {
 }
 
 // A binary glTF 2.0 scene: one root node named `rootName` with one child node per part.
-std::vector<unsigned char> BuildGlb(const std::string& rootName, const std::vector<Part>& parts) {
+std::vector<char> BuildGlb(const std::string& rootName, const std::vector<Part>& parts) {
   Json nodes = Json::array();
   Json rootChildren = Json::array();
   Json meshes = Json::array();
@@ -123,28 +130,20 @@ std::vector<unsigned char> BuildGlb(const std::string& rootName, const std::vect
                      {"accessors", std::move(accessors)},
                      {"bufferViews", std::move(views)},
                      {"buffers", {{{"byteLength", bin.size()}}}}};
-  std::vector<unsigned char> json;
-  for (const char c : gltf.dump()) json.push_back(static_cast<unsigned char>(c));
-  PadTo4(json, ' ');
-
-  std::vector<unsigned char> glb;
-  AppendLittleEndian(glb, 0x46546C67, 4);  // "glTF"
-  AppendLittleEndian(glb, 2, 4);
-  AppendLittleEndian(glb, static_cast<std::uint32_t>(12 + 8 + json.size() + 8 + bin.size()), 4);
-  AppendLittleEndian(glb, static_cast<std::uint32_t>(json.size()), 4);
-  AppendLittleEndian(glb, 0x4E4F534A, 4);  // "JSON"
-  glb.insert(glb.end(), json.begin(), json.end());
-  AppendLittleEndian(glb, static_cast<std::uint32_t>(bin.size()), 4);
-  AppendLittleEndian(glb, 0x004E4942, 4);  // "BIN"
-  glb.insert(glb.end(), bin.begin(), bin.end());
+  std::vector<char> glb;
+  if (VEKWriteGlb(gltf.dump(), bin.data(), bin.size(), glb) != VEKGlbWriteResult::Written) {
+    Stop("cannot frame a GLB");
+  }
   return glb;
 }
 
-std::string Base64(const std::vector<unsigned char>& bytes) {
-  VEKUnicodeString text;
-  if (VEKCodePage::ConvertToBase64(bytes.data(), static_cast<unsigned int>(bytes.size()), text) < 0)
-    return "";
-  return text.ConvertToChar();
+std::string Base64(const char* bytes, std::size_t length) {
+  std::string text(VEKCodePage::Base64Length(length), '\0');
+  if (VEKCodePage::WriteBase64(reinterpret_cast<const unsigned char*>(bytes), length, text.data(),
+                               text.size()) != text.size()) {
+    Stop("cannot encode base64");
+  }
+  return text;
 }
 
 // The outline of a feature control frame of `cells` cells, as lines.
@@ -221,9 +220,9 @@ std::string Identity(const std::string& indent, const std::string& name, int typ
          std::to_string(id) + "\" Status=\"" + std::to_string(status) + "\"/>\n";
 }
 
-std::string Rep(const std::string& indent, int type, const std::vector<unsigned char>& glb) {
-  return indent + "<Rep Type=\"" + std::to_string(type) + "\"><Buf>" + Base64(glb) +
-         "</Buf></Rep>\n";
+std::string Rep(const std::string& indent, int type, const std::vector<char>& glb) {
+  return indent + "<Rep Type=\"" + std::to_string(type) + "\"><Buf>" +
+         Base64(glb.data(), glb.size()) + "</Buf></Rep>\n";
 }
 
 // ---- the pump housing, current schema ----
@@ -659,7 +658,7 @@ bool Write(const std::string& path, const std::string& bytes) {
 
 // Base64 in lines of 76 characters, as mail and many tools write it.
 std::string Base64Lines(const std::string& bytes) {
-  const std::string text = Base64(std::vector<unsigned char>(bytes.begin(), bytes.end()));
+  const std::string text = Base64(bytes.data(), bytes.size());
   std::string lines;
   for (std::size_t at = 0; at < text.size(); at += 76) lines += text.substr(at, 76) + "\n";
   return lines;

@@ -1,5 +1,5 @@
-// Base64 with the standard alphabet and padding: a table-driven decoder that takes four
-// characters per step while the text holds no blanks or padding.
+// Base64 with the standard alphabet and padding: the encoder, and a table-driven decoder that
+// takes four characters per step while the text holds no blanks or padding.
 #include "VEKCodePage.h"
 
 #include <array>
@@ -156,13 +156,29 @@ int VEKCodePage::ConvertFromBase64(const char* text, unsigned char*& bytes,
 int VEKCodePage::ConvertToBase64(const unsigned char* bytes, unsigned int length,
                                  VEKUnicodeString& text) noexcept {
   if (!bytes && length > 0) return kInvalidText;
-  const std::uint64_t textLength = (static_cast<std::uint64_t>(length) + 2) / 3 * 4;
+  const std::size_t textLength = Base64Length(length);
   // A string counts its characters in 32 bits.
   if (textLength > INT32_MAX) return kOutOfMemory;
   std::unique_ptr<char[]> buffer(new (std::nothrow) char[textLength]);
   if (!buffer) return kOutOfMemory;
-  char* out = buffer.get();
-  unsigned int i = 0;
+  if (WriteBase64(bytes, length, buffer.get(), textLength) != textLength) return kInvalidText;
+  VEKUnicodeString encoded(buffer.get(), textLength);
+  if (encoded.GetLengthInByte() != textLength) return kOutOfMemory;
+  text = std::move(encoded);
+  return 0;
+}
+
+std::size_t VEKCodePage::Base64Length(std::size_t length) noexcept {
+  const std::size_t quanta = length / 3 + (length % 3 != 0);
+  return quanta <= SIZE_MAX / 4 ? quanta * 4 : 0;
+}
+
+std::size_t VEKCodePage::WriteBase64(const unsigned char* bytes, std::size_t length, char* text,
+                                     std::size_t capacity) noexcept {
+  const std::size_t textLength = Base64Length(length);
+  if ((!bytes && length > 0) || (textLength == 0 && length > 0) || textLength > capacity) return 0;
+  char* out = text;
+  std::size_t i = 0;
   for (; length - i >= 3; i += 3) {
     const std::uint32_t bits = (bytes[i] << 16) | (bytes[i + 1] << 8) | bytes[i + 2];
     *out++ = kAlphabet[bits >> 18];
@@ -178,8 +194,5 @@ int VEKCodePage::ConvertToBase64(const unsigned char* bytes, unsigned int length
     *out++ = two ? kAlphabet[(bits >> 6) & 63] : '=';
     *out++ = '=';
   }
-  VEKUnicodeString encoded(buffer.get(), static_cast<std::size_t>(textLength));
-  if (encoded.GetLengthInByte() != textLength) return kOutOfMemory;
-  text = std::move(encoded);
-  return 0;
+  return textLength;
 }

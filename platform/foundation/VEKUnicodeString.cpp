@@ -14,14 +14,21 @@
 #include <system_error>
 #include <utility>
 
+#include "VEKUtf8.h"
+
 static_assert(sizeof(wchar_t) == 4, "wide characters are UTF-32");
 
 namespace {
 
-constexpr char32_t kReplacement = 0xFFFD;
+constexpr std::uint32_t kReplacement = 0xFFFD;
 constexpr char kReplacementUtf8[] = "\xEF\xBF\xBD";
 constexpr std::size_t kReplacementBytes = 3;
 constexpr std::uint64_t kHighBits = 0x8080808080808080ull;
+
+// The cursor word: the character position in the low 31 bits, the byte offset above. A string
+// holds at most INT32_MAX characters of at most 4 bytes, so every offset fits in the 33 bits left.
+constexpr int kCursorCharBits = 31;
+constexpr std::uint64_t kCursorCharMask = (std::uint64_t{1} << kCursorCharBits) - 1;
 
 bool IsContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
 
@@ -38,29 +45,10 @@ std::size_t AsciiPrefixLength(const unsigned char* bytes, std::size_t count) {
 }
 
 // Length of the well-formed UTF-8 sequence at `bytes` (1 to 4), or 0 when its first byte cannot
-// start one: overlong forms, surrogates, code points above U+10FFFF, truncated sequences and
-// stray continuation bytes.
+// start one.
 std::size_t SequenceLength(const unsigned char* bytes, std::size_t available) {
-  const unsigned char lead = bytes[0];
-  if (lead < 0x80) return 1;
-  if (lead < 0xC2) return 0;
-  if (lead < 0xE0) return available >= 2 && IsContinuation(bytes[1]) ? 2 : 0;
-  if (lead < 0xF0) {
-    if (available < 3) return 0;
-    const unsigned char low = lead == 0xE0 ? 0xA0 : 0x80;
-    const unsigned char high = lead == 0xED ? 0x9F : 0xBF;
-    return bytes[1] >= low && bytes[1] <= high && IsContinuation(bytes[2]) ? 3 : 0;
-  }
-  if (lead < 0xF5) {
-    if (available < 4) return 0;
-    const unsigned char low = lead == 0xF0 ? 0x90 : 0x80;
-    const unsigned char high = lead == 0xF4 ? 0x8F : 0xBF;
-    return bytes[1] >= low && bytes[1] <= high && IsContinuation(bytes[2]) &&
-                   IsContinuation(bytes[3])
-               ? 4
-               : 0;
-  }
-  return 0;
+  std::uint32_t unused = 0;
+  return static_cast<std::size_t>(VEKDecodeUtf8(bytes, bytes + available, unused));
 }
 
 // Number of characters in [bytes, bytes + count), each invalid byte counting as one; `invalid`
@@ -93,30 +81,7 @@ std::size_t ValidSequenceLength(unsigned char lead) {
   return 4;
 }
 
-std::size_t EncodeUtf8(char32_t codePoint, char* out) {
-  if (codePoint < 0x80) {
-    out[0] = static_cast<char>(codePoint);
-    return 1;
-  }
-  if (codePoint < 0x800) {
-    out[0] = static_cast<char>(0xC0 | (codePoint >> 6));
-    out[1] = static_cast<char>(0x80 | (codePoint & 0x3F));
-    return 2;
-  }
-  if (codePoint < 0x10000) {
-    out[0] = static_cast<char>(0xE0 | (codePoint >> 12));
-    out[1] = static_cast<char>(0x80 | ((codePoint >> 6) & 0x3F));
-    out[2] = static_cast<char>(0x80 | (codePoint & 0x3F));
-    return 3;
-  }
-  out[0] = static_cast<char>(0xF0 | (codePoint >> 18));
-  out[1] = static_cast<char>(0x80 | ((codePoint >> 12) & 0x3F));
-  out[2] = static_cast<char>(0x80 | ((codePoint >> 6) & 0x3F));
-  out[3] = static_cast<char>(0x80 | (codePoint & 0x3F));
-  return 4;
-}
-
-char32_t ValidCodePoint(wchar_t wide) {
+std::uint32_t ValidCodePoint(wchar_t wide) {
   const auto codePoint = static_cast<std::uint32_t>(wide);
   if (codePoint > 0x10FFFF || (codePoint >= 0xD800 && codePoint <= 0xDFFF)) return kReplacement;
   return codePoint;
@@ -201,7 +166,7 @@ VEKUnicodeString::VEKUnicodeString(BorrowTag, const char* utf8, std::size_t byte
     Assign(utf8, byteLength);
     return;
   }
-  outside_ = Outside{utf8, 0, 0};
+  SetOutside(utf8);
   size_ = byteLength;
   length_ = static_cast<std::int32_t>(chars);
   ascii_ = chars == byteLength;
@@ -224,14 +189,16 @@ VEKUnicodeString::VEKUnicodeString(const wchar_t* utf32) noexcept {
   }
   std::size_t bytes = 0;
   chars = 0;
-  char scratch[4];
+  unsigned char scratch[4];
   for (const wchar_t* wide = utf32; *wide; ++wide, ++chars) {
-    bytes += EncodeUtf8(ValidCodePoint(*wide), scratch);
+    bytes += VEKEncodeUtf8(ValidCodePoint(*wide), scratch);
   }
   if (chars > static_cast<std::size_t>(INT32_MAX)) return;
   char* out = Reserve(bytes);
   if (!out) return;
-  for (const wchar_t* wide = utf32; *wide; ++wide) out += EncodeUtf8(ValidCodePoint(*wide), out);
+  auto* next = reinterpret_cast<unsigned char*>(out);
+  for (const wchar_t* wide = utf32; *wide; ++wide)
+    next += VEKEncodeUtf8(ValidCodePoint(*wide), next);
   length_ = static_cast<std::int32_t>(chars);
   ascii_ = bytes == chars;
 }
@@ -273,7 +240,7 @@ char* VEKUnicodeString::Reserve(std::size_t byteLength) noexcept {
     if (byteLength == SIZE_MAX) return nullptr;
     room = new (std::nothrow) char[byteLength + 1];
     if (!room) return nullptr;
-    outside_ = Outside{room, 0, 0};
+    SetOutside(room);
     storage_ = Storage::kHeap;
   }
   room[byteLength] = '\0';
@@ -295,7 +262,7 @@ void VEKUnicodeString::TakeFrom(VEKUnicodeString& other) noexcept {
     CopyFrom(other);
   } else {
     Reset();
-    outside_ = Outside{other.outside_.pointer, 0, 0};
+    SetOutside(other.outside_.pointer);
     size_ = other.size_;
     length_ = other.length_;
     ascii_ = other.ascii_;
@@ -339,13 +306,11 @@ void VEKUnicodeString::ConvertToWChar(wchar_t* target) const noexcept {
     target[count] = L'\0';
     return;
   }
-  for (std::size_t i = 0; i < count;) {
-    const unsigned char lead = bytes[i];
-    const std::size_t length = ValidSequenceLength(lead);
-    std::uint32_t codePoint = length == 1 ? lead : lead & (0x7F >> length);
-    for (std::size_t k = 1; k < length; ++k) codePoint = (codePoint << 6) | (bytes[i + k] & 0x3F);
+  // The text is valid UTF-8, so every sequence decodes.
+  for (const unsigned char* at = bytes; at < bytes + count;) {
+    std::uint32_t codePoint = 0;
+    at += VEKDecodeUtf8(at, bytes + count, codePoint);
     *target++ = static_cast<wchar_t>(codePoint);
-    i += length;
   }
   *target = L'\0';
 }
@@ -411,10 +376,7 @@ int VEKUnicodeString::SearchSubString(const VEKUnicodeString& sub, int start,
   for (std::size_t i = from; i < found; ++i) {
     position += !IsContinuation(static_cast<unsigned char>(Data()[i]));
   }
-  if (storage_ != Storage::kInline) {
-    outside_.cursorChar = position;
-    outside_.cursorByte = found;
-  }
+  if (storage_ != Storage::kInline) MoveCursor(position, found);
   return position;
 }
 
@@ -472,7 +434,8 @@ std::size_t VEKUnicodeString::ByteOffsetOf(int charPosition) const noexcept {
   // Start from whichever known point is nearest: the beginning, the cursor or the end. Inline
   // text keeps no cursor (it sits at the beginning).
   const bool hasCursor = storage_ != Storage::kInline;
-  const std::int32_t cursorChar = hasCursor ? outside_.cursorChar : 0;
+  const std::uint64_t cursor = hasCursor ? outside_.cursor.load(std::memory_order_relaxed) : 0;
+  const auto cursorChar = static_cast<std::int32_t>(cursor & kCursorCharMask);
   std::int32_t position = 0;
   std::size_t offset = 0;
   std::int32_t distance = charPosition;
@@ -480,7 +443,7 @@ std::size_t VEKUnicodeString::ByteOffsetOf(int charPosition) const noexcept {
       charPosition >= cursorChar ? charPosition - cursorChar : cursorChar - charPosition;
   if (fromCursor < distance) {
     position = cursorChar;
-    offset = outside_.cursorByte;
+    offset = static_cast<std::size_t>(cursor >> kCursorCharBits);
     distance = fromCursor;
   }
   if (length_ - charPosition < distance) {
@@ -497,9 +460,17 @@ std::size_t VEKUnicodeString::ByteOffsetOf(int charPosition) const noexcept {
     } while (IsContinuation(bytes[offset]));
     --position;
   }
-  if (hasCursor) {
-    outside_.cursorChar = position;
-    outside_.cursorByte = offset;
-  }
+  if (hasCursor) MoveCursor(position, offset);
   return offset;
+}
+
+void VEKUnicodeString::MoveCursor(std::int32_t charPosition,
+                                  std::size_t byteOffset) const noexcept {
+  const std::uint64_t cursor = (static_cast<std::uint64_t>(byteOffset) << kCursorCharBits) |
+                               static_cast<std::uint32_t>(charPosition);
+  outside_.cursor.store(cursor, std::memory_order_relaxed);
+}
+
+void VEKUnicodeString::SetOutside(const char* pointer) noexcept {
+  new (&outside_) Outside{pointer, 0};
 }

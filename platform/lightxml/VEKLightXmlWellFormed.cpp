@@ -11,6 +11,8 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "VEKUtf8.h"
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -80,36 +82,6 @@ bool IsNameStart(std::uint32_t c) {
 bool IsNameChar(std::uint32_t c) {
   if (c < 0x80) return Is(static_cast<unsigned char>(c), kNameChar);
   return IsNameStart(c) || c == 0xB7 || (c >= 0x300 && c <= 0x36F) || c == 0x203F || c == 0x2040;
-}
-
-// The length of the shortest-form UTF-8 sequence at `p` of a scalar value and the value in
-// `c`, or 0 for an overlong form, a surrogate, a value beyond U+10FFFF or a cut sequence.
-int DecodeUtf8(const unsigned char* p, const unsigned char* end, std::uint32_t& c) {
-  const unsigned lead = p[0];
-  const std::ptrdiff_t left = end - p;
-  const auto continuation = [](unsigned char byte) { return (byte & 0xC0) == 0x80; };
-  if (lead >= 0xC2 && lead <= 0xDF) {
-    if (left < 2 || !continuation(p[1])) return 0;
-    c = ((lead & 0x1Fu) << 6) | (p[1] & 0x3Fu);
-    return 2;
-  }
-  if (lead >= 0xE0 && lead <= 0xEF) {
-    const unsigned low = lead == 0xE0 ? 0xA0 : 0x80;
-    const unsigned high = lead == 0xED ? 0x9F : 0xBF;
-    if (left < 3 || p[1] < low || p[1] > high || !continuation(p[2])) return 0;
-    c = ((lead & 0x0Fu) << 12) | ((p[1] & 0x3Fu) << 6) | (p[2] & 0x3Fu);
-    return 3;
-  }
-  if (lead >= 0xF0 && lead <= 0xF4) {
-    const unsigned low = lead == 0xF0 ? 0x90 : 0x80;
-    const unsigned high = lead == 0xF4 ? 0x8F : 0xBF;
-    if (left < 4 || p[1] < low || p[1] > high || !continuation(p[2]) || !continuation(p[3])) {
-      return 0;
-    }
-    c = ((lead & 0x07u) << 18) | ((p[1] & 0x3Fu) << 12) | ((p[2] & 0x3Fu) << 6) | (p[3] & 0x3Fu);
-    return 4;
-  }
-  return 0;
 }
 
 bool EqualsNoCase(std::string_view text, const char* lower) {
@@ -237,7 +209,7 @@ class Scanner {
       return true;
     }
     std::uint32_t c = 0;
-    const int length = DecodeUtf8(p_, end_, c);
+    const int length = VEKDecodeUtf8(p_, end_, c);
     if (length == 0) return Fail(p_, kBadUtf8);
     if (c == 0xFFFE || c == 0xFFFF) return Fail(p_, kBadCharacter);
     p_ += length;
@@ -265,7 +237,7 @@ class Scanner {
       std::uint32_t c = *p_;
       int length = 1;
       if (c >= 0x80) {
-        length = DecodeUtf8(p_, end_, c);
+        length = VEKDecodeUtf8(p_, end_, c);
         if (length == 0) return Fail(p_, kBadUtf8);
       }
       const bool allowed = p_ == start && !token ? IsNameStart(c) : IsNameChar(c);
@@ -952,29 +924,6 @@ std::string_view DeclaredEncoding(const unsigned char* bytes, std::size_t length
   return declaration.substr(at + 1, close - at - 1);
 }
 
-std::size_t PutUtf8(std::uint32_t c, unsigned char* output) {
-  if (c < 0x80) {
-    output[0] = static_cast<unsigned char>(c);
-    return 1;
-  }
-  if (c < 0x800) {
-    output[0] = static_cast<unsigned char>(0xC0 | (c >> 6));
-    output[1] = static_cast<unsigned char>(0x80 | (c & 0x3F));
-    return 2;
-  }
-  if (c < 0x10000) {
-    output[0] = static_cast<unsigned char>(0xE0 | (c >> 12));
-    output[1] = static_cast<unsigned char>(0x80 | ((c >> 6) & 0x3F));
-    output[2] = static_cast<unsigned char>(0x80 | (c & 0x3F));
-    return 3;
-  }
-  output[0] = static_cast<unsigned char>(0xF0 | (c >> 18));
-  output[1] = static_cast<unsigned char>(0x80 | ((c >> 12) & 0x3F));
-  output[2] = static_cast<unsigned char>(0x80 | ((c >> 6) & 0x3F));
-  output[3] = static_cast<unsigned char>(0x80 | (c & 0x3F));
-  return 4;
-}
-
 }  // namespace
 
 bool CheckWellFormed(const unsigned char* bytes, std::size_t length, WellFormedError& error,
@@ -1023,7 +972,7 @@ std::ptrdiff_t ConvertToUtf8(const unsigned char* bytes, std::size_t length, Tex
   // there: zeros padding a document cost nothing, however many there are.
   if (encoding == TextEncoding::kLatin1) {
     for (std::size_t at = 0; at < length && bytes[at] != 0; ++at) {
-      written += PutUtf8(bytes[at], output + written);
+      written += VEKEncodeUtf8(bytes[at], output + written);
     }
     return static_cast<std::ptrdiff_t>(written);
   }
@@ -1052,7 +1001,7 @@ std::ptrdiff_t ConvertToUtf8(const unsigned char* bytes, std::size_t length, Tex
     } else if ((c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF) {
       return fail(wide ? "Invalid UTF-32 code point" : "Invalid UTF-16 surrogate");
     }
-    written += PutUtf8(c, output + written);
+    written += VEKEncodeUtf8(c, output + written);
   }
   if (at != length) return fail(kTruncated);
   return static_cast<std::ptrdiff_t>(written);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 
 #include "FailingAllocator.h"
@@ -7,7 +8,9 @@
 
 namespace {
 
-// Decodes `text`; on success returns the bytes, on failure "<failed>" after checking that no
+constexpr const char* kFailed = "<failed>";
+
+// Decodes `text`; on success returns the bytes, on failure kFailed after checking that no
 // buffer was handed out.
 std::string Decode(const char* text) {
   unsigned char* bytes = reinterpret_cast<unsigned char*>(1);
@@ -15,7 +18,7 @@ std::string Decode(const char* text) {
   if (VEKCodePage::ConvertFromBase64(text, bytes, length) < 0) {
     EXPECT_EQ(bytes, nullptr);
     EXPECT_EQ(length, 0u);
-    return "<failed>";
+    return kFailed;
   }
   std::string decoded(reinterpret_cast<const char*>(bytes), length);
   delete[] bytes;
@@ -45,20 +48,72 @@ TEST(Base64, RfcVectorsBothWays) {
   }
 }
 
-TEST(Base64, SkipsBlanksAnywhere) {
-  EXPECT_EQ(Decode(" Zm9v\r\nYmFy\t"), "foobar");
-  EXPECT_EQ(Decode("Z m 9 v Y g = = \n"), "foob");
-  EXPECT_EQ(Decode("\n\nZm9vYmE=\r\n"), "fooba");
-}
+struct Boundary {
+  const char* text;
+  const char* decoded;  // kFailed when the text must be refused
+};
+// Where a quantum ends, in the first quantum and after a whole one: the four-at-a-time path takes
+// whole quanta and the last is read character by character, so a fault may show in one place only.
+const Boundary kBoundaries[] = {
+    // No bytes, no buffer to hand over: refused by design.
+    {"", kFailed},
+    {" \t\r\n ", kFailed},
+    {"Zg==", "f"},
+    {"Zm8=", "fo"},
+    {"Zm9v", "foo"},
+    {"Zm9vZg==", "foof"},
+    {"Zm9vYg==", "foob"},
+    // Blanks and line breaks anywhere, padding included.
+    {" Zm9v\r\nYmFy\t", "foobar"},
+    {"Z m 9 v Y g = = \n", "foob"},
+    {"\n\nZm9vYmE=\r\n", "fooba"},
+    {"Zm9vZg\n=\t=", "foof"},
+    {"Zm9v \r\n Zg==", "foof"},
+    {"Zm9vZ\ng=\r\n=  ", "foof"},
+    // Bits below the last byte are ignored, not checked to be zero.
+    {"Zh==", "f"},
+    {"Zm9vZm9=", "foofo"},
+    // One character of a quantum, with any padding.
+    {"Z", kFailed},
+    {"Z===", kFailed},
+    {"Zm9vZ", kFailed},
+    {"Zm9vZ=", kFailed},
+    {"Zm9vZ===", kFailed},
+    // Padding that does not complete the quantum, or goes past it.
+    {"Zg=", kFailed},
+    {"Zm9vZg=", kFailed},
+    {"Zm9vZg= \n", kFailed},
+    {"Zg===", kFailed},
+    {"Zm9vZg===", kFailed},
+    {"Zm9vZm8==", kFailed},
+    {"Zm9v=", kFailed},
+    {"Zm9v====", kFailed},
+    {"====", kFailed},
+    {"Zm9", kFailed},
+    {"Zm9vY", kFailed},
+    // Padding not at the end.
+    {"Zg=a", kFailed},
+    {"Zm9vZg=a", kFailed},
+    {"=Zm9", kFailed},
+    {"Zm=v", kFailed},
+    {"Zg==Zg==", kFailed},
+    {"Zg==\nA", kFailed},
+    {"Zm9vZm8=Zm9v", kFailed},
+    // Characters outside the alphabet, blanks other than space, tab and line breaks.
+    {"Zm9v!mFy", kFailed},
+    {"Zm9vYmF-", kFailed},
+    {"Zm9vYmF_", kFailed},
+    {"Zm9v\vYmFy", kFailed},
+    {"Zm9v\xC3\xA9", kFailed},
+    {"Zm9vZg==\x80", kFailed},
+    {"Zm9vZg==\f", kFailed},
+};
 
-TEST(Base64, RejectsMalformedText) {
-  const char* const malformed[] = {
-      "",      " \t\r\n ", "Zm9v!mFy", "Zm9vYmF-",   "Zm9vYmF_",     "Zm9",
-      "Zm9vY", "Zg=",      "Zg===",    "Z===",       "====",         "=Zm9",
-      "Zm=v",  "Zg==Zg==", "Zg==\nA",  "Zm9v\vYmFy", "Zm9v\xC3\xA9",
-  };
-  for (const char* text : malformed) EXPECT_EQ(Decode(text), "<failed>") << '"' << text << '"';
-  EXPECT_EQ(Decode(nullptr), "<failed>");
+TEST(Base64, DecodesOrRefusesEachBoundaryCase) {
+  for (const Boundary& row : kBoundaries) {
+    EXPECT_EQ(Decode(row.text), row.decoded) << testing::PrintToString(std::string(row.text));
+  }
+  EXPECT_EQ(Decode(nullptr), kFailed);
 }
 
 // Blanks at every spacing move the text in and out of the four-at-a-time path.
@@ -69,7 +124,7 @@ TEST(Base64, RoundTripsAllByteValuesWithBlanksAtAnySpacing) {
   }
   for (std::size_t length = 0; length < 7; ++length) {
     EXPECT_EQ(Decode(Encode(bytes.substr(0, length)).c_str()),
-              length == 0 ? "<failed>" : bytes.substr(0, length));
+              length == 0 ? kFailed : bytes.substr(0, length));
   }
   const std::string text = Encode(bytes);
   for (std::size_t spacing = 1; spacing < 10; ++spacing) {
@@ -80,6 +135,26 @@ TEST(Base64, RoundTripsAllByteValuesWithBlanksAtAnySpacing) {
     }
     EXPECT_EQ(Decode(spaced.c_str()), bytes) << "spacing " << spacing;
   }
+}
+
+TEST(Base64, WritesIntoABufferOnlyWhenTheTextFits) {
+  EXPECT_EQ(VEKCodePage::Base64Length(0), 0u);
+  EXPECT_EQ(VEKCodePage::Base64Length(1), 4u);
+  EXPECT_EQ(VEKCodePage::Base64Length(3), 4u);
+  EXPECT_EQ(VEKCodePage::Base64Length(4), 8u);
+  EXPECT_EQ(VEKCodePage::Base64Length(SIZE_MAX / 4 * 3), SIZE_MAX / 4 * 4);
+  EXPECT_EQ(VEKCodePage::Base64Length(SIZE_MAX / 4 * 3 + 1), 0u) << "does not fit in a size_t";
+  EXPECT_EQ(VEKCodePage::Base64Length(SIZE_MAX), 0u);
+
+  const unsigned char bytes[] = {'f', 'o', 'o', 'b'};
+  char text[9] = "--------";
+  EXPECT_EQ(VEKCodePage::WriteBase64(bytes, 4, text, 7), 0u) << "one short";
+  EXPECT_EQ(VEKCodePage::WriteBase64(nullptr, 1, text, 8), 0u);
+  EXPECT_EQ(VEKCodePage::WriteBase64(bytes, SIZE_MAX, text, 8), 0u);
+  EXPECT_STREQ(text, "--------");
+  EXPECT_EQ(VEKCodePage::WriteBase64(nullptr, 0, text, 0), 0u);
+  EXPECT_EQ(VEKCodePage::WriteBase64(bytes, 4, text, 8), 8u);
+  EXPECT_STREQ(text, "Zm9vYg==");
 }
 
 TEST(Base64, FailuresLeaveOutputsAlone) {
@@ -100,7 +175,7 @@ TEST(Base64, FailuresLeaveOutputsAlone) {
   }
   EXPECT_LT(encodeResult, 0);
   EXPECT_TRUE(text == "kept again");
-  EXPECT_EQ(decoded, "<failed>");
+  EXPECT_EQ(decoded, kFailed);
 }
 
 }  // namespace
