@@ -1,6 +1,5 @@
 #include "VEKTPSLightJsonExport.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <new>
 #include <optional>
@@ -30,7 +29,8 @@ Json Optional(const std::optional<VEKVector3>& value) {
 // A linked object is written as its id; null when it has none.
 Json IdOf(VEKBaseUnknown* object) {
   VEKComPtr<VEKITPSLight> light;
-  if (!object || VEKFailed(object->QueryInterface(VEKITPSLight::kIID, light.ReleaseAndGetVoidAddressOf())))
+  if (!object ||
+      VEKFailed(object->QueryInterface(VEKITPSLight::kIID, light.ReleaseAndGetVoidAddressOf())))
     return nullptr;
   return Optional(light->GetId());
 }
@@ -93,7 +93,8 @@ void AddFamily(VEKITPSLightAnnotation& annotation, Json& out) {
   out["ttrs"] = annotation.GetTTRS();
   out["graphic"] = Rep(annotation.GetGraphicRep());
   VEKComPtr<VEKITPSLightModel> links;
-  if (VEKSucceeded(annotation.QueryInterface(VEKITPSLightModel::kIID, links.ReleaseAndGetVoidAddressOf()))) {
+  if (VEKSucceeded(
+          annotation.QueryInterface(VEKITPSLightModel::kIID, links.ReleaseAndGetVoidAddressOf()))) {
     out["views"] = Ids(links->GetViews());
     const VEKLightObjectList* group = links->GetOrderGroup();
     out["orderGroup"] = group ? Ids(*group) : Json(nullptr);
@@ -177,25 +178,6 @@ Json Set(VEKITPSLightSet& set) {
 }
 
 }  // namespace
-
-HRESULT VEKGetSetsOfLoad(VEKITPSLightSet* lastSet,
-                         std::vector<VEKComPtr<VEKITPSLightSet>>& sets) noexcept {
-  sets.clear();
-  try {
-    // The sets of one load are chained from the last to the first.
-    for (VEKComPtr<VEKITPSLightSet> set(lastSet); set;) {
-      VEKComPtr<VEKITPSLightSet> previous;
-      (void)set->GetPreviousSet(previous.ReleaseAndGetAddressOf());
-      sets.push_back(std::move(set));
-      set = std::move(previous);
-    }
-  } catch (const std::bad_alloc&) {
-    sets.clear();
-    return E_OUTOFMEMORY;
-  }
-  std::reverse(sets.begin(), sets.end());
-  return S_OK;
-}
 
 HRESULT VEKExportLoadToJson(VEKTPSLightSchema schema, HRESULT loadResult, VEKITPSLightSet* lastSet,
                             bool pretty, std::string& json) noexcept {

@@ -38,9 +38,13 @@ struct VEKTPSLightLoadOptions {
   // Where a current-schema load writes its dump of the parsed document (replaced whole, never
   // half-written). Empty: no dump.
   std::string dumpPath;
-  // Most objects (of all families and sets) one load builds. A legacy document rebuilds every
-  // object once per set, so a small document can ask for a very large model; past the limit no
-  // further set is built and a LegacySetsMultiply diagnostic says so. 0: no limit.
+  // Most objects (of all families and sets, the sets included) one load builds. A legacy document
+  // rebuilds every object once per set, so a small document can ask for a very large model. Before
+  // each set the load checks that the set would stay within the limit (a legacy set costs what
+  // the set before it cost; a current-schema set is counted as its one object, its objects being
+  // bounded by the document); when it would not, no further set is built, what was built is kept
+  // and an ObjectLimit diagnostic says so. 0: no limit. The default, five million, is about
+  // 2.5 GB of model (an object without a graphic costs some 520 bytes).
   std::uint64_t maxObjects = 5000000;
   // Most bytes read from a file or stream, and most bytes a document may decode or inflate to.
   std::uint64_t maxInputBytes = 2147483647;
@@ -49,7 +53,7 @@ struct VEKTPSLightLoadOptions {
 // Why a load did not give a model.
 enum class VEKTPSLightLoadStatus : int {
   Loaded = 0,        // at least one set was made
-  NoSet = 1,         // the document parsed but made no set (the load's own result is kept)
+  NoSet = 1,         // the document parsed but no set was made whole (the load's result is kept)
   ReadFailed = 2,    // the file could not be opened or read
   TooLarge = 3,      // the input, or what it decodes to, passes maxInputBytes
   DecodeFailed = 4,  // base64 text or zlib data that does not decode
@@ -72,7 +76,8 @@ enum class VEKTPSLightDiagnosticKind : int {
 
 struct VEKTPSLightDiagnostic {
   VEKTPSLightDiagnosticKind kind = VEKTPSLightDiagnosticKind::UnresolvedId;
-  // 0-based index of the set being built (into VEKTPSLightDocument::Sets); -1 before any set.
+  // 0-based index of the set being built (into VEKTPSLightDocument::Sets); -1 for a record about
+  // the whole load (LegacySetsMultiply, ObjectLimit).
   int set = -1;
   // The VEKTPSLightKind of the id concerned; 0 when no id is concerned.
   int objectKind = 0;
@@ -90,7 +95,9 @@ struct VEKTPSLightDiagnostic {
 
 // The outcome of one load: the sets (each with a reference held by the document), the form and
 // schema found, the load's result code, an error with its place, and the diagnostics. Movable;
-// freeing it releases the document's references (objects a host still holds stay alive).
+// freeing it releases the document's references (objects a host still holds stay alive). A
+// document made by the default constructor, or moved from, holds no load and reads as one that ran
+// out of memory before it began (OutOfMemory, E_OUTOFMEMORY, nothing else).
 class VEK_API VEKTPSLightDocument {
  public:
   VEKTPSLightDocument() noexcept;
@@ -112,14 +119,17 @@ class VEK_API VEKTPSLightDocument {
   std::optional<VEKTPSLightSchema> Schema() const noexcept;
   // Why the load failed, in one English sentence; empty when it loaded.
   const std::string& Error() const noexcept;
-  // 1-based line and column (in characters) of an XML error; 0 when the error has no place.
+  // 1-based line and column (in characters, a byte order mark not counted) of an XML error; 0
+  // when the error has no place. Lines end at a line feed, a carriage return and line feed pair,
+  // or a lone carriage return.
   int ErrorLine() const noexcept;
   int ErrorColumn() const noexcept;
 
   // Every set of the load in creation order; borrowed, valid while the document or another
   // reference to the set lives.
   const std::vector<VEKComPtr<VEKITPSLightSet>>& Sets() const noexcept;
-  // What the parser recorded while building, in document order within each set.
+  // What the parser recorded while building, in document order within each set; records about
+  // the whole load come last.
   const std::vector<VEKTPSLightDiagnostic>& Diagnostics() const noexcept;
   // The number of model objects the load built (sets included).
   std::uint64_t ObjectsBuilt() const noexcept;
@@ -135,13 +145,19 @@ class VEK_API VEKTPSLightDocument {
   std::unique_ptr<State> state_;
 };
 
+// Every set of one load in creation order, reached through VEKITPSLightSet::GetPreviousSet from
+// `lastSet` (null gives none), each with a reference of its own. E_OUTOFMEMORY leaves `sets`
+// empty.
+VEK_API HRESULT VEKGetSetsOfLoad(VEKITPSLightSet* lastSet,
+                                 std::vector<VEKComPtr<VEKITPSLightSet>>& sets) noexcept;
+
 // Loads a document held in memory (`length` bytes; not copied when the form is plain UTF-8).
 VEK_API VEKTPSLightDocument VEKLoadDocument(const void* bytes, std::size_t length,
                                             const VEKTPSLightLoadOptions& options = {}) noexcept;
 // Loads the document at `path`; "-" is not special here. A file larger than maxInputBytes is
 // refused before it is read.
-VEK_API VEKTPSLightDocument VEKLoadDocumentFile(const char* path,
-                                                const VEKTPSLightLoadOptions& options = {}) noexcept;
+VEK_API VEKTPSLightDocument
+VEKLoadDocumentFile(const char* path, const VEKTPSLightLoadOptions& options = {}) noexcept;
 
 // The lower-case name of a form ("plain", "base64", "zlib", "detect") or schema ("current",
 // "legacy"), and of a diagnostic kind ("unresolved-id", "duplicate-id", "unknown-ttrs",

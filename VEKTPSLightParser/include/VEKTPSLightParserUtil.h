@@ -27,6 +27,8 @@ class VEK_API VEKTPSLightParserUtil {
   // bytes (when compressedData is non-null and both sizes are non-zero), as base64 text
   // (fromBase64 == 1) or as plain text. The set is returned through *set with one reference for
   // the caller. Returns the result of the last set creation, or E_FAIL when no set was made.
+  // compressedSize must not exceed the bytes of the caller's buffer at compressedData: the
+  // inflater reads that many. An uncompressedSize above 1032 times compressedSize is refused.
   HRESULT GenerateLightModelFromBase(VEKUnicodeString& source, VEKBaseUnknown* father,
                                      VEKITPSLightSet** set, unsigned char fromBase64,
                                      char* compressedData, int uncompressedSize,
@@ -69,8 +71,7 @@ class VEK_API VEKTPSLightParserUtil {
   HRESULT SetTPSValues(VEKITPSLight* object, VEKLightXmlElementItf& element);
 
   // Typed readers; outputs they do not reach keep the caller's values.
-  HRESULT ReadTPSId(VEKLightXmlElementItf& element, VEKUnicodeString& name,
-                    VEKUnicodeString& uuid);
+  HRESULT ReadTPSId(VEKLightXmlElementItf& element, VEKUnicodeString& name, VEKUnicodeString& uuid);
   HRESULT ReadTPSLoc(VEKLightXmlElementItf& element, int& type, int& id, int& status);
   HRESULT ReadListInt(VEKLightXmlElementItf& element, VEKRawCollint& values);
   HRESULT ReadMath(VEKLightXmlElementItf& element, double& x, double& y, double& z);

@@ -7,7 +7,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "VEKExport.h"
 #include "VEKUnicodeString.h"
@@ -176,8 +178,28 @@ class VEK_API VEKLightXmlParser {
   // failure has no place) and a short English description (empty when it did not fail).
   std::ptrdiff_t GetErrorOffset() const noexcept;
   const char* GetErrorDescription() const noexcept;
+  // The same place as a line and a column, both from 1, the column counted in characters (a byte
+  // order mark is not one); 0 when the failure has no place.
+  int GetErrorLine() const noexcept;
+  int GetErrorColumn() const noexcept;
+  // Whether the last Parse failed because memory ran out.
+  bool OutOfMemory() const noexcept;
+
+  // Whether later Parse calls note where each line of their text starts, so that GetLineOf can
+  // answer (off by default: the note costs 4 bytes a line).
+  void KeepLineStarts(bool keep) noexcept;
+  // The line, from 1, holding byte `offset` of the last parsed text, offsets counted as
+  // GetSourceOffset and GetErrorOffset count them (in the UTF-8 form of the text); 0 for a
+  // negative offset, or when line starts were not kept or memory ran out keeping them.
+  int GetLineOf(std::ptrdiff_t offset) const noexcept;
 
  private:
+  void NoteLineStarts(const unsigned char* text, std::size_t size) noexcept;
+
   std::ptrdiff_t errorOffset_ = -1;
   const char* errorDescription_ = "";
+  int errorLine_ = 0;
+  int errorColumn_ = 0;
+  bool keepLineStarts_ = false;
+  std::vector<std::uint32_t> lineStarts_;
 };

@@ -1,16 +1,22 @@
 // Current-schema builders: one walker and one builder per object family. Every walker hands each
 // child of its object's tag to the builder and ignores the builder's result, so one object that
 // fails to build never stops the others.
+#include <memory>
 #include <new>
 
 #include "VEKComPtr.h"
 #include "VEKTPSLightParserInternal.h"
 #include "VEKTPSLightParserUtil.h"
+#include "VEKTPSLightRecorder.h"
 
+using vek_parser_detail::VEKAddTTRS;
 using vek_parser_detail::VEKBuildChildren;
 using vek_parser_detail::VEKForEachChild;
+using vek_parser_detail::VEKOrderGroupLists;
 using vek_parser_detail::VEKPassWide;
 using vek_parser_detail::VEKQueryInterface;
+using vek_parser_detail::VEKReadNumber;
+using vek_parser_detail::VEKReference;
 
 namespace {
 
@@ -18,20 +24,18 @@ namespace {
 int ReadIntAttribute(const VEKLightXmlElementItf& element, const VEKUnicodeString& name,
                      int fallback) {
   int value = fallback;
-  (void)element.GetAttributeValue(name).ConvertToNum(&value, "%d");
+  (void)VEKReadNumber(element.GetAttributeValue(name), value, element);
   return value;
 }
 
 // Looks each id of `ids` up in `broker` with `kind` and hands every object found to `use`;
 // ids that resolve to nothing are passed over.
 template <class Use>
-void ForEachFoundObject(VEKITPSIdBroker& broker, const VEKRawCollint& ids, int kind, Use&& use) {
+void ForEachFoundObject(VEKITPSIdBroker& broker, const VEKRawCollint& ids, VEKTPSLightKind kind,
+                        const VEKReference& by, Use&& use) {
   for (int position = 1; position <= ids.Size(); ++position) {
     VEKComPtr<VEKBaseUnknown> found;
-    if (VEKFailed(broker.GetObjectFromId(ids[position], kind, found.ReleaseAndGetAddressOf())) || !found) {
-      continue;
-    }
-    use(found.Get());
+    if (vek_parser_detail::VEKFindObject(broker, ids[position], kind, found, by)) use(found.Get());
   }
 }
 
@@ -86,17 +90,12 @@ HRESULT VEKTPSLightParserUtil::GenerateNewAnnotations(VEKTPSLightContainer* cont
                                                       VEKITPSLightSet* set,
                                                       VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
-  VEKRawCollPV orderGroups(0);
+  VEKOrderGroupLists groups;
   VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == "TPS") (void)BuildNewAnnotation(container, set, child, &orderGroups);
+    if (child.GetName() == "TPS") (void)BuildNewAnnotation(container, set, child, &groups.Lists());
   });
-  if (orderGroups.Size() > 0) {
-    // Groups can be linked only now that every annotation of this root exists.
-    (void)AssoTPSOrderGroup(set, orderGroups);
-    for (int position = 1; position <= orderGroups.Size(); ++position) {
-      delete static_cast<VEKListValVEKUnicodeString*>(orderGroups[position]);
-    }
-  }
+  // Groups can be linked only now that every annotation of this root exists.
+  if (groups.Lists().Size() > 0) (void)AssoTPSOrderGroup(set, groups.Lists());
   return S_OK;
 }
 
@@ -106,7 +105,8 @@ HRESULT VEKTPSLightParserUtil::BuildNewAnnotation(VEKTPSLightContainer* containe
                                                   VEKRawCollPV* orderGroups) {
   if (!set || !container || !orderGroups) return E_FAIL;
   VEKComPtr<VEKITPSLightAnnotation> annotation;
-  if (VEKFailed(container->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set)) || !annotation) {
+  if (VEKFailed(container->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set)) ||
+      !annotation) {
     return E_FAIL;
   }
   VEKComPtr<VEKITPSLight> light;
@@ -116,11 +116,13 @@ HRESULT VEKTPSLightParserUtil::BuildNewAnnotation(VEKTPSLightContainer* containe
     static const VEKUnicodeString kDefault("Def");
     static const VEKUnicodeString kReference("Ref");
     double value = 0.0;
-    (void)element.GetAttributeValue(kValue).ConvertToNum(&value, "%le");
+    (void)VEKReadNumber(element.GetAttributeValue(kValue), value, element);
     (void)annotation->SetValue(value);
     // Any non-zero "Def" marks the annotation as default with the flag 1.
     if (ReadIntAttribute(element, kDefault, 0) != 0) (void)annotation->SetDefault(1);
-    (void)annotation->SetReference(ReadIntAttribute(element, kReference, 0));
+    (void)vek_parser_detail::VEKSetReference(
+        *annotation.Get(), ReadIntAttribute(element, kReference, 0),
+        {element, VEKTPSLightKindAnnotation, annotation.Get(), " as its reference"});
     VEKPassWide(element.GetAttributeValue(AttributeName()),
                 [&](const wchar_t* text) { (void)annotation->SetAttribute(text); });
     light.Reset();
@@ -137,7 +139,8 @@ HRESULT VEKTPSLightParserUtil::BuildNewAnnotation(VEKTPSLightContainer* containe
     if (name == "TTRS") {
       VEKRawCollint ids(0);
       (void)ReadListInt(child, ids);
-      ForEachInt(ids, [&](int id) { (void)annotation->AddTTRS(id); });
+      const VEKReference by{child, VEKTPSLightKindAnnotation, annotation.Get()};
+      ForEachInt(ids, [&](int id) { (void)VEKAddTTRS(*annotation.Get(), id, by); });
     } else if (name == "Grou") {
       VEKRawCollint ids(0);
       (void)ReadListInt(child, ids);
@@ -149,8 +152,10 @@ HRESULT VEKTPSLightParserUtil::BuildNewAnnotation(VEKTPSLightContainer* containe
         (void)group.Append(text);
       });
       // One entry per "Grou", a null one included, keeps the pairing with annotations aligned.
-      auto* entry = new (std::nothrow) VEKListValVEKUnicodeString(group);
-      if (VEKFailed(orderGroups->Append(entry))) delete entry;
+      std::unique_ptr<VEKListValVEKUnicodeString> entry(new (std::nothrow)
+                                                            VEKListValVEKUnicodeString(group));
+      vek_parser_detail::VEKNoteGroupSource(entry.get(), child);
+      if (VEKSucceeded(orderGroups->Append(entry.get()))) (void)entry.release();
     }
   });
   return S_OK;
@@ -183,14 +188,16 @@ HRESULT VEKTPSLightParserUtil::BuildNewView(VEKTPSLightContainer* container, VEK
     (void)ReadListInt(shown, ids);
     VEKComPtr<VEKITPSIdBroker> broker;
     if (ids.Size() > 0 && VEKSucceeded(VEKQueryInterface(set, broker)) && broker) {
-      ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindAnnotation, [&](VEKBaseUnknown* found) {
-        VEKComPtr<VEKITPSLightModel> model;
-        if (VEKSucceeded(VEKQueryInterface(found, model)) && model) {
-          (void)model->SetView(view.Get());
-        }
-        model.Reset();
-        (void)view->AddTPS(found);
-      });
+      const VEKReference by{shown, VEKTPSLightKindView, view.Get()};
+      ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindAnnotation, by,
+                         [&](VEKBaseUnknown* found) {
+                           VEKComPtr<VEKITPSLightModel> model;
+                           if (VEKSucceeded(VEKQueryInterface(found, model)) && model) {
+                             (void)model->SetView(view.Get());
+                           }
+                           model.Reset();
+                           (void)view->AddTPS(found);
+                         });
     }
   }
 
@@ -231,7 +238,8 @@ HRESULT VEKTPSLightParserUtil::BuildNewRefFrame(VEKTPSLightContainer* container,
                                                 VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
   VEKComPtr<VEKITPSLightRefFrame> frame;
-  if (VEKFailed(container->CreateRefFrame(frame.ReleaseAndGetAddressOf(), set)) || !frame) return E_FAIL;
+  if (VEKFailed(container->CreateRefFrame(frame.ReleaseAndGetAddressOf(), set)) || !frame)
+    return E_FAIL;
   {
     VEKComPtr<VEKITPSLight> light;
     if (VEKSucceeded(VEKQueryInterface(frame.Get(), light))) {
@@ -251,11 +259,13 @@ HRESULT VEKTPSLightParserUtil::BuildNewRefFrame(VEKTPSLightContainer* container,
       VEKComPtr<VEKITPSIdBroker> broker;
       if (VEKFailed(VEKQueryInterface(set, broker)) || !broker) return;
       ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindAnnotation,
+                         {child, VEKTPSLightKindRefFrame, frame.Get(), " as a datum"},
                          [&](VEKBaseUnknown* found) { (void)frame->AddDatum(found); });
     } else if (name == "TTRS") {
       VEKRawCollint ids(0);
       (void)ReadListInt(child, ids);
-      ForEachInt(ids, [&](int id) { (void)frame->AddTTRS(id); });
+      const VEKReference by{child, VEKTPSLightKindRefFrame, frame.Get()};
+      ForEachInt(ids, [&](int id) { (void)VEKAddTTRS(*frame.Get(), id, by); });
     }
   });
   return S_OK;
@@ -272,7 +282,8 @@ HRESULT VEKTPSLightParserUtil::BuildNewCG(VEKTPSLightContainer* container, VEKIT
                                           VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
   VEKComPtr<VEKITPSLightCG> geometry;
-  if (VEKFailed(container->CreateCG(geometry.ReleaseAndGetAddressOf(), set)) || !geometry) return E_FAIL;
+  if (VEKFailed(container->CreateCG(geometry.ReleaseAndGetAddressOf(), set)) || !geometry)
+    return E_FAIL;
   // Stricter than its siblings: an object without the common face is left empty and reported.
   VEKComPtr<VEKITPSLight> light;
   if (VEKFailed(VEKQueryInterface(geometry.Get(), light)) || !light) return E_FAIL;
@@ -285,7 +296,8 @@ HRESULT VEKTPSLightParserUtil::BuildNewCG(VEKTPSLightContainer* container, VEKIT
     if (name == "TTRS") {
       VEKRawCollint ids(0);
       (void)ReadListInt(child, ids);
-      ForEachInt(ids, [&](int id) { (void)geometry->AddTTRS(id); });
+      const VEKReference by{child, VEKTPSLightKindCG, geometry.Get()};
+      ForEachInt(ids, [&](int id) { (void)VEKAddTTRS(*geometry.Get(), id, by); });
     } else if (name == "TRep") {
       VEKRawCollint ids(0);
       (void)ReadListInt(child, ids);
@@ -323,12 +335,13 @@ HRESULT VEKTPSLightParserUtil::BuildNewCapture(VEKTPSLightContainer* container,
     const int activeViewId = ReadIntAttribute(element, "ActVie", 0);
     VEKComPtr<VEKBaseUnknown> activeView;
     if (activeViewId != 0 &&
-        VEKSucceeded(broker->GetObjectFromId(activeViewId, VEKTPSLightKindView,
-                                             activeView.ReleaseAndGetAddressOf())) &&
-        activeView) {
+        vek_parser_detail::VEKFindObject(
+            *broker.Get(), activeViewId, VEKTPSLightKindView, activeView,
+            {element, VEKTPSLightKindCapture, capture.Get(), " as its active view"})) {
       // The active view learns of the capture first, then the capture of its view.
       VEKComPtr<VEKITPSLightView> view;
-      if (VEKSucceeded(activeView->QueryInterface(IID_VEKITPSLightView, view.ReleaseAndGetVoidAddressOf())) &&
+      if (VEKSucceeded(activeView->QueryInterface(IID_VEKITPSLightView,
+                                                  view.ReleaseAndGetVoidAddressOf())) &&
           view) {
         VEKComPtr<VEKBaseUnknown> captureBase;
         if (VEKSucceeded(VEKQueryInterface(capture.Get(), captureBase)) && captureBase) {
@@ -358,14 +371,15 @@ HRESULT VEKTPSLightParserUtil::BuildNewCapture(VEKTPSLightContainer* container,
     if (name == "TPSs" || name == "Views" || name == "CGs") {
       VEKRawCollint ids(0);
       (void)ReadListInt(*child, ids);
+      const VEKReference by{*child, VEKTPSLightKindCapture, capture.Get()};
       if (name == "TPSs") {
-        ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindAnnotation,
+        ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindAnnotation, by,
                            [&](VEKBaseUnknown* found) { (void)capture->AddTPS(found); });
       } else if (name == "Views") {
-        ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindView,
+        ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindView, by,
                            [&](VEKBaseUnknown* found) { (void)capture->AddView(found); });
       } else {
-        ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindCG,
+        ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindCG, by,
                            [&](VEKBaseUnknown* found) { (void)capture->AddCG(found); });
       }
     } else if (name == "Cam") {

@@ -7,9 +7,11 @@
 #include "VEKComPtr.h"
 #include "VEKTPSLightParserInternal.h"
 #include "VEKTPSLightParserUtil.h"
+#include "VEKTPSLightRecorder.h"
 
 using vek_parser_detail::VEKForEachChild;
 using vek_parser_detail::VEKPassWide;
+using vek_parser_detail::VEKReadNumber;
 
 namespace {
 
@@ -92,9 +94,9 @@ HRESULT VEKTPSLightParserUtil::ReadTPSLoc(VEKLightXmlElementItf& element, int& t
   VEKLightXmlElement location;
   if (VEKFailed(FoundRootNode(element, kTPSLoc, location))) return S_OK;
   // A missing or non-numeric attribute leaves its target as the caller set it.
-  (void)location.GetAttributeValue(kType).ConvertToNum(&type, "%d");
-  (void)location.GetAttributeValue(kId).ConvertToNum(&id, "%d");
-  (void)location.GetAttributeValue(kStatus).ConvertToNum(&status, "%d");
+  (void)VEKReadNumber(location.GetAttributeValue(kType), type, location);
+  (void)VEKReadNumber(location.GetAttributeValue(kId), id, location);
+  (void)VEKReadNumber(location.GetAttributeValue(kStatus), status, location);
   return S_OK;
 }
 
@@ -103,9 +105,9 @@ HRESULT VEKTPSLightParserUtil::ReadListInt(VEKLightXmlElementItf& element, VEKRa
   const int length = text.GetLengthInChar();
   if (length == 0) return S_OK;
   // Zero is dropped on purpose, whether written "0" or produced by an empty or non-numeric piece.
-  auto appendPiece = [&values](const VEKUnicodeString& piece) {
+  auto appendPiece = [&values, &element](const VEKUnicodeString& piece) {
     int number = 0;
-    (void)piece.ConvertToNum(&number, "%d");
+    (void)VEKReadNumber(piece, number, element);
     if (number != 0) (void)values.Append(number);
   };
   int start = 0;
@@ -130,10 +132,10 @@ HRESULT VEKTPSLightParserUtil::ReadMath(VEKLightXmlElementItf& element, double& 
   // Exactly one blank between the three numbers is the expected form. With fewer blanks a
   // search yields -1 and the clamped pieces come out empty, leaving their numbers as they were.
   const int first = text.SearchSubString(Blank(), 0, VEKUnicodeString::VEKSearchForward);
-  (void)text.SubString(0, first).ConvertToNum(&x, "%le");
+  (void)VEKReadNumber(text.SubString(0, first), x, element);
   const int second = text.SearchSubString(Blank(), first + 1, VEKUnicodeString::VEKSearchForward);
-  (void)text.SubString(first + 1, second - (first + 1)).ConvertToNum(&y, "%le");
-  (void)text.SubString(second + 1, length - (second + 1)).ConvertToNum(&z, "%le");
+  (void)VEKReadNumber(text.SubString(first + 1, second - (first + 1)), y, element);
+  (void)VEKReadNumber(text.SubString(second + 1, length - (second + 1)), z, element);
   return S_OK;
 }
 
@@ -193,7 +195,8 @@ HRESULT VEKTPSLightParserUtil::SetTPSSetValues(VEKITPSLightSet* set,
                                                VEKLightXmlElementItf& element) {
   if (!set) return E_FAIL;
   VEKComPtr<VEKITPSLight> light;
-  if (VEKFailed(set->QueryInterface(IID_VEKITPSLight, light.ReleaseAndGetVoidAddressOf())) || !light) {
+  if (VEKFailed(set->QueryInterface(IID_VEKITPSLight, light.ReleaseAndGetVoidAddressOf())) ||
+      !light) {
     return S_OK;
   }
   const VEKCommonValues values = ReadCommonValues(*this, element);
@@ -213,7 +216,7 @@ HRESULT VEKTPSLightParserUtil::SetTPSValues(VEKITPSLight* object, VEKLightXmlEle
   VEKPassWide(values.name, [&](const wchar_t* text) { (void)object->SetName(text); });
   VEKPassWide(values.uuid, [&](const wchar_t* text) { (void)object->SetUuid(text); });
   (void)object->SetType(static_cast<unsigned short>(values.type));
-  (void)object->SetId(values.id);
+  (void)vek_parser_detail::VEKSetId(*object, values.id, element);
   (void)object->SetStatus(static_cast<unsigned short>(values.status));
   static const VEKUnicodeString kCommonRepType("3");
   VEKUnicodeString representationType(kCommonRepType);

@@ -2,16 +2,25 @@
 // share. Legacy objects carry their values positionally: item k is the "V" attribute of the k-th
 // value child, whatever its tag, and an object is built only when the count of items is exact.
 // Every builder reads from the document root, so each finds its own family there.
+#include <memory>
 #include <new>
 
 #include "VEKComPtr.h"
 #include "VEKTPSLightParserInternal.h"
 #include "VEKTPSLightParserUtil.h"
+#include "VEKTPSLightRecorder.h"
 
+using vek_parser_detail::VEKAddTTRS;
 using vek_parser_detail::VEKBuildChildren;
+using vek_parser_detail::VEKFindObject;
 using vek_parser_detail::VEKForEachChild;
+using vek_parser_detail::VEKHasValueCount;
+using vek_parser_detail::VEKOrderGroupLists;
 using vek_parser_detail::VEKPassWide;
 using vek_parser_detail::VEKQueryInterface;
+using vek_parser_detail::VEKReference;
+using vek_parser_detail::VEKSetId;
+using vek_parser_detail::VEKSource;
 
 namespace {
 
@@ -28,20 +37,17 @@ VEKUnicodeString ValueOf(const VEKLightXmlElementItf& element) {
 
 // "%d" into `number`; text that does not convert leaves `number` as it was, which the callers
 // rely on where one integer is shared by several items.
-void ReadInt(const VEKUnicodeString& text, int& number) { (void)text.ConvertToNum(&number, "%d"); }
+void ReadInt(const VEKUnicodeString& text, int& number, const VEKSource& source) {
+  (void)vek_parser_detail::VEKReadNumber(text, number, source);
+}
 
 // "%le" into `number`, with the same rule.
-void ReadDouble(const VEKUnicodeString& text, double& number) {
-  (void)text.ConvertToNum(&number, "%le");
+void ReadDouble(const VEKUnicodeString& text, double& number, const VEKSource& source) {
+  (void)vek_parser_detail::VEKReadNumber(text, number, source);
 }
 
-// A lookup that succeeded but handed back nothing counts as a failed one.
-HRESULT FindObject(VEKITPSIdBroker* broker, int id, VEKTPSLightKind kind,
-                   VEKComPtr<VEKBaseUnknown>& found) {
-  const HRESULT result = broker->GetObjectFromId(id, kind, found.ReleaseAndGetAddressOf());
-  if (VEKSucceeded(result) && !found) return E_FAIL;
-  return result;
-}
+// What becomes of a legacy object whose count of values is wrong.
+const char* const kPassedOver = ", so it is passed over";
 
 // Cuts a text into pieces at a one-character separator, left to right. A piece whose closing
 // separator is missing is empty text, and so is everything after it: a number cut from it does
@@ -82,49 +88,31 @@ class VEKPieceCutter {
 };
 
 // Three numbers "x<blank>y<blank>z" into `point`; a missing piece keeps its component.
-void ReadBlankTriple(const VEKUnicodeString& text, VEKVector3& point) {
+void ReadBlankTriple(const VEKUnicodeString& text, VEKVector3& point, const VEKSource& source) {
   static const VEKUnicodeString blank(" ");
   VEKPieceCutter cutter(text, blank);
-  ReadDouble(cutter.Next(), point.x);
-  ReadDouble(cutter.Next(), point.y);
-  ReadDouble(cutter.Rest(), point.z);
+  ReadDouble(cutter.Next(), point.x, source);
+  ReadDouble(cutter.Next(), point.y, source);
+  ReadDouble(cutter.Rest(), point.z, source);
 }
 
 // One packed geometry item: ";"-separated integers after a first character that never holds a
 // value. Zeros before the last piece are dropped; the last piece is always kept.
-void ReadPackedIds(const VEKUnicodeString& text, VEKRawCollint& ids) {
+void ReadPackedIds(const VEKUnicodeString& text, VEKRawCollint& ids, const VEKSource& source) {
   static const VEKUnicodeString separator(";");
   int start = 1;
   for (;;) {
     const int found = text.SearchSubString(separator, start, VEKUnicodeString::VEKSearchForward);
     if (found < 0) break;
     int number = 0;
-    ReadInt(text.SubString(start, found - start), number);
+    ReadInt(text.SubString(start, found - start), number, source);
     if (number != 0) (void)ids.Append(number);
     start = found + 1;
   }
   int last = 0;
-  ReadInt(text.SubString(start, text.GetLengthInChar() - start), last);
+  ReadInt(text.SubString(start, text.GetLengthInChar() - start), last, source);
   (void)ids.Append(last);
 }
-
-// Owns the id lists collected for order groups: each entry is a heap VEKListValVEKUnicodeString.
-class VEKOrderGroupLists {
- public:
-  VEKOrderGroupLists() noexcept : lists_(0) {}
-  ~VEKOrderGroupLists() {
-    for (int k = 1; k <= lists_.Size(); ++k) {
-      delete static_cast<VEKListValVEKUnicodeString*>(lists_[k]);
-    }
-  }
-  VEKOrderGroupLists(const VEKOrderGroupLists&) = delete;
-  VEKOrderGroupLists& operator=(const VEKOrderGroupLists&) = delete;
-
-  VEKRawCollPV& Lists() noexcept { return lists_; }
-
- private:
-  VEKRawCollPV lists_;
-};
 
 }  // namespace
 
@@ -145,18 +133,21 @@ HRESULT VEKTPSLightParserUtil::AssoTPSOrderGroup(VEKITPSLightSet* set, VEKRawCol
     const auto* ids = static_cast<const VEKListValVEKUnicodeString*>(groups[k]);
     if (!ids || ids->Size() == 0) continue;
 
-    // The model takes the list; its pointers are not counted, the set keeps the objects alive.
-    VEKLightObjectList* group = new (std::nothrow) VEKLightObjectList();
+    // The model takes the list on success; its pointers are not counted, the set keeps the
+    // objects alive. A refused list is the caller's again.
+    std::unique_ptr<VEKLightObjectList> group(new (std::nothrow) VEKLightObjectList());
     if (!group) continue;
+    const VEKReference by{vek_parser_detail::VEKGroupSource(ids), VEKTPSLightKindAnnotation,
+                          annotations->Get(k - 1), " in its order group"};
     for (int j = 1; j <= ids->Size(); ++j) {
       int id = 0;
-      ReadInt((*ids)[j], id);
+      ReadInt((*ids)[j], id, by.source);
       VEKComPtr<VEKBaseUnknown> member;
-      if (VEKSucceeded(FindObject(broker.Get(), id, VEKTPSLightKindAnnotation, member))) {
+      if (VEKFindObject(*broker.Get(), id, VEKTPSLightKindAnnotation, member, by)) {
         (void)group->Append(member.Get());
       }
     }
-    (void)model->SetOrderGroup(group);
+    if (VEKSucceeded(model->SetOrderGroup(group.get()))) (void)group.release();
   }
   return S_OK;
 }
@@ -185,7 +176,7 @@ HRESULT VEKTPSLightParserUtil::BuildTTRS(VEKTPSLightContainer* container, VEKITP
       (void)GetNodeValue(child, &geometry);
     }
   });
-  if (identity.Size() == 0 || !identity.Complete()) return E_FAIL;
+  if (!VEKHasValueCount(identity, -1, element, kPassedOver)) return E_FAIL;
 
   VEKComPtr<VEKITPSLightTTRS> ttrs;
   if (VEKFailed(container->CreateTTRS(ttrs.ReleaseAndGetAddressOf(), set)) || !ttrs) return E_FAIL;
@@ -196,8 +187,8 @@ HRESULT VEKTPSLightParserUtil::BuildTTRS(VEKTPSLightContainer* container, VEKITP
     VEKPassWide(items[1], [&](const wchar_t* text) { (void)light->SetName(text); });
     // A one-item identity reads item 2 as empty text: the id is then 0.
     int id = 0;
-    ReadInt(items[2], id);
-    (void)light->SetId(id);
+    ReadInt(items[2], id, element);
+    (void)VEKSetId(*light.Get(), id, element);
     // Exactly three items carry a uuid; four or more do not.
     if (items.Size() == 3) {
       VEKPassWide(items[3], [&](const wchar_t* text) { (void)light->SetUuid(text); });
@@ -211,7 +202,7 @@ HRESULT VEKTPSLightParserUtil::BuildTTRS(VEKTPSLightContainer* container, VEKITP
     if (packed.GetLengthInChar() == 0) continue;
     VEKRawCollint* ids = new (std::nothrow) VEKRawCollint(0);
     if (!ids) continue;
-    ReadPackedIds(packed, *ids);
+    ReadPackedIds(packed, *ids, element);
     // The TTRS owns the list from here on.
     (void)ttrs->AddGeometry(ids);
   }
@@ -240,11 +231,12 @@ HRESULT VEKTPSLightParserUtil::BuildAnnotation(VEKTPSLightContainer* container,
   if (!set || !container || !orderGroups) return E_FAIL;
   VEKListValVEKUnicodeString values;
   (void)GetNodeValue(element, &values);
-  if (values.Size() != 11 || !values.Complete()) return E_FAIL;
+  if (!VEKHasValueCount(values, 11, element, kPassedOver)) return E_FAIL;
   const VEKListValVEKUnicodeString& items = values;
 
   VEKComPtr<VEKITPSLightAnnotation> annotation;
-  if (VEKFailed(container->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set)) || !annotation) {
+  if (VEKFailed(container->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set)) ||
+      !annotation) {
     return E_FAIL;
   }
 
@@ -254,18 +246,20 @@ HRESULT VEKTPSLightParserUtil::BuildAnnotation(VEKTPSLightContainer* container,
     // number of the item before it.
     int number = 0;
     double value = 0.0;
-    ReadInt(items[1], number);
+    ReadInt(items[1], number, element);
     (void)light->SetType(static_cast<unsigned short>(number));
-    ReadDouble(items[2], value);
+    ReadDouble(items[2], value, element);
     (void)annotation->SetValue(value);
     VEKPassWide(items[3], [&](const wchar_t* text) { (void)light->SetName(text); });
-    ReadInt(items[4], number);
-    (void)light->SetId(number);
-    ReadInt(items[5], number);
+    ReadInt(items[4], number, element);
+    (void)VEKSetId(*light.Get(), number, element);
+    ReadInt(items[5], number, element);
     if (number != 0) (void)annotation->SetDefault(1);
-    ReadInt(items[6], number);
-    (void)annotation->SetReference(number);
-    ReadInt(items[7], number);
+    ReadInt(items[6], number, element);
+    (void)vek_parser_detail::VEKSetReference(
+        *annotation.Get(), number,
+        {element, VEKTPSLightKindAnnotation, annotation.Get(), " as its reference"});
+    ReadInt(items[7], number, element);
     (void)light->SetStatus(static_cast<unsigned short>(number));
     VEKPassWide(items[8], [&](const wchar_t* text) { (void)light->SetUuid(text); });
     VEKPassWide(items[9], [&](const wchar_t* text) { (void)annotation->SetAttribute(text); });
@@ -274,17 +268,22 @@ HRESULT VEKTPSLightParserUtil::BuildAnnotation(VEKTPSLightContainer* container,
 
   VEKListValVEKUnicodeString ttrsIds;
   (void)GetListOfUnicode(items[10], ";", &ttrsIds);
+  const VEKReference namer{element, VEKTPSLightKindAnnotation, annotation.Get()};
   for (int i = 1; i <= ttrsIds.Size(); ++i) {
     int id = 0;
-    ReadInt(ttrsIds[i], id);
-    (void)annotation->AddTTRS(id);
+    ReadInt(ttrsIds[i], id, element);
+    (void)VEKAddTTRS(*annotation.Get(), id, namer);
   }
 
   // One entry per created annotation keeps the pairing with the set's annotations aligned; a
   // list that cannot be made is a null entry (no group).
-  auto* groupIds = new (std::nothrow) VEKListValVEKUnicodeString();
-  if (groupIds) (void)GetListOfUnicode(items[11], ";", groupIds);
-  if (VEKFailed(orderGroups->Append(groupIds))) delete groupIds;
+  std::unique_ptr<VEKListValVEKUnicodeString> groupIds(new (std::nothrow)
+                                                           VEKListValVEKUnicodeString());
+  if (groupIds) {
+    (void)GetListOfUnicode(items[11], ";", groupIds.get());
+    vek_parser_detail::VEKNoteGroupSource(groupIds.get(), element);
+  }
+  if (VEKSucceeded(orderGroups->Append(groupIds.get()))) (void)groupIds.release();
   return S_OK;
 }
 
@@ -309,7 +308,7 @@ HRESULT VEKTPSLightParserUtil::BuildView(VEKTPSLightContainer* container, VEKITP
       (void)values.Append(ValueOf(child));
     }
   });
-  if (values.Size() != 5 || !values.Complete() || !geometry.Complete()) return E_FAIL;
+  if (!VEKHasValueCount(values, 5, element, kPassedOver) || !geometry.Complete()) return E_FAIL;
   const VEKListValVEKUnicodeString& items = values;
 
   VEKComPtr<VEKITPSLightView> view;
@@ -320,11 +319,11 @@ HRESULT VEKTPSLightParserUtil::BuildView(VEKTPSLightContainer* container, VEKITP
   if (VEKSucceeded(VEKQueryInterface(view.Get(), light)) && light) {
     // Items 1 and 3 share one integer.
     int number = 0;
-    ReadInt(items[1], number);
+    ReadInt(items[1], number, element);
     (void)light->SetType(static_cast<unsigned short>(number));
     VEKPassWide(items[2], [&](const wchar_t* text) { (void)light->SetName(text); });
-    ReadInt(items[3], number);
-    (void)light->SetId(number);
+    ReadInt(items[3], number, element);
+    (void)VEKSetId(*light.Get(), number, element);
     VEKPassWide(items[4], [&](const wchar_t* text) { (void)light->SetUuid(text); });
     (void)GetListOfUnicode(items[5], ";", &annotationIds);
     light.Reset();
@@ -332,11 +331,12 @@ HRESULT VEKTPSLightParserUtil::BuildView(VEKTPSLightContainer* container, VEKITP
 
   VEKComPtr<VEKITPSIdBroker> broker;
   if (annotationIds.Size() > 0 && VEKSucceeded(VEKQueryInterface(set, broker)) && broker) {
+    const VEKReference by{element, VEKTPSLightKindView, view.Get()};
     for (int i = 1; i <= annotationIds.Size(); ++i) {
       int id = 0;
-      ReadInt(annotationIds[i], id);
+      ReadInt(annotationIds[i], id, element);
       VEKComPtr<VEKBaseUnknown> annotation;
-      if (VEKFailed(FindObject(broker.Get(), id, VEKTPSLightKindAnnotation, annotation))) continue;
+      if (!VEKFindObject(*broker.Get(), id, VEKTPSLightKindAnnotation, annotation, by)) continue;
       VEKComPtr<VEKITPSLightModel> model;
       if (VEKSucceeded(VEKQueryInterface(annotation.Get(), model)) && model) {
         (void)model->SetView(view.Get());
@@ -356,26 +356,26 @@ HRESULT VEKTPSLightParserUtil::BuildView(VEKTPSLightContainer* container, VEKITP
     // Item 1: the normal, then the direction when a third separator follows the normal.
     if (planes[1].GetLengthInChar() != 0) {
       VEKPieceCutter cutter(planes[1], separator);
-      ReadDouble(cutter.Next(), vector.x);
-      ReadDouble(cutter.Next(), vector.y);
+      ReadDouble(cutter.Next(), vector.x, element);
+      ReadDouble(cutter.Next(), vector.y, element);
       if (!cutter.HasSeparator()) {
-        ReadDouble(cutter.Rest(), vector.z);
+        ReadDouble(cutter.Rest(), vector.z, element);
         (void)view->SetNormal(vector.x, vector.y, vector.z);
       } else {
-        ReadDouble(cutter.Next(), vector.z);
+        ReadDouble(cutter.Next(), vector.z, element);
         (void)view->SetNormal(vector.x, vector.y, vector.z);
-        ReadDouble(cutter.Next(), vector.x);
-        ReadDouble(cutter.Next(), vector.y);
-        ReadDouble(cutter.Rest(), vector.z);
+        ReadDouble(cutter.Next(), vector.x, element);
+        ReadDouble(cutter.Next(), vector.y, element);
+        ReadDouble(cutter.Rest(), vector.z, element);
         (void)view->SetDirection(vector.x, vector.y, vector.z);
       }
     }
     // Item 2: the origin; a one-item list reads it as empty text and sets nothing.
     if (planes[2].GetLengthInChar() != 0) {
       VEKPieceCutter cutter(planes[2], separator);
-      ReadDouble(cutter.Next(), vector.x);
-      ReadDouble(cutter.Next(), vector.y);
-      ReadDouble(cutter.Rest(), vector.z);
+      ReadDouble(cutter.Next(), vector.x, element);
+      ReadDouble(cutter.Next(), vector.y, element);
+      ReadDouble(cutter.Rest(), vector.z, element);
       (void)view->SetOrigin(vector.x, vector.y, vector.z);
     }
   }
@@ -398,7 +398,7 @@ HRESULT VEKTPSLightParserUtil::BuildRefFrame(VEKTPSLightContainer* container, VE
   if (!set || !container) return E_FAIL;
   VEKListValVEKUnicodeString values;
   (void)GetNodeValue(element, &values);
-  if (values.Size() != 6 || !values.Complete()) return E_FAIL;
+  if (!VEKHasValueCount(values, 6, element, kPassedOver)) return E_FAIL;
   const VEKListValVEKUnicodeString& items = values;
 
   VEKComPtr<VEKITPSLightRefFrame> refFrame;
@@ -411,8 +411,8 @@ HRESULT VEKTPSLightParserUtil::BuildRefFrame(VEKTPSLightContainer* container, VE
     VEKPassWide(items[1], [&](const wchar_t* text) { (void)light->SetName(text); });
     // A number that does not convert leaves the reference-frame default, 32.
     int number = 32;
-    ReadInt(items[2], number);
-    (void)light->SetId(number);
+    ReadInt(items[2], number, element);
+    (void)VEKSetId(*light.Get(), number, element);
     VEKPassWide(items[3], [&](const wchar_t* text) { (void)refFrame->SetAttribute(text); });
     VEKPassWide(items[4], [&](const wchar_t* text) { (void)light->SetUuid(text); });
     light.Reset();
@@ -422,11 +422,12 @@ HRESULT VEKTPSLightParserUtil::BuildRefFrame(VEKTPSLightContainer* container, VE
   (void)GetListOfUnicode(items[5], ";", &datumIds);
   VEKComPtr<VEKITPSIdBroker> broker;
   if (datumIds.Size() > 0 && VEKSucceeded(VEKQueryInterface(set, broker)) && broker) {
+    const VEKReference by{element, VEKTPSLightKindRefFrame, refFrame.Get(), " as a datum"};
     for (int i = 1; i <= datumIds.Size(); ++i) {
       int id = 0;
-      ReadInt(datumIds[i], id);
+      ReadInt(datumIds[i], id, element);
       VEKComPtr<VEKBaseUnknown> datum;
-      if (VEKSucceeded(FindObject(broker.Get(), id, VEKTPSLightKindAnnotation, datum))) {
+      if (VEKFindObject(*broker.Get(), id, VEKTPSLightKindAnnotation, datum, by)) {
         (void)refFrame->AddDatum(datum.Get());
       }
     }
@@ -435,10 +436,11 @@ HRESULT VEKTPSLightParserUtil::BuildRefFrame(VEKTPSLightContainer* container, VE
 
   VEKListValVEKUnicodeString ttrsIds;
   (void)GetListOfUnicode(items[6], ";", &ttrsIds);
+  const VEKReference namer{element, VEKTPSLightKindRefFrame, refFrame.Get()};
   for (int i = 1; i <= ttrsIds.Size(); ++i) {
     int id = 0;
-    ReadInt(ttrsIds[i], id);
-    (void)refFrame->AddTTRS(id);
+    ReadInt(ttrsIds[i], id, element);
+    (void)VEKAddTTRS(*refFrame.Get(), id, namer);
   }
   return S_OK;
 }
@@ -458,7 +460,7 @@ HRESULT VEKTPSLightParserUtil::BuildCG(VEKTPSLightContainer* container, VEKITPSL
   if (!set || !container) return E_FAIL;
   VEKListValVEKUnicodeString values;
   (void)GetNodeValue(element, &values);
-  if (values.Size() != 8 || !values.Complete()) return E_FAIL;
+  if (!VEKHasValueCount(values, 8, element, kPassedOver)) return E_FAIL;
   const VEKListValVEKUnicodeString& items = values;
 
   VEKComPtr<VEKITPSLightCG> cg;
@@ -468,28 +470,29 @@ HRESULT VEKTPSLightParserUtil::BuildCG(VEKTPSLightContainer* container, VEKITPSL
 
   // Items 1, 3 and 4 share one integer: an item that does not convert repeats the one before.
   int number = 0;
-  ReadInt(items[1], number);
+  ReadInt(items[1], number, element);
   (void)light->SetType(static_cast<unsigned short>(number));
   VEKPassWide(items[2], [&](const wchar_t* text) { (void)light->SetName(text); });
-  ReadInt(items[3], number);
-  (void)light->SetId(number);
-  ReadInt(items[4], number);
+  ReadInt(items[3], number, element);
+  (void)VEKSetId(*light.Get(), number, element);
+  ReadInt(items[4], number, element);
   (void)light->SetStatus(static_cast<unsigned short>(number));
   VEKPassWide(items[5], [&](const wchar_t* text) { (void)cg->SetAttribute(text); });
   VEKPassWide(items[6], [&](const wchar_t* text) { (void)light->SetUuid(text); });
 
   VEKListValVEKUnicodeString ttrsIds;
   (void)GetListOfUnicode(items[7], ";", &ttrsIds);
+  const VEKReference namer{element, VEKTPSLightKindCG, cg.Get()};
   for (int i = 1; i <= ttrsIds.Size(); ++i) {
     int id = 0;
-    ReadInt(ttrsIds[i], id);
-    (void)cg->AddTTRS(id);
+    ReadInt(ttrsIds[i], id, element);
+    (void)VEKAddTTRS(*cg.Get(), id, namer);
   }
   VEKListValVEKUnicodeString repIds;
   (void)GetListOfUnicode(items[8], ";", &repIds);
   for (int i = 1; i <= repIds.Size(); ++i) {
     int id = 0;
-    ReadInt(repIds[i], id);
+    ReadInt(repIds[i], id, element);
     (void)cg->AddTRep(id);
   }
   light.Reset();
@@ -524,7 +527,7 @@ HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEK
       (void)values.Append(ValueOf(child));
     }
   });
-  if (values.Size() != 8 || !values.Complete() || !camera.Complete()) return E_FAIL;
+  if (!VEKHasValueCount(values, 8, element, kPassedOver) || !camera.Complete()) return E_FAIL;
   const VEKListValVEKUnicodeString& items = values;
 
   VEKComPtr<VEKITPSLightCapture> capture;
@@ -540,12 +543,13 @@ HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEK
   int number = 0;
   VEKComPtr<VEKITPSLight> light;
   if (VEKSucceeded(VEKQueryInterface(capture.Get(), light)) && light) {
-    ReadInt(items[1], number);
-    (void)light->SetId(number);
-    ReadInt(items[2], number);
+    ReadInt(items[1], number, element);
+    (void)VEKSetId(*light.Get(), number, element);
+    ReadInt(items[2], number, element);
     VEKComPtr<VEKBaseUnknown> activeView;
     if (number != 0 &&
-        VEKSucceeded(FindObject(broker.Get(), number, VEKTPSLightKindView, activeView))) {
+        VEKFindObject(*broker.Get(), number, VEKTPSLightKindView, activeView,
+                      {element, VEKTPSLightKindCapture, capture.Get(), " as its active view"})) {
       // Only the active view links back; an object that is not a view is still recorded.
       VEKComPtr<VEKITPSLightView> view;
       if (VEKSucceeded(VEKQueryInterface(activeView.Get(), view)) && view) {
@@ -558,7 +562,7 @@ HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEK
       (void)capture->SetActiveView(activeView.Get());
     }
     activeView.Reset();
-    ReadInt(items[3], number);
+    ReadInt(items[3], number, element);
     (void)capture->SetClippingPlane(number);
     VEKPassWide(items[4], [&](const wchar_t* text) { (void)light->SetName(text); });
     VEKPassWide(items[5], [&](const wchar_t* text) { (void)light->SetUuid(text); });
@@ -570,11 +574,12 @@ HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEK
                      HRESULT (VEKITPSLightCapture::*add)(VEKBaseUnknown*)) {
     VEKListValVEKUnicodeString ids;
     (void)GetListOfUnicode(text, " ", &ids);
+    const VEKReference by{element, VEKTPSLightKindCapture, capture.Get()};
     for (int i = 1; i <= ids.Size(); ++i) {
       int id = 0;
-      ReadInt(ids[i], id);
+      ReadInt(ids[i], id, element);
       VEKComPtr<VEKBaseUnknown> object;
-      if (VEKSucceeded(FindObject(broker.Get(), id, kind, object))) {
+      if (VEKFindObject(*broker.Get(), id, kind, object, by)) {
         (void)(capture.Get()->*add)(object.Get());
       }
     }
@@ -590,7 +595,7 @@ HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEK
     VEKVector3 point;
     auto setPoint = [&](int index, HRESULT (VEKITPSLightCapture::*setter)(double, double, double)) {
       if (cameraItems[index].GetLengthInChar() == 0) return;
-      ReadBlankTriple(cameraItems[index], point);
+      ReadBlankTriple(cameraItems[index], point, element);
       (void)(capture.Get()->*setter)(point.x, point.y, point.z);
     };
     setPoint(1, &VEKITPSLightCapture::SetCameraPosition);
@@ -599,7 +604,7 @@ HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEK
     if (cameraItems.Size() > 3) {
       setPoint(4, &VEKITPSLightCapture::SetCameraTarget);
       // A list of four items reads the type as empty text: the shared integer goes unchanged.
-      ReadInt(cameraItems[5], number);
+      ReadInt(cameraItems[5], number, element);
       (void)capture->SetCameraType(number);
     }
   }

@@ -1,48 +1,39 @@
-// Parser entry: the two load operations, their input decoding, root check and dispatch, and the
-// dump of every parsed current-schema document.
-#include <algorithm>
+// Parser entry: the two load operations and their input decoding, and the one load path they share
+// with the one-call load: parse, root check, dump, and the walk of each schema.
 #include <climits>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <string>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 #include "VEKCodePage.h"
 #include "VEKComPtr.h"
 #include "VEKSysUncompress.h"
 #include "VEKTPSLightParserInternal.h"
 #include "VEKTPSLightParserUtil.h"
+#include "VEKTPSLightPipeline.h"
+#include "VEKTPSLightRecorder.h"
 
 using vek_parser_detail::VEKForEachChild;
 using vek_parser_detail::VEKPassWide;
 
+using vek_parser_detail::VEKLoadBytes;
+using vek_parser_detail::VEKLoadOutcome;
+using vek_parser_detail::VEKLoadRules;
+using vek_parser_detail::VEKOwnedBytes;
+using vek_parser_detail::VEKRoots;
+
 namespace {
 
-// Deflate cannot expand its input by more than 1032 to 1 (a 258-byte match coded in two bits), so
-// a declared size beyond that can never be filled and is refused before anything is allocated.
-constexpr std::int64_t kMaxInflateRatio = 1032;
-
-struct VEKFreeBytes {
-  void operator()(unsigned char* bytes) const { std::free(bytes); }
-};
-
-// The bytes handed to the XML parser, and their owner when the load made them.
-struct VEKLoadInput {
-  const unsigned char* bytes = nullptr;
-  int length = 0;
-  std::unique_ptr<unsigned char[]> decoded;
-  std::unique_ptr<unsigned char, VEKFreeBytes> inflated;
-};
+using vek_parser_detail::kVEKCurrentRoot;
+using vek_parser_detail::kVEKLegacyRoot;
+using vek_parser_detail::kVEKMaxInflateRatio;
 
 HRESULT VEKDecompressInput(const char* compressedData, int uncompressedSize, int compressedSize,
-                           VEKLoadInput& input) {
+                           VEKLoadBytes& input) {
   if (uncompressedSize < 0 || compressedSize < 0) return E_FAIL;
-  if (uncompressedSize > static_cast<std::int64_t>(compressedSize) * kMaxInflateRatio) {
+  // A declared size that no stream can fill is refused before anything is allocated.
+  if (uncompressedSize > static_cast<std::int64_t>(compressedSize) * kVEKMaxInflateRatio) {
     return E_FAIL;
   }
   const auto declared = static_cast<unsigned int>(uncompressedSize);
@@ -50,8 +41,8 @@ HRESULT VEKDecompressInput(const char* compressedData, int uncompressedSize, int
   // indeterminate bytes, in the part it did not fill. Zeroed memory from the system costs no
   // resident page until it is written, and the parser stops at the first zero after the root, so
   // a declared size beyond the stream's output costs address space, not memory.
-  std::unique_ptr<unsigned char, VEKFreeBytes> array(
-      static_cast<unsigned char*>(std::calloc(declared, 1)));
+  VEKOwnedBytes array(static_cast<unsigned char*>(std::calloc(declared, 1)),
+                      vek_parser_detail::VEKFreeBlock);
   if (!array) return E_FAIL;
   unsigned int produced = declared;
   if (VEKSysUncompress(compressedData, compressedSize, reinterpret_cast<char*>(array.get()),
@@ -59,208 +50,309 @@ HRESULT VEKDecompressInput(const char* compressedData, int uncompressedSize, int
     return E_FAIL;
   }
   input.bytes = array.get();
-  input.length = uncompressedSize;
-  input.inflated = std::move(array);
+  input.length = declared;
+  input.owned = std::move(array);
   return S_OK;
 }
 
 HRESULT VEKDecodeText(const VEKUnicodeString& source, unsigned char fromBase64,
-                      VEKLoadInput& input) {
+                      VEKLoadBytes& input) {
   const char* text = source.ConvertToChar();
   if (!text) return E_FAIL;
   if (fromBase64 != 1) {
     // The character count, not the byte count: a text with multi-byte characters is cut short.
     input.bytes = reinterpret_cast<const unsigned char*>(text);
-    input.length = source.GetLengthInChar();
+    input.length = static_cast<std::size_t>(source.GetLengthInChar());
     return S_OK;
   }
   unsigned char* decoded = nullptr;
   unsigned int decodedLength = 0;
   const int decodeResult = VEKCodePage::ConvertFromBase64(text, decoded, decodedLength);
-  input.decoded.reset(decoded);
-  if (decodeResult < 0 || !decoded || decodedLength > static_cast<unsigned int>(INT_MAX)) {
-    return E_FAIL;
-  }
+  input.owned = VEKOwnedBytes(decoded, vek_parser_detail::VEKDeleteArray);
+  if (decodeResult < 0 || !decoded) return E_FAIL;
   input.bytes = decoded;
-  input.length = static_cast<int>(decodedLength);
+  input.length = decodedLength;
   return S_OK;
 }
 
-// An output stream that writes into an open file; a failed write takes nothing.
-class VEKFileOutputStream final : public VEKLightXmlOutputStream {
+// Stops a load before a set that would bring the objects built past the limit.
+class VEKObjectBudget {
  public:
-  explicit VEKFileOutputStream(std::FILE* file) noexcept : file_(file) {}
-  int Write(const unsigned char* bytes, int length) override {
-    if (!bytes || length <= 0) return 0;
-    const std::size_t written = std::fwrite(bytes, 1, static_cast<std::size_t>(length), file_);
-    length_ += static_cast<std::int64_t>(written);
-    return static_cast<int>(written);
+  explicit VEKObjectBudget(std::uint64_t limit) noexcept : limit_(limit) {}
+  // Whether a set of `expected` objects may be built after those counted so far; when not, the
+  // stop is recorded at `source`.
+  [[nodiscard]] bool Allows(std::uint64_t expected, const vek_parser_detail::VEKSource& source) {
+    if (limit_ == 0 || built_ + expected <= limit_) return true;
+    vek_parser_detail::VEKRecordObjectLimit(source, built_, built_ + expected, limit_);
+    return false;
   }
-  int GetLength() const override {
-    return static_cast<int>(std::min<std::int64_t>(length_, INT_MAX));
-  }
-  // What is in the file stays there; only the count restarts.
-  void Clear() override { length_ = 0; }
+  void Count(std::uint64_t objects) noexcept { built_ += objects; }
 
  private:
-  std::FILE* file_;
-  std::int64_t length_ = 0;
+  std::uint64_t limit_;
+  std::uint64_t built_ = 0;
 };
 
-}  // namespace
-
-HRESULT VEKTPSLightParserUtil::GenerateLightModelFromBase(
-    VEKUnicodeString& source, VEKBaseUnknown* father, VEKITPSLightSet** set,
-    unsigned char fromBase64, char* compressedData, int uncompressedSize, int compressedSize) {
-  if (!set) return E_FAIL;
-
-  VEKLoadInput input;
-  const bool compressed = compressedData && uncompressedSize != 0 && compressedSize != 0;
-  const HRESULT decoded =
-      compressed ? VEKDecompressInput(compressedData, uncompressedSize, compressedSize, input)
-                 : VEKDecodeText(source, fromBase64, input);
-  if (VEKFailed(decoded) || !input.bytes) return E_FAIL;
-
-  VEKLightXmlElement root;
-  VEKLightXmlParser parser;
-  {
-    VEKLightXmlInputStreamBuffer stream(input.bytes, input.length);
-    if (!parser.Parse(stream, root)) return E_FAIL;
+// Current schema: the root's children in document order, each family root handed to its builder
+// with the set made by the latest "AnnotationSet" before it.
+HRESULT VEKWalkCurrent(VEKTPSLightParserUtil& parser, VEKLightXmlElement& root,
+                       const VEKLoadRules& rules, VEKBaseUnknown* father, VEKITPSLightSet** set,
+                       VEKLoadOutcome& outcome) {
+  if (rules.dumpPath) {
+    VEKUnicodeString dumpName(rules.dumpPath);
+    (void)parser.GenerateFile(dumpName, root);
   }
-  // The parsed document keeps its own copy of the text, so decoded or inflated bytes are freed
-  // before the model is built.
-  input.decoded.reset();
-  input.inflated.reset();
-  input.bytes = nullptr;
-  if (root.GetName() != "Functional_Tolerancing_Annotation") return E_FAIL;
-
-  VEKUnicodeString dumpName("E:\\TPSLoadXML.xml");
-  (void)GenerateFile(dumpName, root);
-
-  void* position = root.GetChildren();
   VEKComPtr<VEKTPSLightContainer> container;
   container.Attach(new VEKTPSLightContainer());
-  if (!container) return E_FAIL;
+  if (!container) {
+    outcome.outOfMemory = true;
+    return E_FAIL;
+  }
 
   // The outcome is that of the last set creation; without any "AnnotationSet" it stays E_FAIL.
   HRESULT result = E_FAIL;
-  while (position) {
-    VEKLightXmlElementItf* child = root.GetChild(position);
-    if (!child) break;
-    const VEKUnicodeString& name = child->GetName();
+  VEKObjectBudget budget(rules.maxObjects);
+  // The set being built, counted into the budget when the next one begins.
+  VEKITPSLightSet* open = nullptr;
+  const auto closeSet = [&] {
+    vek_parser_detail::VEKRecorderEndSet();
+    if (open) budget.Count(vek_parser_detail::VEKObjectsOf(*open));
+    open = nullptr;
+  };
+  bool stopped = false;
+  VEKForEachChild(root, [&](VEKLightXmlElementItf& child) {
+    if (stopped) return;
+    const VEKUnicodeString& name = child.GetName();
     // *set is read at each dispatch: the set in force is the one made by the latest
     // "AnnotationSet" before this child (the caller's value before the first).
     if (name == "AnnotationSet") {
+      ++outcome.annotationSets;
+      closeSet();
+      if (!budget.Allows(1, child)) {
+        stopped = true;
+        return;
+      }
       result = container->CreateLightSet(set, father);
-      if (VEKSucceeded(result)) (void)SetTPSSetValues(*set, *child);
+      if (VEKSucceeded(result) && *set) {
+        open = *set;
+        vek_parser_detail::VEKRecorderBeginSet(open);
+        (void)parser.SetTPSSetValues(*set, child);
+      }
     } else if (name == "RootTTRSs") {
-      (void)GenerateNewTTRS(container.Get(), *set, *child);
+      (void)parser.GenerateNewTTRS(container.Get(), *set, child);
     } else if (name == "RootTPSs") {
-      (void)GenerateNewAnnotations(container.Get(), *set, *child);
+      (void)parser.GenerateNewAnnotations(container.Get(), *set, child);
     } else if (name == "RootViews") {
-      (void)GenerateNewViews(container.Get(), *set, *child);
+      (void)parser.GenerateNewViews(container.Get(), *set, child);
     } else if (name == "RootRefs") {
-      (void)GenerateNewRefFrame(container.Get(), *set, *child);
+      (void)parser.GenerateNewRefFrame(container.Get(), *set, child);
     } else if (name == "RootCGs") {
-      (void)GenerateNewCG(container.Get(), *set, *child);
+      (void)parser.GenerateNewCG(container.Get(), *set, child);
     } else if (name == "RootCaps") {
-      (void)GenerateNewCapture(container.Get(), *set, *child);
+      (void)parser.GenerateNewCapture(container.Get(), *set, child);
     }
-  }
+  });
+  closeSet();
+  if (result == E_OUTOFMEMORY) outcome.outOfMemory = true;
   return result;
 }
 
-HRESULT VEKTPSLightParserUtil::GenerateLightModel(const char* xmlText, VEKBaseUnknown* father,
-                                                  VEKITPSLightSet** set) {
-  if (!xmlText || !set) return E_FAIL;
+// Legacy schema: one set per "AnnotationSet" child with exactly five values, each built from the
+// whole document.
+HRESULT VEKWalkLegacy(VEKTPSLightParserUtil& parser, VEKLightXmlElement& root,
+                      const VEKLoadRules& rules, VEKBaseUnknown* father, VEKITPSLightSet** set,
+                      VEKLoadOutcome& outcome) {
   HRESULT result = E_FAIL;
-  const std::size_t textLength = std::strlen(xmlText);
-  if (textLength == 0 || textLength > static_cast<std::size_t>(INT_MAX)) return result;
-
-  VEKLightXmlElement root;
-  VEKLightXmlParser parser;
-  VEKLightXmlInputStreamBuffer stream(reinterpret_cast<const unsigned char*>(xmlText),
-                                      static_cast<int>(textLength));
-  if (!parser.Parse(stream, root)) return result;
-  if (root.GetName() != "TolerancingData" || !root.GetChildren()) return result;
+  if (!root.GetChildren()) return result;
 
   const VEKUnicodeString valueName("V");
   const VEKUnicodeString absent;
+  VEKObjectBudget budget(rules.maxObjects);
+  // Every set that gets its values builds the same objects: the first tells what the next costs.
+  std::uint64_t objectsPerSet = 0;
+  int builtSets = 0;
+  vek_parser_detail::VEKSource firstRebuild;
+  bool stopped = false;
   VEKForEachChild(root, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() != "AnnotationSet") return;
+    if (stopped || child.GetName() != "AnnotationSet") return;
+    ++outcome.annotationSets;
+    const bool builds = child.GetChildCount() == 5 && objectsPerSet > 0;
+    if (!budget.Allows(builds ? objectsPerSet : 1, child)) {
+      stopped = true;
+      return;
+    }
     // One container per set, released once its builders are done.
     VEKComPtr<VEKTPSLightContainer> container;
     container.Attach(new VEKTPSLightContainer());
-    if (!container) return;
-    if (VEKFailed(container->CreateLightSet(set, father))) return;
+    if (!container) {
+      outcome.outOfMemory = true;
+      return;
+    }
+    const HRESULT created = container->CreateLightSet(set, father);
+    if (VEKFailed(created)) {
+      if (created == E_OUTOFMEMORY) outcome.outOfMemory = true;
+      return;
+    }
+    VEKITPSLightSet* current = *set;
+    vek_parser_detail::VEKRecorderBeginSet(current);
 
     // The set's values are positional: item k is the "V" of the k-th child, whatever its name.
     VEKListValVEKUnicodeString items;
     VEKForEachChild(child, [&](VEKLightXmlElementItf& item) {
       (void)items.Append(item.GetAttributeValue(valueName, absent));
     });
-    if (items.Size() != 5 || !items.Complete()) return;
+    if (!vek_parser_detail::VEKHasValueCount(items, 5, child,
+                                             ", so its set gets no values and no objects")) {
+      if (!items.Complete()) outcome.outOfMemory = true;
+      vek_parser_detail::VEKRecorderEndSet();
+      budget.Count(1);
+      return;
+    }
 
-    VEKITPSLightSet* current = *set;
     VEKComPtr<VEKITPSLight> light;
     if (current &&
-        VEKSucceeded(current->QueryInterface(IID_VEKITPSLight, light.ReleaseAndGetVoidAddressOf())) &&
+        VEKSucceeded(
+            current->QueryInterface(IID_VEKITPSLight, light.ReleaseAndGetVoidAddressOf())) &&
         light) {
       VEKPassWide(items[1], [&](const wchar_t* text) { (void)light->SetName(text); });
       VEKPassWide(items[2], [&](const wchar_t* text) { (void)current->SetStandard(text); });
       // Type and status share one integer, so an unreadable status repeats the type.
       int number = 0;
-      (void)items[3].ConvertToNum(&number, "%d");
+      (void)vek_parser_detail::VEKReadNumber(items[3], number, child);
       (void)light->SetType(static_cast<unsigned short>(number));
-      (void)items[4].ConvertToNum(&number, "%d");
+      (void)vek_parser_detail::VEKReadNumber(items[4], number, child);
       (void)light->SetStatus(static_cast<unsigned short>(number));
       VEKPassWide(items[5], [&](const wchar_t* text) { (void)light->SetUuid(text); });
       light.Reset();
     }
 
     // Every builder reads the whole document from its root.
-    (void)GenerateTTRS(container.Get(), current, root);
-    (void)GenerateAnnotations(container.Get(), current, root);
-    (void)GenerateViews(container.Get(), current, root);
-    (void)GenerateRefFrame(container.Get(), current, root);
-    (void)GenerateCG(container.Get(), current, root);
-    (void)GenerateCapture(container.Get(), current, root);
+    (void)parser.GenerateTTRS(container.Get(), current, root);
+    (void)parser.GenerateAnnotations(container.Get(), current, root);
+    (void)parser.GenerateViews(container.Get(), current, root);
+    (void)parser.GenerateRefFrame(container.Get(), current, root);
+    (void)parser.GenerateCG(container.Get(), current, root);
+    (void)parser.GenerateCapture(container.Get(), current, root);
     result = S_OK;
+    vek_parser_detail::VEKRecorderEndSet();
+    objectsPerSet = current ? vek_parser_detail::VEKObjectsOf(*current) : 1;
+    budget.Count(objectsPerSet);
+    if (++builtSets == 2) firstRebuild = vek_parser_detail::VEKSource(child).Saved();
   });
+  if (builtSets > 1)
+    vek_parser_detail::VEKRecordSetsMultiply(firstRebuild, builtSets, objectsPerSet);
   return result;
 }
 
-HRESULT VEKTPSLightParserUtil::GenerateFile(VEKUnicodeString& fileName,
-                                            VEKLightXmlElementItf& element) {
-  if (fileName.GetLengthInChar() == 0) return E_FAIL;
-  // The text is written under a name of this thread's own and then renamed over the file, so that
-  // loads running at once always leave one whole document in it, never an interleaving of two.
-  const char* finalName = fileName.CastToCharPtr();
-  std::string temporaryName;
-  try {
-    temporaryName = std::string(finalName) + "." + std::to_string(getpid()) + "." +
-                    std::to_string(gettid()) + ".tmp";
-  } catch (const std::bad_alloc&) {
-    return S_OK;
+// Forgets the document's lines when the load ends, whichever way.
+class VEKLinesInUse {
+ public:
+  explicit VEKLinesInUse(const VEKLightXmlParser& parser) noexcept {
+    vek_parser_detail::VEKRecorderUseLines(&parser);
   }
-  // A file that cannot be opened or written is skipped without a word.
-  const int descriptor =
-      open(temporaryName.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (descriptor < 0) return S_OK;
-  std::FILE* file = fdopen(descriptor, "wb");
-  if (!file) {
-    (void)close(descriptor);
-    (void)unlink(temporaryName.c_str());
-    return S_OK;
+  ~VEKLinesInUse() { vek_parser_detail::VEKRecorderUseLines(nullptr); }
+  VEKLinesInUse(const VEKLinesInUse&) = delete;
+  VEKLinesInUse& operator=(const VEKLinesInUse&) = delete;
+};
+
+}  // namespace
+
+namespace vek_parser_detail {
+
+void VEKDeleteArray(unsigned char* bytes) noexcept { delete[] bytes; }
+
+void VEKFreeBlock(unsigned char* bytes) noexcept { std::free(bytes); }
+
+std::uint64_t VEKObjectsOf(VEKITPSLightSet& set) noexcept {
+  const VEKLightObjectList* annotations = set.GetAnnotations();
+  return 1 + static_cast<std::uint64_t>(annotations ? annotations->Count() : 0) +
+         static_cast<std::uint64_t>(set.GetTTRS().Count()) +
+         static_cast<std::uint64_t>(set.GetViews().Count()) +
+         static_cast<std::uint64_t>(set.GetRefFrames().Count()) +
+         static_cast<std::uint64_t>(set.GetCGs().Count()) +
+         static_cast<std::uint64_t>(set.GetCaptures().Count());
+}
+
+HRESULT VEKRunLoad(VEKTPSLightParserUtil& parser, VEKLoadBytes& input, const VEKLoadRules& rules,
+                   VEKBaseUnknown* father, VEKITPSLightSet** set,
+                   VEKLoadOutcome& outcome) noexcept {
+  if (input.length > static_cast<std::size_t>(INT_MAX)) return E_FAIL;
+  VEKLightXmlElement root;
+  VEKLightXmlParser xml;
+  // Lines cost a note per line: only a load that records asks for them.
+  xml.KeepLineStarts(VEKActiveRecorder() != nullptr);
+  {
+    VEKLightXmlInputStreamBuffer stream(input.bytes, static_cast<int>(input.length));
+    if (!xml.Parse(stream, root)) {
+      outcome.stage =
+          xml.OutOfMemory() ? VEKLoadOutcome::Stage::OutOfMemory : VEKLoadOutcome::Stage::XmlError;
+      outcome.xmlError = xml.GetErrorDescription();
+      outcome.errorLine = xml.GetErrorLine();
+      outcome.errorColumn = xml.GetErrorColumn();
+      return E_FAIL;
+    }
   }
-  // The text goes straight into the file: no copy of the whole document is ever held.
-  VEKFileOutputStream output(file);
-  VEKLightXmlParser parser;
-  (void)parser.GetXml(element, output);
-  (void)std::fflush(file);
-  (void)std::fclose(file);
-  if (std::rename(temporaryName.c_str(), finalName) != 0) {
-    (void)unlink(temporaryName.c_str());
+  // The parsed document keeps its own copy of the text, so decoded or inflated bytes are freed
+  // before the model is built.
+  input.owned.reset();
+  input.bytes = nullptr;
+  input.length = 0;
+
+  const VEKUnicodeString& name = root.GetName();
+  // A parsed element always has a name: an empty one could not be held for want of memory.
+  if (name.GetLengthInByte() == 0) {
+    outcome.stage = VEKLoadOutcome::Stage::OutOfMemory;
+    return E_FAIL;
   }
-  return S_OK;
+  if (name == kVEKCurrentRoot) {
+    outcome.schema = VEKTPSLightSchema::Current;
+  } else if (name == kVEKLegacyRoot) {
+    outcome.schema = VEKTPSLightSchema::Legacy;
+  }
+  const bool accepted = outcome.schema && (rules.roots == VEKRoots::Either ||
+                                           (rules.roots == VEKRoots::Current) ==
+                                               (*outcome.schema == VEKTPSLightSchema::Current));
+  if (!accepted) {
+    outcome.stage = VEKLoadOutcome::Stage::UnknownRoot;
+    outcome.rootName = name;
+    return E_FAIL;
+  }
+  outcome.stage = VEKLoadOutcome::Stage::Walked;
+  const VEKLinesInUse lines(xml);
+  return *outcome.schema == VEKTPSLightSchema::Current
+             ? VEKWalkCurrent(parser, root, rules, father, set, outcome)
+             : VEKWalkLegacy(parser, root, rules, father, set, outcome);
+}
+
+}  // namespace vek_parser_detail
+
+HRESULT VEKTPSLightParserUtil::GenerateLightModelFromBase(
+    VEKUnicodeString& source, VEKBaseUnknown* father, VEKITPSLightSet** set,
+    unsigned char fromBase64, char* compressedData, int uncompressedSize, int compressedSize) {
+  if (!set) return E_FAIL;
+  VEKLoadBytes input;
+  const bool compressed = compressedData && uncompressedSize != 0 && compressedSize != 0;
+  const HRESULT decoded =
+      compressed ? VEKDecompressInput(compressedData, uncompressedSize, compressedSize, input)
+                 : VEKDecodeText(source, fromBase64, input);
+  if (VEKFailed(decoded) || !input.bytes) return E_FAIL;
+  VEKLoadRules rules;
+  rules.roots = VEKRoots::Current;
+  rules.dumpPath = "E:\\TPSLoadXML.xml";
+  VEKLoadOutcome outcome;
+  return vek_parser_detail::VEKRunLoad(*this, input, rules, father, set, outcome);
+}
+
+HRESULT VEKTPSLightParserUtil::GenerateLightModel(const char* xmlText, VEKBaseUnknown* father,
+                                                  VEKITPSLightSet** set) {
+  if (!xmlText || !set) return E_FAIL;
+  const std::size_t textLength = std::strlen(xmlText);
+  if (textLength == 0) return E_FAIL;
+  VEKLoadBytes input;
+  input.bytes = reinterpret_cast<const unsigned char*>(xmlText);
+  input.length = textLength;
+  VEKLoadRules rules;
+  rules.roots = VEKRoots::Legacy;
+  VEKLoadOutcome outcome;
+  return vek_parser_detail::VEKRunLoad(*this, input, rules, father, set, outcome);
 }

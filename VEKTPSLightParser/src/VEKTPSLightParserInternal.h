@@ -8,6 +8,7 @@
 #include "VEKBaseUnknown.h"
 #include "VEKComPtr.h"
 #include "VEKLightXml.h"
+#include "VEKLists.h"
 #include "VEKTPSLightParserUtil.h"
 #include "VEKUnicodeString.h"
 
@@ -73,5 +74,24 @@ inline void VEKBuildChildren(VEKTPSLightParserUtil& parser, VEKBuilder build,
     if (child.GetName() == tag) (void)(parser.*build)(container, set, child);
   });
 }
+
+// Owns the id lists collected for order groups: each entry is a heap VEKListValVEKUnicodeString
+// (or null where one could not be made), freed with the holder.
+class VEKOrderGroupLists {
+ public:
+  VEKOrderGroupLists() noexcept : lists_(0) {}
+  ~VEKOrderGroupLists() {
+    for (int k = 1; k <= lists_.Size(); ++k) {
+      delete static_cast<VEKListValVEKUnicodeString*>(lists_[k]);
+    }
+  }
+  VEKOrderGroupLists(const VEKOrderGroupLists&) = delete;
+  VEKOrderGroupLists& operator=(const VEKOrderGroupLists&) = delete;
+
+  VEKRawCollPV& Lists() noexcept { return lists_; }
+
+ private:
+  VEKRawCollPV lists_;
+};
 
 }  // namespace vek_parser_detail

@@ -5,10 +5,9 @@
 #include <vector>
 
 #include "VEKComPtr.h"
+#include "VEKTPSLightDocument.h"
 #include "VEKTPSLightModel.h"
 #include "VEKTypes.h"
-
-enum class VEKTPSLightSchema { Current, Legacy };
 
 // Writes one load's result as a JSON object into `json`:
 //   {"schema": "current"|"legacy", "result": "0x%08x", "sets": [SET, ...]}
@@ -19,9 +18,3 @@ enum class VEKTPSLightSchema { Current, Legacy };
 VEK_API HRESULT VEKExportLoadToJson(VEKTPSLightSchema schema, HRESULT loadResult,
                                     VEKITPSLightSet* lastSet, bool pretty,
                                     std::string& json) noexcept;
-
-// Every set of one load in creation order, reached through VEKITPSLightSet::GetPreviousSet from
-// `lastSet` (null gives none), each with a reference of its own. E_OUTOFMEMORY leaves `sets`
-// empty.
-VEK_API HRESULT VEKGetSetsOfLoad(VEKITPSLightSet* lastSet,
-                                 std::vector<VEKComPtr<VEKITPSLightSet>>& sets) noexcept;

@@ -266,6 +266,48 @@ bool ReadWhole(VEKLightXmlInputStream& input, OwnedText& text) {
   return false;
 }
 
+// Converts [bytes, bytes + size) from `encoding` into new UTF-8 text in `text`. False with
+// `fault` set when the text is malformed, or with `text` empty when memory runs out.
+bool ConvertText(const unsigned char* bytes, std::size_t size, TextEncoding encoding,
+                 OwnedText& text, WellFormedError& fault) {
+  const std::size_t capacity = Utf8Capacity(size);
+  text.bytes.reset(capacity ? OwnedText::Allocate(capacity) : nullptr);
+  if (!text.bytes) return false;
+  const std::ptrdiff_t written = ConvertToUtf8(bytes, size, encoding, text.bytes.get(), fault);
+  text.size = written < 0 ? static_cast<std::size_t>(std::max<std::ptrdiff_t>(fault.offset, 0))
+                          : static_cast<std::size_t>(written);
+  return written >= 0;
+}
+
+// Whether a line ends at byte `at`: a line feed, or a carriage return not followed by one.
+bool IsLineBreak(const unsigned char* text, std::size_t size, std::size_t at) {
+  const unsigned char c = text[at];
+  if (c > '\r') return false;
+  return c == '\n' || (c == '\r' && (at + 1 == size || text[at + 1] != '\n'));
+}
+
+// The line and column, from 1, of byte `offset` of the UTF-8 text [text, text + size): the column
+// counts characters, and a byte order mark starting the text is not one.
+void PlaceOffset(const unsigned char* text, std::size_t size, std::size_t offset, int& line,
+                 int& column) {
+  const std::size_t end = std::min(offset, size);
+  std::size_t lineStart = 0;
+  std::int64_t lines = 1;
+  for (std::size_t at = 0; at < end; ++at) {
+    if (IsLineBreak(text, size, at)) {
+      ++lines;
+      lineStart = at + 1;
+    }
+  }
+  if (lineStart == 0 && size >= 3 && text[0] == 0xEF && text[1] == 0xBB && text[2] == 0xBF) {
+    lineStart = std::min<std::size_t>(3, end);
+  }
+  std::int64_t characters = 1;
+  for (std::size_t at = lineStart; at < end; ++at) characters += (text[at] & 0xC0) != 0x80;
+  line = static_cast<int>(std::min<std::int64_t>(lines, INT_MAX));
+  column = static_cast<int>(std::min<std::int64_t>(characters, INT_MAX));
+}
+
 }  // namespace
 
 VEKLightXmlParser::VEKLightXmlParser() noexcept = default;
@@ -275,6 +317,9 @@ VEKLightXmlParser::~VEKLightXmlParser() = default;
 int VEKLightXmlParser::Parse(VEKLightXmlInputStream& input, VEKLightXmlElementItf& root) noexcept {
   errorOffset_ = -1;
   errorDescription_ = "";
+  errorLine_ = 0;
+  errorColumn_ = 0;
+  lineStarts_.clear();
   auto* target = dynamic_cast<VEKLightXmlElement*>(&root);
   if (!target) {
     errorDescription_ = "The root is not a VEKLightXmlElement";
@@ -282,61 +327,78 @@ int VEKLightXmlParser::Parse(VEKLightXmlInputStream& input, VEKLightXmlElementIt
   }
   target->document_.reset();
   target->node_ = nullptr;
+  // Records a fault at `offset` of the UTF-8 text [text, text + size), which must be intact.
+  const auto fail = [this](const WellFormedError& fault, const unsigned char* text,
+                           std::size_t size) {
+    errorOffset_ = fault.offset;
+    errorDescription_ = fault.description;
+    if (fault.offset >= 0) {
+      PlaceOffset(text, size, static_cast<std::size_t>(fault.offset), errorLine_, errorColumn_);
+    }
+    return 0;
+  };
   try {
     auto document = std::make_shared<Document>();
     // The text as UTF-8: the caller's bytes when they are UTF-8 already, or a copy of ours.
     const unsigned char* bytes = input.GetBytes();
     std::size_t size = static_cast<std::size_t>(std::max(input.GetLength(), 0));
-    OwnedText owned;
+    OwnedText read;
     if (!bytes || input.GetLength() < 0) {
-      if (!ReadWhole(input, owned)) {
-        errorDescription_ = owned.bytes ? "The input is too large" : kOutOfMemory;
+      if (!ReadWhole(input, read)) {
+        errorDescription_ = read.bytes ? "The input is too large" : kOutOfMemory;
         return 0;
       }
-      bytes = owned.bytes.get();
-      size = owned.size;
+      bytes = read.bytes.get();
+      size = read.size;
     }
     const TextEncoding encoding = DetectEncoding(bytes, size);
     WellFormedError fault;
     std::size_t documentLength = 0;
+    OwnedText converted;
     if (encoding != TextEncoding::kUtf8) {
-      const std::size_t capacity = Utf8Capacity(size);
-      OwnedText converted;
-      converted.bytes.reset(capacity ? OwnedText::Allocate(capacity) : nullptr);
-      if (!converted.bytes) {
-        errorDescription_ = kOutOfMemory;
-        return 0;
+      if (!ConvertText(bytes, size, encoding, converted, fault)) {
+        if (!converted.bytes) {
+          errorDescription_ = kOutOfMemory;
+          return 0;
+        }
+        return fail(fault, converted.bytes.get(), converted.size);
       }
-      const std::ptrdiff_t written =
-          ConvertToUtf8(bytes, size, encoding, converted.bytes.get(), fault);
-      converted.size = static_cast<std::size_t>(written);
-      if (written < 0 ||
-          !CheckWellFormed(converted.bytes.get(), converted.size, fault, documentLength)) {
-        errorOffset_ = fault.offset;
-        errorDescription_ = fault.description;
-        return 0;
+      if (!CheckWellFormed(converted.bytes.get(), converted.size, fault, documentLength)) {
+        return fail(fault, converted.bytes.get(), converted.size);
       }
-      owned = std::move(converted);
-      bytes = owned.bytes.get();
     } else if (!CheckWellFormed(bytes, size, fault, documentLength)) {
-      errorOffset_ = fault.offset;
-      errorDescription_ = fault.description;
-      return 0;
+      return fail(fault, bytes, size);
     }
+    const unsigned char* text = converted.bytes ? converted.bytes.get() : bytes;
+    if (keepLineStarts_) NoteLineStarts(text, documentLength);
     // Zeros padding the document are left out: the parser would stop at the first, and copying
     // them would make its memory follow the declared length rather than the document.
     // The checks above leave the parser nesting and tag matching. Its default options keep no
     // document type declaration and expand only the predefined entities and character
     // references, so entity declarations cannot blow the text up.
     const pugi::xml_parse_result result =
-        owned.bytes
-            ? document->xml.load_buffer_inplace_own(owned.bytes.release(), documentLength,
+        converted.bytes
+            ? document->xml.load_buffer_inplace_own(converted.bytes.release(), documentLength,
                                                     pugi::parse_default, pugi::encoding_utf8)
             : document->xml.load_buffer(bytes, documentLength, pugi::parse_default,
                                         pugi::encoding_utf8);
     if (!result) {
-      errorOffset_ = result.status != pugi::status_out_of_memory ? result.offset : -1;
-      errorDescription_ = result.description();
+      if (result.status == pugi::status_out_of_memory) {
+        errorDescription_ = kOutOfMemory;
+        return 0;
+      }
+      fault.offset = result.offset;
+      fault.description = result.description();
+      if (encoding == TextEncoding::kUtf8) return fail(fault, bytes, size);
+      // The parser wrote into the converted text it took; its place is told on a fresh copy.
+      document.reset();
+      OwnedText again;
+      WellFormedError unused;
+      if (ConvertText(bytes, size, encoding, again, unused)) {
+        return fail(fault, again.bytes.get(), again.size);
+      }
+      errorOffset_ = fault.offset;
+      errorDescription_ = fault.description;
       return 0;
     }
     // The checks let one element at most stand at the top.
@@ -375,5 +437,34 @@ int VEKLightXmlParser::GetXml(const VEKLightXmlElementItf& root,
 }
 
 std::ptrdiff_t VEKLightXmlParser::GetErrorOffset() const noexcept { return errorOffset_; }
+
+int VEKLightXmlParser::GetErrorLine() const noexcept { return errorLine_; }
+
+int VEKLightXmlParser::GetErrorColumn() const noexcept { return errorColumn_; }
+
+bool VEKLightXmlParser::OutOfMemory() const noexcept { return errorDescription_ == kOutOfMemory; }
+
+void VEKLightXmlParser::KeepLineStarts(bool keep) noexcept { keepLineStarts_ = keep; }
+
+int VEKLightXmlParser::GetLineOf(std::ptrdiff_t offset) const noexcept {
+  if (offset < 0 || lineStarts_.empty()) return 0;
+  const auto after =
+      std::upper_bound(lineStarts_.begin(), lineStarts_.end(), static_cast<std::uint64_t>(offset),
+                       [](std::uint64_t at, std::uint32_t start) { return at < start; });
+  return static_cast<int>(after - lineStarts_.begin());
+}
+
+void VEKLightXmlParser::NoteLineStarts(const unsigned char* text, std::size_t size) noexcept {
+  // Texts stay within INT_MAX bytes, so every offset fits.
+  try {
+    lineStarts_.push_back(0);
+    for (std::size_t at = 0; at < size; ++at) {
+      if (IsLineBreak(text, size, at)) lineStarts_.push_back(static_cast<std::uint32_t>(at + 1));
+    }
+  } catch (const std::bad_alloc&) {
+    // Lines are then unknown; the parse itself goes on.
+    std::vector<std::uint32_t>().swap(lineStarts_);
+  }
+}
 
 const char* VEKLightXmlParser::GetErrorDescription() const noexcept { return errorDescription_; }

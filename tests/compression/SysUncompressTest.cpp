@@ -69,7 +69,7 @@ TEST(SysUncompress, RejectsOutputOneByteOverCapacity) {
   for (const std::size_t size : {std::size_t{1}, std::size_t{1000}, std::size_t{1} << 20}) {
     const Outcome shortTarget =
         Uncompress(Compress(Payload(size)), static_cast<unsigned int>(size - 1));
-    EXPECT_LT(shortTarget.result, 0) << size;
+    EXPECT_EQ(shortTarget.result, VEKUncompressTargetTooSmall) << size;
     EXPECT_EQ(shortTarget.length, size - 1) << "length must stay as it was";
   }
 }
@@ -85,27 +85,29 @@ TEST(SysUncompress, RejectsTruncatedCorruptAndForeignStreams) {
   const struct {
     const char* what;
     std::string stream;
+    int result = VEKUncompressCorruptData;
   } rows[] = {
       {"empty", ""},
       {"one byte", stream.substr(0, 1)},
       {"header only", stream.substr(0, 2)},
       {"half", stream.substr(0, stream.size() / 2)},
       {"no adler-32", stream.substr(0, stream.size() - 4)},
-      {"one byte short", stream.substr(0, stream.size() - 1)},
+      // The missing bits read as zeros, which decode to more than the capacity.
+      {"one byte short", stream.substr(0, stream.size() - 1), VEKUncompressTargetTooSmall},
       {"compression method", flipped(0, 0x01)},
       {"header check", flipped(1, 0x01)},
       {"preset dictionary flag", flipped(1, 0x20)},
       {"adler-32", flipped(stream.size() - 1, 0x01)},
-      {"one trailing byte", stream + '\0'},
+      {"one trailing byte", stream + '\0', VEKUncompressTrailingBytes},
       {"raw deflate", Compress(data, -15)},
       {"gzip", Compress(data, 31)},
   };
   for (const auto& row : rows) {
     const Outcome outcome = Uncompress(row.stream, 5000);
-    EXPECT_LT(outcome.result, 0) << row.what;
+    EXPECT_EQ(outcome.result, row.result) << row.what;
     EXPECT_EQ(outcome.length, 5000u) << row.what;
   }
-  EXPECT_LT(Uncompress(stream + stream, 10000).result, 0) << "a second stream";
+  EXPECT_EQ(Uncompress(stream + stream, 10000).result, VEKUncompressTrailingBytes);
 }
 
 TEST(SysUncompress, RejectsBadArguments) {
@@ -113,11 +115,12 @@ TEST(SysUncompress, RejectsBadArguments) {
   char target[16];
   unsigned int length = sizeof target;
   const int size = static_cast<int>(stream.size());
-  EXPECT_LT(VEKSysUncompress(nullptr, size, target, &length), 0);
-  EXPECT_LT(VEKSysUncompress(stream.data(), size, nullptr, &length), 0);
-  EXPECT_LT(VEKSysUncompress(stream.data(), size, target, nullptr), 0);
-  EXPECT_LT(VEKSysUncompress(stream.data(), -1, target, &length), 0);
-  EXPECT_LT(VEKSysUncompress(stream.data(), -2147483647 - 1, target, &length), 0);
+  EXPECT_EQ(VEKSysUncompress(nullptr, size, target, &length), VEKUncompressInvalidArgument);
+  EXPECT_EQ(VEKSysUncompress(stream.data(), size, nullptr, &length), VEKUncompressInvalidArgument);
+  EXPECT_EQ(VEKSysUncompress(stream.data(), size, target, nullptr), VEKUncompressInvalidArgument);
+  EXPECT_EQ(VEKSysUncompress(stream.data(), -1, target, &length), VEKUncompressInvalidArgument);
+  EXPECT_EQ(VEKSysUncompress(stream.data(), -2147483647 - 1, target, &length),
+            VEKUncompressInvalidArgument);
   EXPECT_EQ(length, sizeof target);
   EXPECT_EQ(VEKSysUncompress(stream.data(), size, target, &length), 0);
   EXPECT_EQ(std::string(target, length), "payload");

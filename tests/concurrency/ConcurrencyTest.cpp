@@ -13,6 +13,7 @@
 
 #include "ScratchDirectory.h"
 #include "VEKDocumentGenerator.h"
+#include "VEKTPSLightDocument.h"
 #include "VEKTPSLightJsonExport.h"
 #include "VEKTPSLightParserUtil.h"
 
@@ -34,7 +35,8 @@ std::string LoadToJson(const Document& document) {
     result = parser.GenerateLightModel(document.xml.c_str(), nullptr, set.ReleaseAndGetAddressOf());
   } else {
     VEKUnicodeString text(document.xml.data(), document.xml.size());
-    result = parser.GenerateLightModelFromBase(text, nullptr, set.ReleaseAndGetAddressOf(), 0, nullptr, 0, 0);
+    result = parser.GenerateLightModelFromBase(text, nullptr, set.ReleaseAndGetAddressOf(), 0,
+                                               nullptr, 0, 0);
   }
   std::string json;
   if (VEKFailed(VEKExportLoadToJson(document.schema, result, set.Get(), false, json)))
@@ -92,6 +94,59 @@ TEST(ConcurrentLoads, GiveTheModelsOfLoadsAloneAndAWholeDump) {
 
   EXPECT_EQ(mismatches, 0) << "of " << loads << " loads";
   EXPECT_EQ(torn, 0) << "of " << dumpChecks << " reads of the dump";
+  EXPECT_GT(loads, static_cast<int>(documents.size()));
+}
+
+// The model and the records of one-call load, as text.
+std::string OneCallLoad(const std::string& bytes) {
+  const VEKTPSLightDocument document = VEKLoadDocument(bytes.data(), bytes.size());
+  std::string text;
+  if (!document.Schema() ||
+      VEKFailed(VEKExportLoadToJson(
+          *document.Schema(), document.Result(),
+          document.Sets().empty() ? nullptr : document.Sets().back().Get(), false, text)))
+    return "export failed";
+  for (const VEKTPSLightDiagnostic& diagnostic : document.Diagnostics())
+    text += "\n" + std::to_string(diagnostic.line) + " " + diagnostic.message;
+  return text;
+}
+
+TEST(ConcurrentLoads, OneCallLoadsGiveTheModelsAndRecordsOfLoadsAlone) {
+  // Each thread records into its own load only: documents with problems of every kind.
+  std::vector<std::string> documents;
+  for (std::uint64_t seed = 1; seed <= 3; ++seed) {
+    for (const VEKGeneratedSchema schema :
+         {VEKGeneratedSchema::Current, VEKGeneratedSchema::Legacy}) {
+      std::string xml = VEKGenerateDocument({schema, 60, seed});
+      // A second legacy set, and numbers and references that do not hold.
+      const bool legacy = schema == VEKGeneratedSchema::Legacy;
+      const std::string set = legacy ? "<AnnotationSet>" : "<RootTPSs>";
+      const std::size_t at = xml.find(set);
+      xml.insert(at, legacy ? xml.substr(at, xml.find("</AnnotationSet>") + 16 - at)
+                            : "<RootTPSs><TPS Val='x" + std::to_string(seed) +
+                                  "'><TTRS>999</TTRS></TPS></RootTPSs>");
+      documents.push_back(std::move(xml));
+    }
+  }
+  std::vector<std::string> expected;
+  for (const std::string& document : documents) expected.push_back(OneCallLoad(document));
+  for (const std::string& alone : expected) ASSERT_NE(alone.find('\n'), std::string::npos);
+
+  std::atomic<int> mismatches{0};
+  std::atomic<int> loads{0};
+  std::vector<std::thread> threads;
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  for (int thread = 0; thread < 8; ++thread) {
+    threads.emplace_back([&, thread] {
+      for (std::size_t round = thread; std::chrono::steady_clock::now() < end; ++round) {
+        const std::size_t index = round % documents.size();
+        if (OneCallLoad(documents[index]) != expected[index]) ++mismatches;
+        ++loads;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(mismatches, 0) << "of " << loads << " loads";
   EXPECT_GT(loads, static_cast<int>(documents.size()));
 }
 

@@ -60,16 +60,16 @@ class HostileInput : public testing::Test {
   HRESULT LoadCurrent(const std::string& xml, VEKComPtr<VEKITPSLightSet>* kept = nullptr) {
     VEKUnicodeString text(xml.data(), xml.size());
     VEKComPtr<VEKITPSLightSet> set;
-    const HRESULT result =
-        parser_.GenerateLightModelFromBase(text, nullptr, set.ReleaseAndGetAddressOf(), 0, nullptr, 0, 0);
+    const HRESULT result = parser_.GenerateLightModelFromBase(
+        text, nullptr, set.ReleaseAndGetAddressOf(), 0, nullptr, 0, 0);
     if (kept) *kept = set;
     return result;
   }
   HRESULT LoadCompressed(std::string stream, int declared, int compressedSize) {
     VEKUnicodeString unused;
     VEKComPtr<VEKITPSLightSet> set;
-    return parser_.GenerateLightModelFromBase(unused, nullptr, set.ReleaseAndGetAddressOf(), 0, stream.data(),
-                                              declared, compressedSize);
+    return parser_.GenerateLightModelFromBase(unused, nullptr, set.ReleaseAndGetAddressOf(), 0,
+                                              stream.data(), declared, compressedSize);
   }
   HRESULT LoadLegacy(const std::string& xml) {
     VEKComPtr<VEKITPSLightSet> set;
@@ -81,8 +81,8 @@ class HostileInput : public testing::Test {
     EXPECT_EQ(LoadCurrent(xml, &set), S_OK);
     if (!set || set->GetAnnotations()->Count() != 1) return false;
     VEKComPtr<VEKITPSLight> light;
-    if (VEKFailed(set->GetAnnotations()->Get(0)->QueryInterface(IID_VEKITPSLight,
-                                                                light.ReleaseAndGetVoidAddressOf())))
+    if (VEKFailed(set->GetAnnotations()->Get(0)->QueryInterface(
+            IID_VEKITPSLight, light.ReleaseAndGetVoidAddressOf())))
       return false;
     return light->GetRep() != nullptr;
   }
@@ -92,10 +92,6 @@ class HostileInput : public testing::Test {
   }
 
   VEKTPSLightParserUtil parser_;
-
- private:
-  std::string directory_;
-  char previous_[4096] = {};
 };
 
 bool IsResultCode(HRESULT result) { return result == S_OK || result == kFail; }
@@ -120,6 +116,9 @@ TEST_F(HostileInput, DeclaredUncompressedSizesBeyondTheStreamFailQuietly) {
       {INT_MIN, streamSize, kFail},
       {exact, -1, kFail},
       {exact, streamSize - 1, kFail},
+      // No stream inflates to more than 1032 times its size: a larger declaration is refused.
+      {streamSize * 1032, streamSize, S_OK},
+      {streamSize * 1032 + 1, streamSize, kFail},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(testing::Message() << row.declared << " from " << row.compressedSize);
@@ -231,8 +230,9 @@ TEST_F(HostileInput, HugeValuesAndTenMillionTinyElementsLoad) {
   ASSERT_TRUE(set);
   ASSERT_EQ(set->GetTTRS().Count(), 1);
   VEKComPtr<VEKITPSLight> light;
-  ASSERT_EQ(set->GetTTRS().Get(0)->QueryInterface(IID_VEKITPSLight, light.ReleaseAndGetVoidAddressOf()),
-            S_OK);
+  ASSERT_EQ(
+      set->GetTTRS().Get(0)->QueryInterface(IID_VEKITPSLight, light.ReleaseAndGetVoidAddressOf()),
+      S_OK);
   EXPECT_EQ(light->GetRep(), nullptr);
   light.Reset();
   set.Reset();

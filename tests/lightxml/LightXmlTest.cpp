@@ -488,6 +488,58 @@ TEST(LightXmlTest, EncodingsAreReadAsUtf8) {
   }
 }
 
+// UTF-16 little-endian with a byte order mark, from ASCII and two-byte characters.
+std::string Utf16(const std::u16string& text) {
+  std::string bytes = "\xFF\xFE";
+  for (char16_t unit : text)
+    bytes += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
+  return bytes;
+}
+
+TEST(LightXmlTest, ErrorsAndElementsArePlacedInLinesAndColumns) {
+  struct Row {
+    std::string text;
+    int line;
+    int column;
+  };
+  const Row rows[] = {
+      // Found by the tree parser, after the checks.
+      {"<a>\n  <b>\n</a>", 3, 3},
+      // Columns count characters; a byte order mark is not one; CR LF and a lone CR end lines.
+      {"<a>\n\xC3\xA9\xC3\xA9<</a>", 2, 4},
+      {"\xEF\xBB\xBF<a>&</a>", 1, 5},
+      {"<a>\r\n<b x='1' x='2'/></a>", 2, 10},
+      {"<a>\r<b>\r</a>", 3, 3},
+      {Utf16(u"<a>\n\u00e9<b>\n</a>"), 3, 3},
+      {Utf16(u"<a>\n\u00e9&</a>"), 2, 3},
+  };
+  for (const Row& row : rows) {
+    VEKLightXmlElement root;
+    VEKLightXmlParser parser;
+    ASSERT_FALSE(Parse(row.text, root, &parser)) << row.text;
+    EXPECT_EQ(parser.GetErrorLine(), row.line) << row.text << ": " << parser.GetErrorDescription();
+    EXPECT_EQ(parser.GetErrorColumn(), row.column) << row.text;
+    EXPECT_FALSE(parser.OutOfMemory());
+  }
+
+  // Elements: their offsets as lines, in both encodings, only when line starts are kept.
+  for (const std::string& text :
+       {std::string("<a>\n<b/>\r\n\r\n<c/></a>"), Utf16(u"<a>\n<b/>\r\n\r\n<c/></a>")}) {
+    VEKLightXmlElement root;
+    VEKLightXmlParser parser;
+    ASSERT_TRUE(Parse(text, root, &parser));
+    EXPECT_EQ(parser.GetLineOf(root.GetSourceOffset()), 0);
+    parser.KeepLineStarts(true);
+    ASSERT_TRUE(Parse(text, root, &parser));
+    const std::vector<VEKLightXmlElementItf*> children = Children(root);
+    EXPECT_EQ(parser.GetLineOf(root.GetSourceOffset()), 1);
+    EXPECT_EQ(parser.GetLineOf(children[0]->GetSourceOffset()), 2);
+    EXPECT_EQ(parser.GetLineOf(children[1]->GetSourceOffset()), 4);
+    EXPECT_EQ(parser.GetLineOf(-1), 0);
+    EXPECT_EQ(parser.GetErrorLine(), 0);
+  }
+}
+
 TEST(LightXmlTest, EntityDeclarationsAreNotExpanded) {
   std::string text = "<!DOCTYPE r [<!ENTITY l0 \"lol\">";
   for (int level = 1; level < 10; ++level) {

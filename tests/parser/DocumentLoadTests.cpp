@@ -1,0 +1,306 @@
+// The one-call load: forms and schemas found or forced, errors with their place, files of every
+// kind, and nothing written unless asked.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <iconv.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ParserTestSupport.h"
+#include "VEKTPSLightDocument.h"
+
+using vek_test::ReadFileBytes;
+using vek_test::Utf8;
+
+namespace {
+
+const std::string kDocuments = std::string(VEK_TEST_SOURCE_DIR) + "/../../examples/documents/";
+
+std::string Bundled(const char* name) { return ReadFileBytes(kDocuments + name); }
+
+// `utf8` as UTF-16 with a byte order mark, through the C library's converter.
+std::string ToUtf16(const std::string& utf8) {
+  iconv_t converter = iconv_open("UTF-16", "UTF-8");
+  std::string out(utf8.size() * 4 + 4, '\0');
+  char* in = const_cast<char*>(utf8.data());
+  std::size_t inLeft = utf8.size();
+  char* at = out.data();
+  std::size_t outLeft = out.size();
+  (void)iconv(converter, &in, &inLeft, &at, &outLeft);
+  iconv_close(converter);
+  out.resize(out.size() - outLeft);
+  return out;
+}
+
+VEKTPSLightDocument LoadText(const std::string& bytes, const VEKTPSLightLoadOptions& options = {}) {
+  return VEKLoadDocument(bytes.data(), bytes.size(), options);
+}
+
+// The attributes of the annotations of a set, as UTF-8.
+std::vector<std::string> Attributes(VEKITPSLightSet& set) {
+  std::vector<std::string> attributes;
+  const VEKLightObjectList* annotations = set.GetAnnotations();
+  for (int k = 0; k < annotations->Count(); ++k) {
+    attributes.push_back(
+        Utf8(vek_test::Query<VEKITPSLightAnnotation>(annotations->Get(k))->GetAttribute()));
+  }
+  return attributes;
+}
+
+class DocumentLoad : public ::testing::Test {
+ protected:
+  vek_test::ScopedWorkingDirectory directory_;
+};
+
+TEST_F(DocumentLoad, BundledDocumentsInEveryForm) {
+  const std::string pump = Bundled("pump_housing.xml");
+  const struct {
+    const char* what;
+    std::string bytes;
+    VEKTPSLightForm form;
+    VEKTPSLightSchema schema;
+    const char* attribute;  // one annotation's attribute, with characters beyond ASCII
+  } rows[] = {
+      {"plain UTF-8", pump, VEKTPSLightForm::Plain, VEKTPSLightSchema::Current,
+       "\xE2\x8C\x80"
+       "0.1 \xE2\x93\x82 A B C"},
+      {"base64", Bundled("pump_housing.xml.b64"), VEKTPSLightForm::Base64,
+       VEKTPSLightSchema::Current,
+       "\xE2\x8C\x80"
+       "0.1 \xE2\x93\x82 A B C"},
+      {"zlib", vek_test::ZlibCompress(pump), VEKTPSLightForm::Zlib, VEKTPSLightSchema::Current,
+       "\xE2\x8C\x80"
+       "0.1 \xE2\x93\x82 A B C"},
+      {"UTF-16", ToUtf16(pump), VEKTPSLightForm::Plain, VEKTPSLightSchema::Current,
+       "\xE2\x8C\x80"
+       "0.1 \xE2\x93\x82 A B C"},
+      {"legacy", Bundled("gear_shaft_legacy.xml"), VEKTPSLightForm::Plain,
+       VEKTPSLightSchema::Legacy,
+       "\xE2\x97\x8E \xE2\x8C\x80"
+       "0.01 A-B"},
+      {"legacy UTF-16", ToUtf16(Bundled("gear_shaft_legacy.xml")), VEKTPSLightForm::Plain,
+       VEKTPSLightSchema::Legacy,
+       "\xE2\x97\x8E \xE2\x8C\x80"
+       "0.01 A-B"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    const VEKTPSLightDocument document = LoadText(row.bytes);
+    ASSERT_TRUE(document.Loaded()) << document.Error();
+    EXPECT_EQ(document.Result(), S_OK);
+    EXPECT_EQ(document.Form(), row.form);
+    EXPECT_EQ(document.Schema(), row.schema);
+    EXPECT_TRUE(document.Error().empty());
+    ASSERT_EQ(document.Sets().size(), 1u);
+    const std::vector<std::string> attributes = Attributes(*document.Sets()[0].Get());
+    EXPECT_NE(std::find(attributes.begin(), attributes.end(), row.attribute), attributes.end());
+    EXPECT_TRUE(document.Diagnostics().empty()) << document.Diagnostics()[0].message;
+  }
+  // From a file: the same model.
+  const VEKTPSLightDocument fromFile =
+      VEKLoadDocumentFile((kDocuments + "pump_housing.xml.b64").c_str());
+  ASSERT_TRUE(fromFile.Loaded());
+  EXPECT_EQ(fromFile.Form(), VEKTPSLightForm::Base64);
+  // The set and its 59 objects.
+  EXPECT_EQ(fromFile.ObjectsBuilt(), 60u);
+  EXPECT_TRUE(std::filesystem::is_empty(directory_.Path()));
+}
+
+TEST_F(DocumentLoad, FailuresSayWhyAndWhere) {
+  const std::string current =
+      "<Functional_Tolerancing_Annotation><AnnotationSet/></Functional_Tolerancing_Annotation>";
+  const std::string legacy = "<TolerancingData><AnnotationSet/></TolerancingData>";
+  VEKTPSLightLoadOptions base64;
+  base64.form = VEKTPSLightForm::Base64;
+  VEKTPSLightLoadOptions zlib;
+  zlib.form = VEKTPSLightForm::Zlib;
+  VEKTPSLightLoadOptions plain;
+  plain.form = VEKTPSLightForm::Plain;
+  VEKTPSLightLoadOptions asCurrent;
+  asCurrent.schema = VEKTPSLightSchema::Current;
+  VEKTPSLightLoadOptions asLegacy;
+  asLegacy.schema = VEKTPSLightSchema::Legacy;
+  const std::string packed = vek_test::ZlibCompress(current);
+  const struct {
+    const char* what;
+    std::string bytes;
+    VEKTPSLightLoadOptions options;
+    VEKTPSLightLoadStatus status;
+    const char* error;  // the start of Error()
+    int line = 0;
+    int column = 0;
+  } rows[] = {
+      {"plain forced as base64", current, base64, VEKTPSLightLoadStatus::DecodeFailed,
+       "the base64 text does not decode: '<' at offset 0 is not a base64 character"},
+      // Text that cannot be XML but starts as base64 is damaged base64; other text goes to the
+      // XML parser.
+      {"a zero byte in base64",
+       std::string("QUJD\0QUJD", 9),
+       {},
+       VEKTPSLightLoadStatus::DecodeFailed,
+       "the base64 text does not decode: byte 0x00 at offset 4 is not a base64 character"},
+      {"a stray character in base64",
+       "QUJD\nQU*D",
+       {},
+       VEKTPSLightLoadStatus::DecodeFailed,
+       "the base64 text does not decode: '*' at offset 7 is not a base64 character"},
+      {"neither XML nor base64", "*QUJD", {}, VEKTPSLightLoadStatus::XmlError, "", 1, 1},
+      {"base64 cut short",
+       "QUJDRA",
+       {},
+       VEKTPSLightLoadStatus::DecodeFailed,
+       "the base64 text does not decode: its length is not a whole number"},
+      {"base64 padding inside",
+       "QQ==QUJD",
+       {},
+       VEKTPSLightLoadStatus::DecodeFailed,
+       "the base64 text does not decode: its padding is not at its end"},
+      {"plain forced as zlib", current, zlib, VEKTPSLightLoadStatus::DecodeFailed,
+       "the zlib data does not decode: it is corrupt"},
+      {"zlib with bytes after",
+       packed + "x",
+       {},
+       VEKTPSLightLoadStatus::DecodeFailed,
+       "the zlib data does not decode: bytes follow the end of its stream"},
+      {"zlib forced as plain", packed, plain, VEKTPSLightLoadStatus::XmlError, "", 1, 1},
+      {"base64 forced as plain", vek_test::ToBase64(current), plain,
+       VEKTPSLightLoadStatus::XmlError, "", 1, 1},
+      {"current forced as legacy", current, asLegacy, VEKTPSLightLoadStatus::UnknownRoot,
+       "the root element is \"Functional_Tolerancing_Annotation\", not the \"TolerancingData\" of "
+       "the legacy schema asked for"},
+      {"legacy forced as current", legacy, asCurrent, VEKTPSLightLoadStatus::UnknownRoot,
+       "the root element is \"TolerancingData\", not the"},
+      {"unknown root",
+       "<Other/>",
+       {},
+       VEKTPSLightLoadStatus::UnknownRoot,
+       "the root element is \"Other\", neither"},
+      {"tags that do not match",
+       "<a>\n  <b>\n</a>",
+       {},
+       VEKTPSLightLoadStatus::XmlError,
+       "Start-end tags mismatch",
+       3,
+       3},
+      {"a bad character after text beyond ASCII",
+       "<a>\n\xC3\xA9\xC3\xA9 &</a>",
+       {},
+       VEKTPSLightLoadStatus::XmlError,
+       "",
+       2,
+       5},
+      {"current without a set",
+       "<Functional_Tolerancing_Annotation/>",
+       {},
+       VEKTPSLightLoadStatus::NoSet,
+       "the root has no AnnotationSet child"},
+      {"legacy without 5 values",
+       legacy,
+       {},
+       VEKTPSLightLoadStatus::NoSet,
+       "no AnnotationSet holds exactly 5 values"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    const VEKTPSLightDocument document = LoadText(row.bytes, row.options);
+    EXPECT_EQ(document.Status(), row.status) << document.Error();
+    EXPECT_FALSE(document.Loaded());
+    EXPECT_EQ(document.Error().rfind(row.error, 0), 0u) << document.Error();
+    EXPECT_FALSE(document.Error().empty());
+    EXPECT_EQ(document.ErrorLine(), row.line);
+    EXPECT_EQ(document.ErrorColumn(), row.column);
+    EXPECT_EQ(document.Result(), E_FAIL);
+  }
+  // A root of the other schema is still told.
+  EXPECT_EQ(LoadText(current, asLegacy).Schema(), VEKTPSLightSchema::Current);
+  EXPECT_EQ(LoadText("<Other/>").Schema(), std::nullopt);
+  // A set made without its values is still the document's.
+  EXPECT_EQ(LoadText(legacy).Sets().size(), 1u);
+}
+
+TEST_F(DocumentLoad, FilesOfEveryKindWithinTheLimit) {
+  VEKTPSLightLoadOptions small;
+  small.maxInputBytes = 1 << 20;
+  // A sparse file far larger than the limit is refused before a byte of it is read.
+  {
+    const int sparse = open("sparse.xml", O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ASSERT_GE(sparse, 0);
+    ASSERT_EQ(ftruncate(sparse, off_t{1} << 40), 0);
+    close(sparse);
+  }
+  const VEKTPSLightDocument sparse = VEKLoadDocumentFile("sparse.xml");
+  EXPECT_EQ(sparse.Status(), VEKTPSLightLoadStatus::TooLarge);
+  EXPECT_EQ(sparse.Error(),
+            "the file holds 1099511627776 bytes, more than the 2147483647 a "
+            "document may have");
+  // An endless device is read up to the limit only.
+  EXPECT_EQ(VEKLoadDocumentFile("/dev/zero", small).Status(), VEKTPSLightLoadStatus::TooLarge);
+  EXPECT_EQ(VEKLoadDocumentFile("missing.xml").Status(), VEKTPSLightLoadStatus::ReadFailed);
+  EXPECT_EQ(VEKLoadDocumentFile(".").Error(), "cannot read: it is a directory");
+  EXPECT_EQ(VEKLoadDocumentFile(nullptr).Status(), VEKTPSLightLoadStatus::ReadFailed);
+
+  // A pipe is read in chunks to its end.
+  const std::string document = Bundled("gear_shaft_legacy.xml");
+  ASSERT_EQ(mkfifo("pipe.xml", 0600), 0);
+  std::thread writer([&] {
+    const int pipe = open("pipe.xml", O_WRONLY);
+    for (std::size_t at = 0; at < document.size(); at += 1000)
+      (void)!write(pipe, document.data() + at, std::min<std::size_t>(1000, document.size() - at));
+    close(pipe);
+  });
+  const VEKTPSLightDocument piped = VEKLoadDocumentFile("pipe.xml");
+  writer.join();
+  EXPECT_TRUE(piped.Loaded()) << piped.Error();
+  EXPECT_EQ(piped.Schema(), VEKTPSLightSchema::Legacy);
+
+  // What the bytes decode to is held to the limit too.
+  const std::string xml = Bundled("pump_housing.xml");
+  VEKTPSLightLoadOptions tight;
+  tight.maxInputBytes = xml.size() - 1;
+  EXPECT_EQ(LoadText(vek_test::ZlibCompress(xml), tight).Status(), VEKTPSLightLoadStatus::TooLarge);
+  EXPECT_EQ(LoadText(Bundled("pump_housing.xml.b64"), tight).Status(),
+            VEKTPSLightLoadStatus::TooLarge);
+  EXPECT_EQ(LoadText(xml, tight).Status(), VEKTPSLightLoadStatus::TooLarge);
+  tight.maxInputBytes = xml.size();
+  EXPECT_TRUE(LoadText(vek_test::ZlibCompress(xml), tight).Loaded());
+}
+
+TEST_F(DocumentLoad, WritesOnlyTheDumpAskedFor) {
+  const std::string xml = Bundled("pump_housing.xml");
+  for (const std::string& bytes :
+       {xml, Bundled("pump_housing.xml.b64"), Bundled("gear_shaft_legacy.xml")}) {
+    EXPECT_TRUE(LoadText(bytes).Loaded());
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(directory_.Path()));
+
+  VEKTPSLightLoadOptions dump;
+  dump.dumpPath = "kept.xml";
+  ASSERT_TRUE(LoadText(xml, dump).Loaded());
+  const VEKTPSLightDocument reloaded = LoadText(ReadFileBytes("kept.xml"));
+  EXPECT_TRUE(reloaded.Loaded());
+  EXPECT_EQ(reloaded.ObjectsBuilt(), LoadText(xml).ObjectsBuilt());
+  // A legacy document has no dump.
+  std::filesystem::remove("kept.xml");
+  ASSERT_TRUE(LoadText(Bundled("gear_shaft_legacy.xml"), dump).Loaded());
+  EXPECT_TRUE(std::filesystem::is_empty(directory_.Path()));
+}
+
+TEST(DocumentNames, EveryValueHasItsName) {
+  EXPECT_STREQ(VEKTPSLightFormName(VEKTPSLightForm::Zlib), "zlib");
+  EXPECT_STREQ(VEKTPSLightSchemaName(VEKTPSLightSchema::Legacy), "legacy");
+  EXPECT_STREQ(VEKTPSLightDiagnosticKindName(VEKTPSLightDiagnosticKind::UnknownRefFrame),
+               "unknown-ref-frame");
+  const VEKTPSLightDocument none;
+  EXPECT_EQ(none.Status(), VEKTPSLightLoadStatus::OutOfMemory);
+  EXPECT_EQ(none.Result(), E_OUTOFMEMORY);
+  EXPECT_TRUE(none.Sets().empty());
+  EXPECT_EQ(none.Links(0), nullptr);
+}
+
+}  // namespace
