@@ -1,6 +1,7 @@
 #include "GltfReadersAgree.h"
 
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -8,6 +9,8 @@
 
 #include "GlbContainer.h"
 #include "GltfSubsetReader.h"
+#include "RepBuilder.h"
+#include "VEKSceneGraph.h"
 
 namespace vek_fuzz {
 namespace {
@@ -100,6 +103,68 @@ bool SameNodesAndScenes(const tinygltf::Model& left, const tinygltf::Model& righ
   return true;
 }
 
+// Arrays compare by their bytes, so that floats differing only in sign or NaN payload differ too.
+template <typename Value>
+bool SameArrays(const std::shared_ptr<const std::vector<Value>>& left,
+                const std::shared_ptr<const std::vector<Value>>& right) {
+  if (!left || !right) {
+    return !left && !right;
+  }
+  return left->size() == right->size() &&
+         (left->empty() ||
+          std::memcmp(left->data(), right->data(), left->size() * sizeof(Value)) == 0);
+}
+
+bool SameRepMeshes(const VEKRep& left, const VEKRep& right) {
+  if (left.GetMeshes().size() != right.GetMeshes().size()) {
+    return false;
+  }
+  for (std::size_t index = 0; index < left.GetMeshes().size(); ++index) {
+    const VEKRepMesh& a = left.GetMeshes()[index];
+    const VEKRepMesh& b = right.GetMeshes()[index];
+    if (a.name != b.name || a.primitives.size() != b.primitives.size()) {
+      return false;
+    }
+    for (std::size_t primitive = 0; primitive < a.primitives.size(); ++primitive) {
+      const VEKRepPrimitive& p = a.primitives[primitive];
+      const VEKRepPrimitive& q = b.primitives[primitive];
+      if (p.mode != q.mode || p.vertexCount != q.vertexCount || p.indexCount != q.indexCount ||
+          !SameArrays(p.positions, q.positions) || !SameArrays(p.normals, q.normals) ||
+          !SameArrays(p.indices, q.indices)) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+bool SameRepNodes(const VEKRep& left, const VEKRep& right) {
+  if (left.GetNodes().size() != right.GetNodes().size() ||
+      left.GetRootNodes() != right.GetRootNodes()) {
+    return false;
+  }
+  for (std::size_t index = 0; index < left.GetNodes().size(); ++index) {
+    const VEKRepNode& a = left.GetNodes()[index];
+    const VEKRepNode& b = right.GetNodes()[index];
+    if (a.name != b.name || a.parent != b.parent || a.mesh != b.mesh || a.children != b.children ||
+        std::memcmp(a.matrix, b.matrix, sizeof a.matrix) != 0 ||
+        std::memcmp(a.worldMatrix, b.worldMatrix, sizeof a.worldMatrix) != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Every value a host reads from two representations of one blob (the blob and the GLB copy are
+// the same by construction), or that both were refused.
+bool SameReps(const VEKRep* left, const VEKRep* right) {
+  if (left == nullptr || right == nullptr) {
+    return left == right;
+  }
+  return left->GetHeldBytes() == right->GetHeldBytes() && SameRepNodes(*left, *right) &&
+         SameRepMeshes(*left, *right);
+}
+
 bool RefuseReadWholeFile(std::vector<unsigned char>*, std::string*, const std::string&, void*) {
   return false;
 }
@@ -126,10 +191,16 @@ GltfReadersVerdict CompareGltfReaders(const std::uint8_t* data, std::size_t size
     std::string warning;
     const bool read =
         loader.LoadBinaryFromMemory(&full, &error, &warning, data, layout.totalLength);
-    return read && SameBuffersAndViews(direct, full) && SameAccessors(direct, full) &&
-                   SameMeshes(direct, full) && SameNodesAndScenes(direct, full)
-               ? GltfReadersVerdict::kAgree
-               : GltfReadersVerdict::kDisagree;
+    if (!read || !SameBuffersAndViews(direct, full) || !SameAccessors(direct, full) ||
+        !SameMeshes(direct, full) || !SameNodesAndScenes(direct, full)) {
+      return GltfReadersVerdict::kDisagree;
+    }
+    // The models agree on what the representation is built from; the representations must agree
+    // on everything built from that (positions, normals, indices, world matrices, sharing).
+    const auto directRep = vek_scenegraph_detail::BuildRep(direct, data, layout.totalLength, size);
+    const auto fullRep = vek_scenegraph_detail::BuildRep(full, data, layout.totalLength, size);
+    return SameReps(directRep.get(), fullRep.get()) ? GltfReadersVerdict::kAgree
+                                                    : GltfReadersVerdict::kDisagree;
   } catch (...) {
     return GltfReadersVerdict::kDisagree;
   }

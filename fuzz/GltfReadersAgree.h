@@ -8,7 +8,8 @@ namespace vek_fuzz {
 
 enum class GltfReadersVerdict {
   kDeclined,  // not a well-formed container, or the direct reader left the blob to tinygltf
-  kAgree,     // both read it, into the same values wherever the scene graph looks
+  kAgree,     // both read it, into the same values wherever the scene graph looks, and the
+              // representations built from the two agree in every value (or both are refused)
   kDisagree,  // the direct reader read it, and tinygltf refused it or read other values
 };
 

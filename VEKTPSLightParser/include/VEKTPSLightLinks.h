@@ -14,16 +14,16 @@
 
 // The member through which one object names another.
 enum class VEKTPSLightRole : int {
-  View = 0,        // an annotation's views (VEKITPSLightModel::GetViews): annotation -> view
-  OrderGroup = 1,  // an annotation's order group: annotation -> annotation
-  TTRS = 2,        // an integer TTRS id of an annotation, reference frame or CG -> TTRS
-  Reference = 3,   // an annotation's "Ref" -> reference frame
-  Annotation = 4,  // a view's or capture's annotations: view/capture -> annotation
-  Capture = 5,     // a view's captures: view -> capture
-  Datum = 6,       // a reference frame's datums: reference frame -> annotation
-  CaptureView = 7, // a capture's views: capture -> view
-  ActiveView = 8,  // a capture's active view: capture -> view
-  CG = 9,          // a capture's construction geometries: capture -> CG
+  View = 0,         // an annotation's views (VEKITPSLightModel::GetViews): annotation -> view
+  OrderGroup = 1,   // an annotation's order group: annotation -> annotation
+  TTRS = 2,         // an integer TTRS id of an annotation, reference frame or CG -> TTRS
+  Reference = 3,    // an annotation's "Ref" -> reference frame
+  Annotation = 4,   // a view's or capture's annotations: view/capture -> annotation
+  Capture = 5,      // a view's captures: view -> capture
+  Datum = 6,        // a reference frame's datums: reference frame -> annotation
+  CaptureView = 7,  // a capture's views: capture -> view
+  ActiveView = 8,   // a capture's active view: capture -> view
+  CG = 9,           // a capture's construction geometries: capture -> CG
 };
 
 // One link seen from the object it names: `from` names it through `role`. `from` is the naming
@@ -42,8 +42,9 @@ class VEK_API VEKTPSLightLinks {
   VEKTPSLightLinks(const VEKTPSLightLinks&) = delete;
   VEKTPSLightLinks& operator=(const VEKTPSLightLinks&) = delete;
 
-  // The links that name `object` (any face of an object of this set), in the set's creation order
-  // of the naming objects, then member order; empty for null or an object of another set.
+  // The links that name `object` (any face of an object of this set): by the naming object's
+  // family (annotations, views, reference frames, CGs, captures), in creation order within it,
+  // then in the order of the members above. Empty for null or an object of another set.
   const std::vector<VEKTPSLightLink>& ReferencedBy(VEKBaseUnknown* object) const noexcept;
   // The object of `kind` (VEKTPSLightKind) that carries `id`, as its identity: the first created
   // when several do, as the id broker answers. Null when none; nothing is recorded.

@@ -118,6 +118,10 @@ class VEK_API VEKITPSLightSet : public VEKBaseUnknown {
   // Every (id, kind) given to an object when another object of the same kind already had it, in
   // order.
   virtual const std::vector<VEKTPSLightUnresolved>& GetDuplicateIds() const = 0;
+  // The object of `kind` (VEKTPSLightKind) whose id is `id`, as its identity and without adding a
+  // reference: the first created when several share the id, as the id broker answers, but nothing
+  // is recorded. Null when there is none.
+  virtual VEKBaseUnknown* FindObject(int id, int kind) const = 0;
 };
 
 // Finds the objects of one set by the id given through VEKITPSLight::SetId.
@@ -272,9 +276,9 @@ class VEK_API VEKITPSLightCapture : public VEKBaseUnknown {
 };
 
 // The factory of every model object. Each creation returns the new object through `out` with one
-// reference for the caller and adds it to `set` (which must be a set of this model
-// implementation: E_INVALIDARG otherwise, E_POINTER for a null out or set). Creations are virtual
-// so that tests can substitute a recording container.
+// reference for the caller and adds it to `set` (which must be a live set of this model
+// implementation: E_INVALIDARG, without looking through it, otherwise; E_POINTER for a null out
+// or set). Creations are virtual so that tests can substitute a recording container.
 class VEK_API VEKTPSLightContainer : public VEKBaseUnknown {
  public:
   static constexpr IID kIID = {
@@ -287,12 +291,16 @@ class VEK_API VEKTPSLightContainer : public VEKBaseUnknown {
   std::uint32_t AddRef() override;
   std::uint32_t Release() override;
 
+  // Whether `set` is a set made by this model whose count has not reached zero, told from the
+  // address alone: a freed, uninitialised or foreign pointer is never looked through. False for
+  // null.
+  static bool IsLiveSet(const VEKITPSLightSet* set) noexcept;
+
   virtual HRESULT CreateAnnotation(VEKITPSLightAnnotation** out, VEKITPSLightSet* set);
-  // A new set attached to `father` (kept, never called). When `*out` holds the set this model
-  // made last on the calling thread and it is still alive, the new set takes over the reference
-  // held in `*out` (GetPreviousSet), so every set of a load stays reachable from the last and is
-  // freed with it; any other value in `*out` is overwritten without being looked at. On failure
-  // `*out` is left as it was.
+  // A new set attached to `father` (kept, never called). When `*out` holds a live set of this
+  // model (IsLiveSet), the new set takes over the reference held in `*out` (GetPreviousSet), so
+  // every set of a load stays reachable from the last and is freed with it; any other value in
+  // `*out` is overwritten without being looked at. On failure `*out` is left as it was.
   virtual HRESULT CreateLightSet(VEKITPSLightSet** out, VEKBaseUnknown* father);
   virtual HRESULT CreateView(VEKITPSLightView** out, VEKITPSLightSet* set);
   virtual HRESULT CreateRefFrame(VEKITPSLightRefFrame** out, VEKITPSLightSet* set);

@@ -5,10 +5,13 @@
 #include <algorithm>
 #include <climits>
 #include <exception>
+#include <mutex>
 #include <new>
+#include <system_error>
 #include <utility>
 
 #include "VEKTPSLightInput.h"
+#include "VEKTPSLightLinks.h"
 #include "VEKTPSLightParserUtil.h"
 #include "VEKTPSLightPipeline.h"
 #include "VEKTPSLightRecorder.h"
@@ -27,6 +30,12 @@ struct VEKTPSLightDocument::State {
   std::vector<VEKComPtr<VEKITPSLightSet>> sets;
   std::vector<VEKTPSLightDiagnostic> diagnostics;
   std::uint64_t objects = 0;
+  // The links of each set, built on first use.
+  struct LinksSlot {
+    std::once_flag built;
+    std::unique_ptr<VEKTPSLightLinks> links;
+  };
+  std::unique_ptr<LinksSlot[]> links;
 };
 
 struct VEKTPSLightDocumentAccess {
@@ -133,6 +142,8 @@ void LoadBytes(State& state, VEKLoadBytes& input, const VEKTPSLightLoadOptions& 
   }
   for (const VEKComPtr<VEKITPSLightSet>& set : state.sets)
     state.objects += vek_parser_detail::VEKObjectsOf(*set.Get());
+  // Without room for the slots the document still loads; only Links() answers null.
+  state.links.reset(new (std::nothrow) State::LinksSlot[state.sets.size()]);
   state.diagnostics = std::move(recorder.Records());
   if (VEKSucceeded(result)) {
     state.status = VEKTPSLightLoadStatus::Loaded;
@@ -224,7 +235,19 @@ std::uint64_t VEKTPSLightDocument::ObjectsBuilt() const noexcept {
   return (state_ ? *state_ : NoLoad()).objects;
 }
 
-const VEKTPSLightLinks* VEKTPSLightDocument::Links(int) const noexcept { return nullptr; }
+const VEKTPSLightLinks* VEKTPSLightDocument::Links(int index) const noexcept {
+  if (!state_ || !state_->links || index < 0 || index >= static_cast<int>(state_->sets.size()))
+    return nullptr;
+  State::LinksSlot& slot = state_->links[static_cast<std::size_t>(index)];
+  try {
+    std::call_once(slot.built, [&] {
+      slot.links = VEKTPSLightLinks::Build(state_->sets[static_cast<std::size_t>(index)].Get());
+    });
+  } catch (const std::system_error&) {
+    return nullptr;
+  }
+  return slot.links.get();
+}
 
 HRESULT VEKGetSetsOfLoad(VEKITPSLightSet* lastSet,
                          std::vector<VEKComPtr<VEKITPSLightSet>>& sets) noexcept {

@@ -111,6 +111,8 @@ HRESULT VEKWalkCurrent(VEKTPSLightParserUtil& parser, VEKLightXmlElement& root,
 
   // The outcome is that of the last set creation; without any "AnnotationSet" it stays E_FAIL.
   HRESULT result = E_FAIL;
+  // A caller's value that is not a live set of this model (stale, garbage) is never handed on.
+  if (!VEKTPSLightContainer::IsLiveSet(*set)) *set = nullptr;
   VEKObjectBudget budget(rules.maxObjects);
   // The set being built, counted into the budget when the next one begins.
   VEKITPSLightSet* open = nullptr;

@@ -1,4 +1,4 @@
-// Scene graph read from the input as a GLB blob.
+// Scene graph read from the input as a GLB blob, and its triangles and lines.
 #include <climits>
 #include <memory>
 #include <vector>
@@ -11,5 +11,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::vector<char> blob(data, data + size);
   const std::unique_ptr<VEKRep> rep(
       VEKReadSceneGraph(blob.empty() ? nullptr : blob.data(), static_cast<int>(size)));
+  if (rep) {
+    std::vector<float> elements;
+    (void)VEKRepTriangles(*rep, elements);
+    (void)VEKRepLines(*rep, elements);
+  }
   return 0;
 }

@@ -1,6 +1,5 @@
 // The factory of every model object.
 #include <cstdint>
-#include <memory>
 
 #include "VEKTPSLightObjects.h"
 
@@ -8,28 +7,17 @@ using VEKModelDetail::LightSet;
 
 namespace {
 
-// The set this library made last on the calling thread. The record does not own the set: its
-// address is kept disguised, so that leak checkers do not take the record for a reference, and
-// it is compared with *out only while the token tells that the set still lives.
-struct LastSet {
-  std::uintptr_t disguisedFace = 0;
-  std::weak_ptr<const int> liveness;
-};
-thread_local LastSet lastSet;
-
-std::uintptr_t Disguise(const VEKITPSLightSet* face) noexcept {
-  return ~reinterpret_cast<std::uintptr_t>(face);
-}
-
 // Makes an object of class Object in `set` and hands it out through `out` as its Face.
 template <class Object, class Face>
 HRESULT CreateInSet(Face** out, VEKITPSLightSet* set) noexcept {
   if (!out) return E_POINTER;
   *out = nullptr;
   if (!set) return E_POINTER;
+  // A set that is not a live one of this library (another implementation's, a freed one,
+  // garbage) is refused without being looked through.
   LightSet* owner = LightSet::From(set);
   if (!owner) return E_INVALIDARG;
-  Object* object = new Object(*owner);
+  Object* object = new Object(owner->GetCore());
   if (!object) return E_OUTOFMEMORY;
   const HRESULT result = owner->Adopt(object);
   if (VEKFailed(result)) return result;
@@ -64,24 +52,23 @@ std::uint32_t VEKTPSLightContainer::Release() {
   return remaining;
 }
 
+bool VEKTPSLightContainer::IsLiveSet(const VEKITPSLightSet* set) noexcept {
+  return LightSet::IsLive(set);
+}
+
 HRESULT VEKTPSLightContainer::CreateAnnotation(VEKITPSLightAnnotation** out, VEKITPSLightSet* set) {
   return CreateInSet<VEKModelDetail::Annotation>(out, set);
 }
 
 HRESULT VEKTPSLightContainer::CreateLightSet(VEKITPSLightSet** out, VEKBaseUnknown* father) {
   if (!out) return E_POINTER;
-  // Only a pointer equal to the remembered live set is followed; any other value in *out may
-  // be stale or garbage and is never looked through. The reference *out held passes to the new
-  // set, since the caller's pointer to it is about to be overwritten.
-  LightSet* previous = nullptr;
-  if (*out && Disguise(*out) == lastSet.disguisedFace && !lastSet.liveness.expired()) {
-    previous = LightSet::From(*out);
-  }
+  // A live set of this library in *out passes the reference *out held to the new set, since
+  // the caller's pointer to it is about to be overwritten. Any other value may be stale or
+  // garbage: the registry tells so from the address alone, and it is never looked through.
+  LightSet* const previous = LightSet::From(*out);
   LightSet* created = nullptr;
   const HRESULT result = LightSet::Create(father, previous, &created);
   if (VEKFailed(result)) return result;
-  lastSet.disguisedFace = Disguise(created);
-  lastSet.liveness = created->GetCore().Liveness();
   *out = created;
   return S_OK;
 }

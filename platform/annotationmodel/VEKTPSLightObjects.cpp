@@ -57,7 +57,11 @@ Core::~Core() {
 
 std::uint32_t Core::Release() noexcept {
   const std::uint32_t remaining = --references_;
-  if (remaining == 0) delete this;
+  if (remaining == 0) {
+    // From here on nobody may take the set for a live one and chain or fill it.
+    first_->AsSet()->Unlist();
+    delete this;
+  }
   return remaining;
 }
 
@@ -73,19 +77,11 @@ void Core::Adopt(LightObject* object) noexcept {
 LightObject* Core::Resolve(VEKBaseUnknown* face) const noexcept {
   if (!face) return nullptr;
   VEKComPtr<LightObject> object;
-  if (VEKFailed(face->QueryInterface(kIIDLightObject, object.ReleaseAndGetVoidAddressOf()))) return nullptr;
+  if (VEKFailed(face->QueryInterface(kIIDLightObject, object.ReleaseAndGetVoidAddressOf())))
+    return nullptr;
   // The reference taken by the query is dropped on return; the object stays alive through the
   // caller's own reference to it.
   return &object->GetCore() == this ? object.Get() : nullptr;
-}
-
-HRESULT Core::MakeLivenessToken() noexcept {
-  try {
-    liveness_ = std::make_shared<const int>(0);
-    return S_OK;
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
-  }
 }
 
 void Core::AdoptPrevious(LightSet* previous) noexcept { previous_.Attach(previous); }
@@ -116,29 +112,6 @@ HRESULT LightObject::SetStatus(unsigned short status) {
 
 HRESULT LightObject::SetUuid(const wchar_t* uuid) { return CopyText(uuid_, uuid); }
 
-HRESULT LightObject::Answer(const IID& iid, void** out,
-                            std::initializer_list<Face> faces) noexcept {
-  if (!out) return E_POINTER;
-  *out = nullptr;
-  void* answer = nullptr;
-  if (iid == VEKBaseUnknown::kIID) {
-    answer = faces.begin()->face;
-  } else if (iid == kIIDLightObject) {
-    answer = this;
-  } else {
-    for (const Face& face : faces) {
-      if (*face.iid == iid) {
-        answer = face.face;
-        break;
-      }
-    }
-  }
-  if (!answer) return E_NOINTERFACE;
-  core_.AddRef();
-  *out = answer;
-  return S_OK;
-}
-
 HRESULT LightObject::AddLink(VEKLightObjectList& list, VEKBaseUnknown* object) noexcept {
   LightObject* target = core_.Resolve(object);
   if (!target) return E_INVALIDARG;
@@ -146,12 +119,6 @@ HRESULT LightObject::AddLink(VEKLightObjectList& list, VEKBaseUnknown* object) n
 }
 
 LightSet& LightObject::Set() const noexcept { return *core_.First()->AsSet(); }
-
-HRESULT Annotation::QueryInterface(const IID& iid, void** out) {
-  return Answer(iid, out,
-                {FaceOf<VEKITPSLightAnnotation>(this), FaceOf<VEKITPSLight>(this),
-                 FaceOf<VEKITPSLightModel>(this)});
-}
 
 HRESULT Annotation::SetValue(double value) {
   value_ = value;
@@ -195,10 +162,6 @@ HRESULT Annotation::SetOrderGroup(VEKLightObjectList* group) {
 
 HRESULT Annotation::SetView(VEKITPSLightView* view) { return AddLink(views_, view); }
 
-HRESULT View::QueryInterface(const IID& iid, void** out) {
-  return Answer(iid, out, {FaceOf<VEKITPSLightView>(this), FaceOf<VEKITPSLight>(this)});
-}
-
 HRESULT View::SetOrigin(double x, double y, double z) { return StoreVector(origin_, x, y, z); }
 
 HRESULT View::SetNormal(double x, double y, double z) { return StoreVector(normal_, x, y, z); }
@@ -210,10 +173,6 @@ HRESULT View::SetDirection(double x, double y, double z) {
 HRESULT View::AddTPS(VEKBaseUnknown* annotation) { return AddLink(annotations_, annotation); }
 
 HRESULT View::AddCapture(VEKBaseUnknown* capture) { return AddLink(captures_, capture); }
-
-HRESULT TTRS::QueryInterface(const IID& iid, void** out) {
-  return Answer(iid, out, {FaceOf<VEKITPSLightTTRS>(this), FaceOf<VEKITPSLight>(this)});
-}
 
 HRESULT TTRS::AddGeometry(VEKRawCollint* ids) {
   // Owned from here on: when it cannot be stored it is freed, never handed back.
@@ -231,29 +190,17 @@ const VEKRawCollint* TTRS::GetGeometry(int index) const {
   return geometries_[static_cast<std::size_t>(index)].get();
 }
 
-HRESULT RefFrame::QueryInterface(const IID& iid, void** out) {
-  return Answer(iid, out, {FaceOf<VEKITPSLightRefFrame>(this), FaceOf<VEKITPSLight>(this)});
-}
-
 HRESULT RefFrame::AddDatum(VEKBaseUnknown* datum) { return AddLink(datums_, datum); }
 
 HRESULT RefFrame::AddTTRS(int ttrsId) { return AppendNumber(ttrs_, ttrsId); }
 
 HRESULT RefFrame::SetAttribute(const wchar_t* text) { return CopyText(attribute_, text); }
 
-HRESULT CG::QueryInterface(const IID& iid, void** out) {
-  return Answer(iid, out, {FaceOf<VEKITPSLightCG>(this), FaceOf<VEKITPSLight>(this)});
-}
-
 HRESULT CG::AddTTRS(int ttrsId) { return AppendNumber(ttrs_, ttrsId); }
 
 HRESULT CG::AddTRep(int repId) { return AppendNumber(treps_, repId); }
 
 HRESULT CG::SetAttribute(const wchar_t* text) { return CopyText(attribute_, text); }
-
-HRESULT Capture::QueryInterface(const IID& iid, void** out) {
-  return Answer(iid, out, {FaceOf<VEKITPSLightCapture>(this), FaceOf<VEKITPSLight>(this)});
-}
 
 HRESULT Capture::AddTPS(VEKBaseUnknown* annotation) { return AddLink(annotations_, annotation); }
 

@@ -6,13 +6,12 @@
 #pragma once
 
 #include <cstdint>
-#include <initializer_list>
 #include <memory>
 #include <optional>
-#include <utility>
 #include <vector>
 
 #include "VEKComPtr.h"
+#include "VEKIdIndex.h"
 #include "VEKTPSLightModel.h"
 
 namespace VEKModelDetail {
@@ -34,6 +33,7 @@ constexpr int kKindCount = 6;
 
 class LightObject;
 class LightSet;
+class LiveSets;
 
 // One model: the reference count shared by a set and its objects, the objects themselves (in
 // creation order, the set first) and the set made just before this one.
@@ -59,11 +59,6 @@ class Core {
   // objects of other models.
   LightObject* Resolve(VEKBaseUnknown* face) const noexcept;
 
-  // Expires when the model is freed; lets a creator tell whether a set it remembers still lives.
-  // Fails only when memory runs out.
-  HRESULT MakeLivenessToken() noexcept;
-  std::weak_ptr<const int> Liveness() const noexcept { return liveness_; }
-
   // The set made just before this model's set, kept alive by it; null when there is none.
   LightSet* GetPrevious() const noexcept { return previous_.Get(); }
   // Takes over one reference to `previous` (may be null).
@@ -75,11 +70,10 @@ class Core {
   LightObject* first_ = nullptr;
   LightObject* last_ = nullptr;
   VEKComPtr<LightSet> previous_;
-  std::shared_ptr<const int> liveness_;
 };
 
 // The values common to the set and to every object (VEKITPSLight), and the object's place in its
-// model. Concrete classes add their interfaces, their QueryInterface and the shared count.
+// model. Concrete classes derive from ModelObject, which adds their interfaces and the count.
 class LightObject : public VEKITPSLight {
  public:
   LightObject(Core& core, int kind) noexcept
@@ -112,16 +106,6 @@ class LightObject : public VEKITPSLight {
   std::optional<VEKUnicodeString> GetUuid() const override { return uuid_; }
 
  protected:
-  struct Face {
-    const IID* iid;
-    VEKBaseUnknown* face;
-  };
-  template <class Interface, class Object>
-  static Face FaceOf(Object* object) noexcept {
-    return {&Interface::kIID, static_cast<Interface*>(object)};
-  }
-  // QueryInterface over the faces an object offers; the first one is its identity.
-  HRESULT Answer(const IID& iid, void** out, std::initializer_list<Face> faces) noexcept;
   // Appends the identity of `object` to `list`; E_INVALIDARG when it is not of this model.
   HRESULT AddLink(VEKLightObjectList& list, VEKBaseUnknown* object) noexcept;
   // The object's set; the objects of a model all belong to its one set.
@@ -141,62 +125,68 @@ class LightObject : public VEKITPSLight {
   std::optional<VEKUnicodeString> uuid_;
 };
 
-// VEKITPSLight and the object interfaces below both declare SetRep(VEKRep*). These shims route the
-// object's own SetRep to SetGraphicRep, so that the common representation and the object's
-// graphic stay two distinct values.
-class AnnotationFace : public VEKITPSLightAnnotation {
+// The boilerplate every model class shares: it offers `Primary` (its identity), VEKITPSLight and
+// each of `Extra` through QueryInterface, and counts its references with its whole model.
+// `ObjectKind` is the object's VEKTPSLightKind, kKindSet for the set.
+template <int ObjectKind, class Primary, class... Extra>
+class ModelObject : public LightObject, public Primary, public Extra... {
  public:
-  HRESULT SetRep(VEKRep* rep) final { return SetGraphicRep(rep); }
+  explicit ModelObject(Core& core) noexcept : LightObject(core, ObjectKind) {}
 
- protected:
-  virtual HRESULT SetGraphicRep(VEKRep* rep) = 0;
-};
-
-class CaptureFace : public VEKITPSLightCapture {
- public:
-  HRESULT SetRep(VEKRep* rep) final { return SetGraphicRep(rep); }
-
- protected:
-  virtual HRESULT SetGraphicRep(VEKRep* rep) = 0;
-};
-
-// A map from id to object for one kind: open addressing with linear probing in one flat array, so
-// a look-up usually touches one cache line instead of a bucket and a separate node.
-class IdIndex {
- public:
-  // The entry of `id`, or null when there is none.
-  LightObject** Find(int id) noexcept;
-  // The entry of `id`, made with `object` (not null) when absent; `second` tells whether it was
-  // made. Throws std::bad_alloc when the table cannot grow (nothing is then changed).
-  std::pair<LightObject**, bool> TryEmplace(int id, LightObject* object);
-  // Removes the entry of `id`, if any.
-  void Erase(int id) noexcept;
+  HRESULT QueryInterface(const IID& iid, void** out) override {
+    if (!out) return E_POINTER;
+    *out = nullptr;
+    if (iid == VEKBaseUnknown::kIID) {
+      *out = Identity();
+    } else if (iid == kIIDLightObject) {
+      *out = static_cast<LightObject*>(this);
+    } else {
+      (void)(Offer<Primary>(iid, out) || Offer<VEKITPSLight>(iid, out) ||
+             (Offer<Extra>(iid, out) || ...));
+    }
+    if (!*out) return E_NOINTERFACE;
+    GetCore().AddRef();
+    return S_OK;
+  }
+  std::uint32_t AddRef() override { return GetCore().AddRef(); }
+  std::uint32_t Release() override { return GetCore().Release(); }
+  VEKBaseUnknown* Identity() noexcept override { return static_cast<Primary*>(this); }
 
  private:
-  struct Slot {
-    LightObject* object = nullptr;  // null: free
-    int id = 0;
-  };
-  std::size_t Home(int id) const noexcept;
-  std::size_t SlotOf(int id) const noexcept;
-  void Grow();
-
-  std::vector<Slot> slots_;
-  std::size_t count_ = 0;
+  template <class Interface>
+  bool Offer(const IID& iid, void** out) noexcept {
+    if (iid != Interface::kIID) return false;
+    *out = static_cast<Interface*>(this);
+    return true;
+  }
 };
 
-class LightSet final : public LightObject, public VEKITPSLightSet, public VEKITPSIdBroker {
+// VEKITPSLight and the annotation's and capture's interfaces both declare SetRep(VEKRep*). This
+// shim routes the object's own SetRep to SetGraphicRep, so that the common representation and the
+// object's graphic stay two distinct values.
+template <class Interface>
+class GraphicRepFace : public Interface {
+ public:
+  HRESULT SetRep(VEKRep* rep) final { return SetGraphicRep(rep); }
+
+ protected:
+  virtual HRESULT SetGraphicRep(VEKRep* rep) = 0;
+};
+
+class LightSet final : public ModelObject<kKindSet, VEKITPSLightSet, VEKITPSIdBroker> {
  public:
   // A new model holding one new set, returned with one reference; on success it takes over the
   // caller's reference to `previous` (may be null). E_OUTOFMEMORY when memory runs out.
   static HRESULT Create(VEKBaseUnknown* father, LightSet* previous, LightSet** out) noexcept;
-  // The set behind `set` when it is one of this library; null otherwise.
+  // The set behind `set` when it is a live set of this library; null for any other value, which
+  // is never looked through.
   static LightSet* From(VEKITPSLightSet* set) noexcept;
+  // Whether `set` is the face of a set whose model has not been freed, told from the address
+  // alone.
+  static bool IsLive(const VEKITPSLightSet* set) noexcept;
+  // Unlists the set of a model whose count has reached zero, before anything of it is freed.
+  void Unlist() noexcept;
 
-  HRESULT QueryInterface(const IID& iid, void** out) override;
-  std::uint32_t AddRef() override { return GetCore().AddRef(); }
-  std::uint32_t Release() override { return GetCore().Release(); }
-  VEKBaseUnknown* Identity() noexcept override { return static_cast<VEKITPSLightSet*>(this); }
   LightSet* AsSet() noexcept override { return this; }
 
   // Adds a new object of this model to its family and returns it with one reference; frees it
@@ -221,17 +211,20 @@ class LightSet final : public LightObject, public VEKITPSLightSet, public VEKITP
     return unresolved_;
   }
   const std::vector<VEKTPSLightUnresolved>& GetDuplicateIds() const override { return duplicates_; }
+  VEKBaseUnknown* FindObject(int id, int kind) const override;
 
   HRESULT GetObjectFromId(int id, int kind, VEKBaseUnknown** out) override;
 
  private:
-  LightSet(Core& core, VEKBaseUnknown* father) noexcept
-      : LightObject(core, kKindSet), father_(father) {}
+  LightSet(Core& core, VEKBaseUnknown* father) noexcept : ModelObject(core), father_(father) {}
   const VEKLightObjectList& Family(int kind) const noexcept { return families_[kind - 1]; }
   // Points the index entry of `id` away from `object`, which no longer holds it.
   void Unindex(const LightObject& object, int id) noexcept;
 
+  friend class LiveSets;
   VEKBaseUnknown* father_;
+  // The registry's link to the next live set of the same bucket, disguised as LiveSets keeps it.
+  std::uintptr_t listed_ = 0;
   std::optional<VEKUnicodeString> standard_;
   VEKLightObjectList families_[kKindCount];
   // Per kind, id -> the first-created object holding it.
@@ -240,17 +233,11 @@ class LightSet final : public LightObject, public VEKITPSLightSet, public VEKITP
   std::vector<VEKTPSLightUnresolved> duplicates_;
 };
 
-class Annotation final : public LightObject, public AnnotationFace, public VEKITPSLightModel {
+class Annotation final
+    : public ModelObject<VEKTPSLightKindAnnotation, GraphicRepFace<VEKITPSLightAnnotation>,
+                         VEKITPSLightModel> {
  public:
-  explicit Annotation(LightSet& set) noexcept
-      : LightObject(set.GetCore(), VEKTPSLightKindAnnotation) {}
-
-  HRESULT QueryInterface(const IID& iid, void** out) override;
-  std::uint32_t AddRef() override { return GetCore().AddRef(); }
-  std::uint32_t Release() override { return GetCore().Release(); }
-  VEKBaseUnknown* Identity() noexcept override {
-    return static_cast<VEKITPSLightAnnotation*>(this);
-  }
+  using ModelObject::ModelObject;
 
   HRESULT SetValue(double value) override;
   HRESULT SetDefault(int flag) override;
@@ -282,14 +269,9 @@ class Annotation final : public LightObject, public AnnotationFace, public VEKIT
   VEKLightObjectList views_;
 };
 
-class View final : public LightObject, public VEKITPSLightView {
+class View final : public ModelObject<VEKTPSLightKindView, VEKITPSLightView> {
  public:
-  explicit View(LightSet& set) noexcept : LightObject(set.GetCore(), VEKTPSLightKindView) {}
-
-  HRESULT QueryInterface(const IID& iid, void** out) override;
-  std::uint32_t AddRef() override { return GetCore().AddRef(); }
-  std::uint32_t Release() override { return GetCore().Release(); }
-  VEKBaseUnknown* Identity() noexcept override { return static_cast<VEKITPSLightView*>(this); }
+  using ModelObject::ModelObject;
 
   HRESULT SetOrigin(double x, double y, double z) override;
   HRESULT SetNormal(double x, double y, double z) override;
@@ -310,14 +292,9 @@ class View final : public LightObject, public VEKITPSLightView {
   VEKLightObjectList captures_;
 };
 
-class TTRS final : public LightObject, public VEKITPSLightTTRS {
+class TTRS final : public ModelObject<VEKTPSLightKindTTRS, VEKITPSLightTTRS> {
  public:
-  explicit TTRS(LightSet& set) noexcept : LightObject(set.GetCore(), VEKTPSLightKindTTRS) {}
-
-  HRESULT QueryInterface(const IID& iid, void** out) override;
-  std::uint32_t AddRef() override { return GetCore().AddRef(); }
-  std::uint32_t Release() override { return GetCore().Release(); }
-  VEKBaseUnknown* Identity() noexcept override { return static_cast<VEKITPSLightTTRS*>(this); }
+  using ModelObject::ModelObject;
 
   HRESULT AddGeometry(VEKRawCollint* ids) override;
   int GetGeometryCount() const override { return static_cast<int>(geometries_.size()); }
@@ -327,14 +304,9 @@ class TTRS final : public LightObject, public VEKITPSLightTTRS {
   std::vector<std::unique_ptr<VEKRawCollint>> geometries_;
 };
 
-class RefFrame final : public LightObject, public VEKITPSLightRefFrame {
+class RefFrame final : public ModelObject<VEKTPSLightKindRefFrame, VEKITPSLightRefFrame> {
  public:
-  explicit RefFrame(LightSet& set) noexcept : LightObject(set.GetCore(), VEKTPSLightKindRefFrame) {}
-
-  HRESULT QueryInterface(const IID& iid, void** out) override;
-  std::uint32_t AddRef() override { return GetCore().AddRef(); }
-  std::uint32_t Release() override { return GetCore().Release(); }
-  VEKBaseUnknown* Identity() noexcept override { return static_cast<VEKITPSLightRefFrame*>(this); }
+  using ModelObject::ModelObject;
 
   HRESULT AddDatum(VEKBaseUnknown* datum) override;
   HRESULT AddTTRS(int ttrsId) override;
@@ -349,14 +321,9 @@ class RefFrame final : public LightObject, public VEKITPSLightRefFrame {
   std::optional<VEKUnicodeString> attribute_;
 };
 
-class CG final : public LightObject, public VEKITPSLightCG {
+class CG final : public ModelObject<VEKTPSLightKindCG, VEKITPSLightCG> {
  public:
-  explicit CG(LightSet& set) noexcept : LightObject(set.GetCore(), VEKTPSLightKindCG) {}
-
-  HRESULT QueryInterface(const IID& iid, void** out) override;
-  std::uint32_t AddRef() override { return GetCore().AddRef(); }
-  std::uint32_t Release() override { return GetCore().Release(); }
-  VEKBaseUnknown* Identity() noexcept override { return static_cast<VEKITPSLightCG*>(this); }
+  using ModelObject::ModelObject;
 
   HRESULT AddTTRS(int ttrsId) override;
   HRESULT AddTRep(int repId) override;
@@ -371,14 +338,10 @@ class CG final : public LightObject, public VEKITPSLightCG {
   std::optional<VEKUnicodeString> attribute_;
 };
 
-class Capture final : public LightObject, public CaptureFace {
+class Capture final
+    : public ModelObject<VEKTPSLightKindCapture, GraphicRepFace<VEKITPSLightCapture>> {
  public:
-  explicit Capture(LightSet& set) noexcept : LightObject(set.GetCore(), VEKTPSLightKindCapture) {}
-
-  HRESULT QueryInterface(const IID& iid, void** out) override;
-  std::uint32_t AddRef() override { return GetCore().AddRef(); }
-  std::uint32_t Release() override { return GetCore().Release(); }
-  VEKBaseUnknown* Identity() noexcept override { return static_cast<VEKITPSLightCapture*>(this); }
+  using ModelObject::ModelObject;
 
   HRESULT AddTPS(VEKBaseUnknown* annotation) override;
   HRESULT AddView(VEKBaseUnknown* view) override;

@@ -1,4 +1,6 @@
 // The annotation set: its families of objects, its id broker and the making of a new model.
+#include <cstdint>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -6,16 +8,101 @@
 
 namespace VEKModelDetail {
 
+// The sets of every live model in the process, so that a pointer handed in from outside (a
+// caller's stale or uninitialised *out or set) is recognised without being looked through: a hash
+// table of buckets chaining the sets through a link each set carries. Inserting never allocates
+// and so never fails; the buckets start in static storage and grow (never shrinking) only past 64
+// live sets, so a load's allocations do not depend on what earlier loads did. Addresses are kept
+// complemented: the table must not pass for a reference to a set a host forgot to release, or
+// leak checkers would stop reporting it.
+class LiveSets {
+ public:
+  // Never destroyed, so that a model freed while the process exits still finds it.
+  static LiveSets& Instance() noexcept {
+    alignas(LiveSets) static unsigned char storage[sizeof(LiveSets)];
+    static LiveSets* const instance = new (storage) LiveSets();
+    return *instance;
+  }
+
+  void Add(LightSet& set) noexcept {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (count_ == bucketCount_) Grow();
+    Link(set);
+    ++count_;
+  }
+  void Remove(LightSet& set) noexcept {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (std::uintptr_t* link = &buckets_[BucketOf(&set)]; *link; link = &Reveal(*link)->listed_) {
+      if (Reveal(*link) == &set) {
+        *link = set.listed_;
+        --count_;
+        return;
+      }
+    }
+  }
+  bool Contains(const VEKITPSLightSet* face) noexcept {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    // Only listed sets are read while walking, never `face` itself.
+    for (std::uintptr_t link = buckets_[BucketOf(face)]; link; link = Reveal(link)->listed_) {
+      if (static_cast<const VEKITPSLightSet*>(Reveal(link)) == face) return true;
+    }
+    return false;
+  }
+
+ private:
+  static constexpr std::size_t kInitialBuckets = 64;
+
+  static std::uintptr_t Disguise(LightSet* set) noexcept {
+    return ~reinterpret_cast<std::uintptr_t>(set);
+  }
+  static LightSet* Reveal(std::uintptr_t disguised) noexcept {
+    return reinterpret_cast<LightSet*>(~disguised);
+  }
+  // Sets are found by the address of their VEKITPSLightSet face, the one callers hold.
+  std::size_t BucketOf(const VEKITPSLightSet* face) const noexcept {
+    const std::uint64_t mixed = reinterpret_cast<std::uintptr_t>(face) * 0x9E3779B97F4A7C15ull;
+    return static_cast<std::size_t>(mixed >> 32) & (bucketCount_ - 1);
+  }
+  void Link(LightSet& set) noexcept {
+    std::uintptr_t& bucket = buckets_[BucketOf(&set)];
+    set.listed_ = bucket;
+    bucket = Disguise(&set);
+  }
+  // Twice the buckets; when memory runs out the chains just grow longer.
+  void Grow() noexcept {
+    const std::size_t count = bucketCount_ * 2;
+    std::uintptr_t* grown = new (std::nothrow) std::uintptr_t[count]();
+    if (!grown) return;
+    std::uintptr_t* const old = buckets_;
+    const std::size_t oldCount = bucketCount_;
+    buckets_ = grown;
+    bucketCount_ = count;
+    for (std::size_t bucket = 0; bucket < oldCount; ++bucket) {
+      for (std::uintptr_t link = old[bucket]; link;) {
+        LightSet* set = Reveal(link);
+        link = set->listed_;
+        Link(*set);
+      }
+    }
+    if (old != initial_) delete[] old;
+  }
+
+  std::mutex mutex_;
+  std::uintptr_t initial_[kInitialBuckets] = {};
+  std::uintptr_t* buckets_ = initial_;
+  std::size_t bucketCount_ = kInitialBuckets;
+  std::size_t count_ = 0;
+};
+
 HRESULT LightSet::Create(VEKBaseUnknown* father, LightSet* previous, LightSet** out) noexcept {
   *out = nullptr;
   std::unique_ptr<Core> core(new (std::nothrow) Core());
   if (!core) return E_OUTOFMEMORY;
-  const HRESULT result = core->MakeLivenessToken();
-  if (VEKFailed(result)) return result;
   LightSet* set = new LightSet(*core, father);
   if (!set) return E_OUTOFMEMORY;
   Core* model = core.release();
   model->Adopt(set);
+  LiveSets::Instance().Add(*set);
   model->AdoptPrevious(previous);
   model->AddRef();
   *out = set;
@@ -23,74 +110,14 @@ HRESULT LightSet::Create(VEKBaseUnknown* father, LightSet* previous, LightSet** 
 }
 
 LightSet* LightSet::From(VEKITPSLightSet* set) noexcept {
-  if (!set) return nullptr;
-  VEKComPtr<LightObject> object;
-  if (VEKFailed(set->QueryInterface(kIIDLightObject, object.ReleaseAndGetVoidAddressOf()))) return nullptr;
-  // The caller's reference keeps the set alive once the query's reference is dropped.
-  return object->AsSet();
+  return IsLive(set) ? static_cast<LightSet*>(set) : nullptr;
 }
 
-HRESULT LightSet::QueryInterface(const IID& iid, void** out) {
-  return Answer(
-      iid, out,
-      {FaceOf<VEKITPSLightSet>(this), FaceOf<VEKITPSLight>(this), FaceOf<VEKITPSIdBroker>(this)});
+bool LightSet::IsLive(const VEKITPSLightSet* set) noexcept {
+  return set && LiveSets::Instance().Contains(set);
 }
 
-std::size_t IdIndex::Home(int id) const noexcept {
-  // Fibonacci hashing spreads runs of consecutive ids over the table.
-  const std::uint64_t mixed = static_cast<std::uint32_t>(id) * 0x9E3779B97F4A7C15ull;
-  return static_cast<std::size_t>(mixed >> 32) & (slots_.size() - 1);
-}
-
-// The slot holding `id`, or the free slot that ends its probe sequence; the table is not empty.
-std::size_t IdIndex::SlotOf(int id) const noexcept {
-  const std::size_t mask = slots_.size() - 1;
-  std::size_t slot = Home(id);
-  while (slots_[slot].object && slots_[slot].id != id) slot = (slot + 1) & mask;
-  return slot;
-}
-
-LightObject** IdIndex::Find(int id) noexcept {
-  if (count_ == 0) return nullptr;
-  Slot& slot = slots_[SlotOf(id)];
-  return slot.object ? &slot.object : nullptr;
-}
-
-std::pair<LightObject**, bool> IdIndex::TryEmplace(int id, LightObject* object) {
-  if (LightObject** found = Find(id)) return {found, false};
-  // At most half full, so probe sequences stay short.
-  if ((count_ + 1) * 2 > slots_.size()) Grow();
-  Slot& slot = slots_[SlotOf(id)];
-  slot = Slot{object, id};
-  ++count_;
-  return {&slot.object, true};
-}
-
-void IdIndex::Erase(int id) noexcept {
-  if (count_ == 0) return;
-  const std::size_t mask = slots_.size() - 1;
-  std::size_t hole = SlotOf(id);
-  if (!slots_[hole].object) return;
-  // Backward shift: later entries of the same run move into the hole unless their home lies
-  // cyclically after it, so no probe sequence is ever broken.
-  for (std::size_t next = (hole + 1) & mask; slots_[next].object; next = (next + 1) & mask) {
-    const std::size_t home = Home(slots_[next].id);
-    const bool stays = hole <= next ? (hole < home && home <= next) : (hole < home || home <= next);
-    if (stays) continue;
-    slots_[hole] = slots_[next];
-    hole = next;
-  }
-  slots_[hole] = Slot{};
-  --count_;
-}
-
-void IdIndex::Grow() {
-  std::vector<Slot> old(slots_.empty() ? 16 : slots_.size() * 2);
-  old.swap(slots_);
-  for (const Slot& entry : old) {
-    if (entry.object) slots_[SlotOf(entry.id)] = entry;
-  }
-}
+void LightSet::Unlist() noexcept { LiveSets::Instance().Remove(*this); }
 
 HRESULT LightSet::Adopt(LightObject* object) noexcept {
   const HRESULT result = families_[object->Kind() - 1].Append(object->Identity());
@@ -152,17 +179,19 @@ HRESULT LightSet::GetPreviousSet(VEKITPSLightSet** out) const {
   return S_OK;
 }
 
+VEKBaseUnknown* LightSet::FindObject(int id, int kind) const {
+  if (kind < 1 || kind > kKindCount) return nullptr;
+  LightObject* const* found = indexes_[kind - 1].Find(id);
+  return found ? (*found)->Identity() : nullptr;
+}
+
 HRESULT LightSet::GetObjectFromId(int id, int kind, VEKBaseUnknown** out) {
   if (!out) return E_POINTER;
   *out = nullptr;
-  if (kind >= 1 && kind <= kKindCount) {
-    LightObject* const* found = indexes_[kind - 1].Find(id);
-    if (found) {
-      VEKBaseUnknown* identity = (*found)->Identity();
-      identity->AddRef();
-      *out = identity;
-      return S_OK;
-    }
+  if (VEKBaseUnknown* identity = FindObject(id, kind)) {
+    identity->AddRef();
+    *out = identity;
+    return S_OK;
   }
   try {
     unresolved_.push_back({id, kind});

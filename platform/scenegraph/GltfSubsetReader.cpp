@@ -404,8 +404,10 @@ bool ReadAsset(JsonCursor& cursor, Ignored&) {
   return ReadMembers(cursor, members) && members[0].seen;
 }
 
-// The buffers and what fills them: tinygltf gives every buffer without a URI in a GLB the first
-// byteLength bytes of the BIN chunk.
+// The buffer and what fills it: tinygltf gives a buffer without a URI in a GLB the first
+// byteLength bytes of the BIN chunk. Only the first buffer may be the BIN chunk; tinygltf would
+// copy the chunk again for every further one, so a second buffer is declined, and the checks before
+// tinygltf then refuse it.
 struct BufferSection {
   std::vector<tinygltf::Buffer>& buffers;
   const unsigned char* bin;
@@ -418,8 +420,8 @@ bool ReadBuffers(JsonCursor& cursor, BufferSection& section) {
     int byteLength = 0;
     std::string_view name;
     Member members[] = {{"byteLength", &byteLength}, {"name", &name}};
-    if (!ReadMembers(cursor, members) || !members[0].seen || byteLength == 0 ||
-        static_cast<std::size_t>(byteLength) > section.binLength) {
+    if (!section.buffers.empty() || !ReadMembers(cursor, members) || !members[0].seen ||
+        byteLength == 0 || static_cast<std::size_t>(byteLength) > section.binLength) {
       return false;
     }
     tinygltf::Buffer& buffer = section.buffers.emplace_back();

@@ -2,6 +2,9 @@
 // chaining, links across models, and the ownership of representations and lists.
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <vector>
+
 #include "FailingAllocator.h"
 #include "ModelTestSupport.h"
 #include "RecordingModel.h"
@@ -151,7 +154,8 @@ TEST_F(ModelLifetime, CreationFailsCleanlyAtEveryAllocation) {
   };
   EXPECT_EQ(failUntilSuccess([&](bool& made) {
               VEKComPtr<VEKITPSLightTTRS> ttrs;
-              const HRESULT result = container_->CreateTTRS(ttrs.ReleaseAndGetAddressOf(), set_.Get());
+              const HRESULT result =
+                  container_->CreateTTRS(ttrs.ReleaseAndGetAddressOf(), set_.Get());
               made = static_cast<bool>(ttrs);
               return result;
             }),
@@ -160,7 +164,8 @@ TEST_F(ModelLifetime, CreationFailsCleanlyAtEveryAllocation) {
   EXPECT_EQ(set_->GetTTRS().Count(), 2) << "failed creations added nothing";
   EXPECT_GT(failUntilSuccess([&](bool& made) {
               VEKComPtr<VEKITPSLightSet> set;
-              const HRESULT result = container_->CreateLightSet(set.ReleaseAndGetAddressOf(), nullptr);
+              const HRESULT result =
+                  container_->CreateLightSet(set.ReleaseAndGetAddressOf(), nullptr);
               made = static_cast<bool>(set);
               return result;
             }),
@@ -217,24 +222,52 @@ TEST(ModelChaining, ASetMadeOverTheLastOneKeepsIt) {
   EXPECT_EQ(second->GetPreviousSet(nullptr), E_POINTER);
 }
 
-TEST(ModelChaining, OtherValuesInOutAreNeverFollowed) {
+TEST(ModelChaining, OtherValuesAreNeverLookedThrough) {
   auto container = MakeContainer();
-  VEKITPSLightSet* slot = reinterpret_cast<VEKITPSLightSet*>(0x1);
-  ASSERT_EQ(container->CreateLightSet(&slot, nullptr), S_OK);
-  VEKComPtr<VEKITPSLightSet> fresh;
-  fresh.Attach(slot);
-  VEKComPtr<VEKITPSLightSet> previous;
-  EXPECT_EQ(fresh->GetPreviousSet(previous.ReleaseAndGetAddressOf()), S_FALSE);
+  VEKComPtr<VEKITPSLightSet> live = MakeSet(container.Get());
+  vek_test::RecordingContainer recording;
+  VEKComPtr<VEKITPSLightSet> recordedSet;
+  ASSERT_EQ(recording.CreateLightSet(recordedSet.ReleaseAndGetAddressOf(), nullptr), S_OK);
+  auto annotation = Create<VEKITPSLightAnnotation>(container.Get(), live.Get());
+  alignas(std::max_align_t) unsigned char stackBytes[64];
+  std::vector<vek_model_test::StraySet> others = vek_model_test::StraySets(stackBytes);
+  others.push_back({"another model's set", recordedSet.Get()});
+  others.push_back(
+      {"an object, not its set", reinterpret_cast<VEKITPSLightSet*>(annotation.Get())});
 
-  // A freed set's address is stale: it must not be looked through or kept.
-  VEKITPSLightSet* stale = fresh.Get();
-  fresh.Reset();
-  slot = stale;
+  EXPECT_TRUE(VEKTPSLightContainer::IsLiveSet(live.Get()));
+  EXPECT_FALSE(VEKTPSLightContainer::IsLiveSet(nullptr));
+  for (const vek_model_test::StraySet& other : others) {
+    SCOPED_TRACE(other.what);
+    EXPECT_FALSE(VEKTPSLightContainer::IsLiveSet(other.value));
+    VEKComPtr<VEKITPSLightTTRS> ttrs;
+    EXPECT_EQ(container->CreateTTRS(ttrs.ReleaseAndGetAddressOf(), other.value), E_INVALIDARG);
+    EXPECT_FALSE(ttrs);
+    // Overwritten, not chained: the new set has no previous one.
+    VEKITPSLightSet* slot = other.value;
+    ASSERT_EQ(container->CreateLightSet(&slot, nullptr), S_OK);
+    VEKComPtr<VEKITPSLightSet> made;
+    made.Attach(slot);
+    VEKComPtr<VEKITPSLightSet> previous;
+    EXPECT_EQ(made->GetPreviousSet(previous.ReleaseAndGetAddressOf()), S_FALSE);
+  }
+  EXPECT_EQ(recording.GetLedger().Lines().size(), 1u) << "only its own creation";
+}
+
+TEST(ModelChaining, AnyLiveSetInOutIsChained) {
+  // Not only the set made last: any live set in *out carries the caller's reference, which the
+  // overwrite would lose.
+  auto container = MakeContainer();
+  VEKComPtr<VEKITPSLightSet> earlier = MakeSet(container.Get());
+  VEKComPtr<VEKITPSLightSet> later = MakeSet(container.Get());
+  VEKITPSLightSet* const earlierAddress = earlier.Get();
+  VEKITPSLightSet* slot = earlier.Detach();
   ASSERT_EQ(container->CreateLightSet(&slot, nullptr), S_OK);
-  VEKComPtr<VEKITPSLightSet> after;
-  after.Attach(slot);
-  EXPECT_EQ(after->GetPreviousSet(previous.ReleaseAndGetAddressOf()), S_FALSE);
-  EXPECT_FALSE(previous);
+  VEKComPtr<VEKITPSLightSet> made;
+  made.Attach(slot);
+  VEKComPtr<VEKITPSLightSet> previous;
+  ASSERT_EQ(made->GetPreviousSet(previous.ReleaseAndGetAddressOf()), S_OK);
+  EXPECT_EQ(previous.Get(), earlierAddress);
 }
 
 TEST(ModelChaining, ReleasingTheLastSetFreesALongChain) {

@@ -5,9 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "VEKComPtr.h"
 #include "VEKTPSLightModel.h"
@@ -47,6 +49,21 @@ VEKComPtr<I> Create(VEKTPSLightContainer* container, VEKITPSLightSet* set) {
   }
   EXPECT_EQ(result, S_OK);
   return made;
+}
+
+// A value a host may leave in a set pointer that is not a live set.
+struct StraySet {
+  const char* what;
+  VEKITPSLightSet* value;
+};
+
+// A freed set's address, a small integer and the address of `stackBytes`, filled with garbage.
+inline std::vector<StraySet> StraySets(unsigned char (&stackBytes)[64]) {
+  std::memset(stackBytes, 0xA5, sizeof stackBytes);
+  VEKITPSLightSet* freed = MakeSet(MakeContainer().Get()).Get();  // released to zero here
+  return {{"freed set", freed},
+          {"small integer", reinterpret_cast<VEKITPSLightSet*>(0x1234)},
+          {"stack bytes", reinterpret_cast<VEKITPSLightSet*>(stackBytes)}};
 }
 
 // Interface U of `object`, or an empty holder when it does not answer it.

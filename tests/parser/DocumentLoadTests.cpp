@@ -14,6 +14,7 @@
 
 #include "ParserTestSupport.h"
 #include "VEKTPSLightDocument.h"
+#include "VEKTPSLightLinks.h"
 
 using vek_test::ReadFileBytes;
 using vek_test::Utf8;
@@ -110,6 +111,28 @@ TEST_F(DocumentLoad, BundledDocumentsInEveryForm) {
   // The set and its 59 objects.
   EXPECT_EQ(fromFile.ObjectsBuilt(), 60u);
   EXPECT_TRUE(std::filesystem::is_empty(directory_.Path()));
+}
+
+// The links of a set are built once, on first use, also when threads ask at once.
+TEST_F(DocumentLoad, LinksOfEachSetAreBuiltOnce) {
+  const VEKTPSLightDocument document = LoadText(Bundled("pump_housing.xml"));
+  ASSERT_TRUE(document.Loaded());
+  const VEKTPSLightLinks* seen[4] = {};
+  std::vector<std::thread> threads;
+  for (const VEKTPSLightLinks*& links : seen)
+    threads.emplace_back([&document, &links] { links = document.Links(0); });
+  for (std::thread& thread : threads) thread.join();
+  ASSERT_NE(seen[0], nullptr);
+  for (const VEKTPSLightLinks* links : seen) EXPECT_EQ(links, seen[0]);
+  EXPECT_EQ(document.Links(1), nullptr);
+  EXPECT_EQ(document.Links(-1), nullptr);
+  // Every view is named by the annotations it shows.
+  VEKITPSLightSet& set = *document.Sets()[0].Get();
+  VEKBaseUnknown* view = set.GetViews().Get(0);
+  const auto& named = seen[0]->ReferencedBy(view);
+  ASSERT_FALSE(named.empty());
+  EXPECT_EQ(named.front().role, VEKTPSLightRole::View);
+  EXPECT_EQ(VEKTPSLightDocument().Links(0), nullptr);
 }
 
 TEST_F(DocumentLoad, FailuresSayWhyAndWhere) {

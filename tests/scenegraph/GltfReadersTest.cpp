@@ -98,6 +98,8 @@ INSTANTIATE_TEST_SUITE_P(
         Variant{"normalized_and_names", R"("type":"SCALAR")",
                 R"("type":"SCALAR","normalized":false,"name":"idx")", kAgree},
         Variant{"empty_children", R"("children":[1],)", R"("children":[],)", kAgree},
+        Variant{"normals_and_strip", R"({"POSITION":0},"indices":1,"mode":4)",
+                R"({"POSITION":0,"NORMAL":0},"indices":1,"mode":5)", kAgree},
         // Everything below is left to tinygltf.
         Variant{"duplicate_member", R"("scene":0,)", R"("scene":0,"scene":0,)", kDeclined},
         Variant{"duplicate_attribute", R"({"POSITION":0})", R"({"POSITION":0,"POSITION":0})",

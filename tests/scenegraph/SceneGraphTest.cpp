@@ -1,6 +1,7 @@
 // The GLB reader on generated scenes and on corrupted copies of them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -42,10 +43,15 @@ void Put32(std::vector<char>& glb, std::size_t offset, std::uint32_t value) {
 std::size_t JsonChunkEnd(const std::vector<char>& glb) { return 20 + Get32(glb, 12); }
 
 TEST(SceneGraphRead, GeneratedSceneKeepsMeshesNodesAndTransforms) {
-  const std::vector<char> glb = vek_test::BuildMeshesGlb(2, 1, 1);
+  std::vector<char> glb = vek_test::BuildMeshesGlb(2, 1, 1);
+  const std::size_t glbSize = glb.size();
+  glb.insert(glb.end(), 3, '\x7F');  // bytes after the GLB are not kept with it
   const auto rep = Read(glb);
   ASSERT_TRUE(rep);
-  EXPECT_EQ(rep->GetBlobSize(), glb.size());
+  EXPECT_EQ(rep->GetBlobSize(), glbSize + 3);
+  ASSERT_EQ(rep->GetGlb().size(), glbSize);
+  EXPECT_TRUE(std::equal(rep->GetGlb().begin(), rep->GetGlb().end(),
+                         reinterpret_cast<const unsigned char*>(glb.data())));
 
   struct Expected {
     int mode, vertexCount, indexCount;
@@ -60,11 +66,18 @@ TEST(SceneGraphRead, GeneratedSceneKeepsMeshesNodesAndTransforms) {
     EXPECT_EQ(primitive.mode, expected[mesh].mode);
     EXPECT_EQ(primitive.vertexCount, expected[mesh].vertexCount);
     EXPECT_EQ(primitive.indexCount, expected[mesh].indexCount);
-    ASSERT_EQ(primitive.positions.size(), 3u * expected[mesh].vertexCount);
+    ASSERT_TRUE(primitive.positions);
+    ASSERT_EQ(primitive.positions->size(), 3u * expected[mesh].vertexCount);
     for (int vertex = 0; vertex < expected[mesh].vertexCount; ++vertex) {
-      EXPECT_EQ(primitive.positions[3 * vertex], float(mesh));
-      EXPECT_EQ(primitive.positions[3 * vertex + 1], float(vertex));
-      EXPECT_EQ(primitive.positions[3 * vertex + 2], 0.5f);
+      EXPECT_EQ((*primitive.positions)[3 * vertex], float(mesh));
+      EXPECT_EQ((*primitive.positions)[3 * vertex + 1], float(vertex));
+      EXPECT_EQ((*primitive.positions)[3 * vertex + 2], 0.5f);
+    }
+    EXPECT_FALSE(primitive.normals);
+    if (expected[mesh].indexCount == 0) {
+      EXPECT_FALSE(primitive.indices);
+    } else {
+      EXPECT_EQ(*primitive.indices, (std::vector<std::uint32_t>{0, 1, 2}));
     }
   }
 
@@ -73,15 +86,21 @@ TEST(SceneGraphRead, GeneratedSceneKeepsMeshesNodesAndTransforms) {
   EXPECT_EQ(rep->GetRootNodes(), std::vector<int>{0});
   EXPECT_TRUE(nodes[0].name == "root");
   EXPECT_EQ(nodes[0].mesh, -1);
+  EXPECT_EQ(nodes[0].parent, -1);
   EXPECT_EQ(nodes[0].children, (std::vector<int>{1, 2, 3, 4}));
   // translation (1, 2, 3) * quarter turn about z * scale 2, column-major
   const double root[16] = {0, 2, 0, 0, -2, 0, 0, 0, 0, 0, 2, 0, 1, 2, 3, 1};
   const double third[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 2, 0, 0, 1};
+  // root * third: the child's translation (2, 0, 0) turned and scaled
+  const double thirdWorld[16] = {0, 2, 0, 0, -2, 0, 0, 0, 0, 0, 2, 0, 1, 6, 3, 1};
   for (int i = 0; i < 16; ++i) {
     EXPECT_NEAR(nodes[0].matrix[i], root[i], 1e-12) << i;
+    EXPECT_NEAR(nodes[0].worldMatrix[i], root[i], 1e-12) << i;
     EXPECT_EQ(nodes[3].matrix[i], third[i]) << i;
+    EXPECT_NEAR(nodes[3].worldMatrix[i], thirdWorld[i], 1e-12) << i;
   }
   EXPECT_EQ(nodes[3].mesh, 2);
+  EXPECT_EQ(nodes[3].parent, 0);
   EXPECT_TRUE(nodes[3].children.empty());
 }
 
@@ -90,14 +109,6 @@ TEST(SceneGraphRead, NullEmptyAndNegativeLengthsAreRejected) {
   EXPECT_EQ(VEKReadSceneGraph(nullptr, 100), nullptr);
   EXPECT_EQ(VEKReadSceneGraph(glb.data(), 0), nullptr);
   EXPECT_EQ(VEKReadSceneGraph(glb.data(), -1), nullptr);
-}
-
-TEST(SceneGraphRead, BytesAfterTheDeclaredLengthAreIgnored) {
-  std::vector<char> glb = vek_test::BuildMeshesGlb(1, 0, 0);
-  glb.insert(glb.end(), 5, '\x7F');
-  const auto rep = Read(glb);
-  ASSERT_TRUE(rep);
-  EXPECT_EQ(rep->GetBlobSize(), glb.size());
 }
 
 TEST(SceneGraphRead, EveryTruncationIsRejected) {
@@ -186,7 +197,6 @@ TEST(SceneGraphRead, OutOfRangeIndicesOffsetsAndCyclesAreRejected) {
   const Json huge = UINT64_MAX;
   const JsonCase cases[] = {
       {"accessor offset past its view", [](Json& g) { g["accessors"][0]["byteOffset"] = 40; }},
-      {"accessor last element past its view", [](Json& g) { g["accessors"][0]["byteOffset"] = 4; }},
       {"accessor offset near 2^64", [&](Json& g) { g["accessors"][0]["byteOffset"] = huge; }},
       {"accessor count past its view", [](Json& g) { g["accessors"][0]["count"] = 4; }},
       {"accessor count INT_MAX + 1", [](Json& g) { g["accessors"][0]["count"] = 1u << 31; }},
@@ -197,7 +207,6 @@ TEST(SceneGraphRead, OutOfRangeIndicesOffsetsAndCyclesAreRejected) {
          g["accessors"][0]["count"] = 1u << 31;
        }},
       {"accessor view index", [](Json& g) { g["accessors"][0]["bufferView"] = 9; }},
-      {"view stride below element size", [](Json& g) { g["bufferViews"][0]["byteStride"] = 4; }},
       {"view length past buffer", [](Json& g) { g["bufferViews"][0]["byteLength"] = 1000; }},
       {"view offset near 2^64", [&](Json& g) { g["bufferViews"][0]["byteOffset"] = huge; }},
       {"view buffer index", [](Json& g) { g["bufferViews"][0]["buffer"] = 1; }},
@@ -241,6 +250,14 @@ TEST(SceneGraphRead, OutOfRangeIndicesOffsetsAndCyclesAreRejected) {
        [](Json& g) {
          g["nodes"][1]["translation"] = {1, 2};
        }},
+      {"second buffer in the BIN chunk",
+       [](Json& g) {
+         g["buffers"].push_back({{"byteLength", 4}});
+       }},
+      {"second buffer with an empty URI",
+       [](Json& g) {
+         g["buffers"].push_back({{"byteLength", 4}, {"uri", ""}});
+       }},
       {"external image",
        [](Json& g) {
          g["images"] = {{{"uri", "picture.png"}}};
@@ -261,6 +278,65 @@ TEST(SceneGraphRead, OutOfRangeIndicesOffsetsAndCyclesAreRejected) {
   }
 }
 
+struct BoundaryCase {
+  const char* name;
+  int bufferLength;  // of the buffer's 264 bytes in the BIN chunk
+  int viewOffset, viewLength;
+  int stride;  // -1: none given
+  int accessorOffset;
+  int componentType;
+  const char* type;
+  int count;
+  bool accepted;
+};
+
+// A buffer view and one accessor over it, exactly at and one byte beyond each limit, read directly
+// and through tinygltf.
+TEST(SceneGraphRead, RangesAndStridesAtTheirLimits) {
+  constexpr int kFloat = 5126;
+  constexpr int kUnsignedByte = 5121;
+  const BoundaryCase cases[] = {
+      {"view ends at the buffer's end", 100, 40, 60, -1, 0, kFloat, "VEC3", 1, true},
+      {"view one byte past the buffer's end", 100, 40, 61, -1, 0, kFloat, "VEC3", 1, false},
+      {"last element ends at the view's end", 264, 0, 36, -1, 0, kFloat, "VEC3", 3, true},
+      {"last element one byte past the view's end", 264, 0, 35, -1, 0, kFloat, "VEC3", 3, false},
+      {"offset element ends at the view's end", 264, 0, 40, -1, 4, kFloat, "VEC3", 3, true},
+      {"offset element one byte past the view's end", 264, 0, 39, -1, 4, kFloat, "VEC3", 3, false},
+      {"strided element ends at the view's end", 264, 0, 44, 16, 0, kFloat, "VEC3", 3, true},
+      {"strided element one byte past the view's end", 264, 0, 43, 16, 0, kFloat, "VEC3", 3, false},
+      {"stride 4, the smallest", 264, 0, 8, 4, 0, kFloat, "SCALAR", 2, true},
+      {"stride 252, the largest", 264, 0, 256, 252, 0, kFloat, "SCALAR", 2, true},
+      {"stride 253", 264, 0, 257, 253, 0, kFloat, "SCALAR", 2, false},
+      {"stride 256", 264, 0, 260, 256, 0, kFloat, "SCALAR", 2, false},
+      {"stride 6, not a multiple of 4", 264, 0, 10, 6, 0, kFloat, "SCALAR", 2, false},
+      {"stride 3, the element's size", 264, 0, 6, 3, 0, kUnsignedByte, "VEC3", 2, false},
+      // An explicit 0 reads as no stride (as tinygltf has it), although glTF wants at least 4.
+      {"stride 0, tightly packed", 264, 0, 24, 0, 0, kFloat, "VEC3", 2, true},
+      {"stride 12, the element's size", 264, 0, 36, 12, 0, kFloat, "VEC3", 3, true},
+      {"stride 8, below the element's size", 264, 0, 36, 8, 0, kFloat, "VEC3", 3, false},
+  };
+  const std::vector<unsigned char> bin(264, 0);
+  for (const BoundaryCase& row : cases) {
+    Json view = {{"buffer", 0}, {"byteOffset", row.viewOffset}, {"byteLength", row.viewLength}};
+    if (row.stride >= 0) view["byteStride"] = row.stride;
+    Json gltf = {
+        {"asset", {{"version", "2.0"}}},
+        {"buffers", {{{"byteLength", row.bufferLength}}}},
+        {"bufferViews", {view}},
+        {"accessors",
+         {{{"bufferView", 0},
+           {"byteOffset", row.accessorOffset},
+           {"componentType", row.componentType},
+           {"count", row.count},
+           {"type", row.type}}}},
+        {"meshes", {{{"primitives", {{{"attributes", {{"POSITION", 0}}}, {"mode", 0}}}}}}}};
+    EXPECT_EQ(Read(BuildGlb(gltf.dump(), bin)) != nullptr, row.accepted) << row.name;
+    gltf["extras"] = Json::object();  // left to tinygltf
+    EXPECT_EQ(Read(BuildGlb(gltf.dump(), bin)) != nullptr, row.accepted)
+        << row.name << ", read by tinygltf";
+  }
+}
+
 TEST(SceneGraphRead, UnreadablePositionsKeepCountsOnly) {
   const vek_test::GlbParts parts = MakeMeshesParts(1, 0, 0);
   const JsonCase cases[] = {
@@ -277,7 +353,31 @@ TEST(SceneGraphRead, UnreadablePositionsKeepCountsOnly) {
     const auto rep = Read(BuildGlb(gltf.dump(), parts.bin));
     ASSERT_TRUE(rep) << row.name;
     EXPECT_EQ(rep->GetMeshes()[0].primitives[0].vertexCount, 3) << row.name;
-    EXPECT_TRUE(rep->GetMeshes()[0].primitives[0].positions.empty()) << row.name;
+    EXPECT_FALSE(rep->GetMeshes()[0].primitives[0].positions) << row.name;
+  }
+}
+
+TEST(SceneGraphRead, NormalsAreReadWhenTheyMatchThePositions) {
+  const vek_test::GlbParts parts = MakeMeshesParts(1, 0, 0);
+  struct NormalCase {
+    const char* name;
+    int accessor;  // 0 the positions, 1 the indices, 2 two float triples
+    bool read;
+  };
+  for (const NormalCase& row : {NormalCase{"the positions' accessor", 0, true},
+                                NormalCase{"unsigned short scalars", 1, false},
+                                NormalCase{"fewer than the positions", 2, false}}) {
+    Json gltf = Json::parse(parts.json);
+    gltf["accessors"].push_back(
+        {{"bufferView", 0}, {"componentType", 5126}, {"count", 2}, {"type", "VEC3"}});
+    gltf["meshes"][0]["primitives"][0]["attributes"]["NORMAL"] = row.accessor;
+    const auto rep = Read(BuildGlb(gltf.dump(), parts.bin));
+    ASSERT_TRUE(rep) << row.name;
+    const VEKRepPrimitive& primitive = rep->GetMeshes()[0].primitives[0];
+    ASSERT_EQ(primitive.normals != nullptr, row.read) << row.name;
+    if (row.read) {
+      EXPECT_EQ(*primitive.normals, *primitive.positions);
+    }
   }
 }
 
@@ -292,7 +392,7 @@ TEST(SceneGraphRead, PositionsFollowTheViewStride) {
       {"meshes", {{{"primitives", {{{"attributes", {{"POSITION", 0}}}, {"mode", 0}}}}}}}};
   const auto rep = Read(BuildGlb(gltf.dump(), bin));
   ASSERT_TRUE(rep);
-  EXPECT_EQ(rep->GetMeshes()[0].primitives[0].positions, (std::vector<float>{1, 2, 3, 4, 5, 6}));
+  EXPECT_EQ(*rep->GetMeshes()[0].primitives[0].positions, (std::vector<float>{1, 2, 3, 4, 5, 6}));
   EXPECT_TRUE(rep->GetRootNodes().empty());
 }
 
@@ -320,8 +420,12 @@ TEST(SceneGraphRead, DataUriBufferLoads) {
                               vek_test::EncodeBase64(parts.bin.data(), parts.bin.size());
   const auto rep = Read(BuildGlb(gltf.dump()));
   ASSERT_TRUE(rep);
-  EXPECT_EQ(rep->GetMeshes()[0].primitives[0].positions,
+  EXPECT_EQ(*rep->GetMeshes()[0].primitives[0].positions,
             (std::vector<float>{0, 0, 0.5f, 0, 1, 0.5f, 0, 2, 0.5f}));
+  // A data URI may follow the BIN chunk's buffer, which alone holds no URI.
+  gltf["buffers"].insert(gltf["buffers"].begin(), Json::object({{"byteLength", parts.bin.size()}}));
+  gltf["bufferViews"][0]["buffer"] = 1;
+  EXPECT_TRUE(Read(BuildGlb(gltf.dump(), parts.bin)));
 }
 
 // A valid document whose "extras" holds `depth` nested arrays.

@@ -285,15 +285,13 @@ class RecordingSet final : public Recorded<VEKITPSLightSet, VEKITPSIdBroker> {
   }
   const std::vector<VEKTPSLightUnresolved>& GetDuplicateIds() const override { return duplicates_; }
 
+  VEKBaseUnknown* FindObject(int id, int kind) const override {
+    RecordingObject* found = Lookup(id, kind);
+    return found ? found->Identity() : nullptr;
+  }
+
   HRESULT GetObjectFromId(int id, int kind, VEKBaseUnknown** out) override {
-    RecordingObject* found = nullptr;
-    // Test documents are small: a scan in creation order keeps "first created wins" obvious.
-    for (const std::unique_ptr<RecordingObject>& object : container_.objects_) {
-      if (!found && out && object->Set() == this && Index(object->Kind()) == kind &&
-          object->GetId() == id) {
-        found = object.get();
-      }
-    }
+    RecordingObject* found = out ? Lookup(id, kind) : nullptr;
     Log("GetObjectFromId(" + Show(id) + ", " + Show(kind) + ") -> " +
         (found ? found->Name() : "fail"));
     if (!out) return E_POINTER;
@@ -308,6 +306,16 @@ class RecordingSet final : public Recorded<VEKITPSLightSet, VEKITPSIdBroker> {
   }
 
  private:
+  // Test documents are small: a scan in creation order keeps "first created wins" obvious.
+  RecordingObject* Lookup(int id, int kind) const {
+    for (const std::unique_ptr<RecordingObject>& object : container_.objects_) {
+      if (object->Set() == this && Index(object->Kind()) == kind && object->GetId() == id) {
+        return object.get();
+      }
+    }
+    return nullptr;
+  }
+
   VEKBaseUnknown* father_;
   Text standard_;
   VEKLightObjectList families_[6];
