@@ -332,20 +332,19 @@ class Viewer {
     this.camera.far = distance + this.bounds.radius * 2;
     this.camera.updateProjectionMatrix();
     this.renderer.render(this.scene, this.camera);
-    if (!document.body.dataset.ready) {
-      document.body.dataset.ready = 'true';
+    if (!window.vekView.ready) {
+      // Milliseconds from the start of navigation to the first frame, for measurements.
+      window.vekView.readyMs = performance.now();
       window.vekView.ready = true;
     }
   }
 }
 
 async function main() {
-  const started = performance.now();
   window.vekView = { ready: false };
   const model = JSON.parse(document.getElementById('vek-model').textContent);
   const gltf = await new GLTFLoader().parseAsync(decodeBase64(document.getElementById('vek-scene').textContent), '');
   window.vekView.viewer = new Viewer(model, gltf);
-  window.vekView.loadMs = performance.now() - started;
 }
 
 main().catch((error) => {
