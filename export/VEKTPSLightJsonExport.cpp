@@ -5,9 +5,8 @@
 #include <optional>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
 #include "VEKComPtr.h"
+#include "VEKTPSLightJsonModel.h"
 
 namespace {
 
@@ -153,7 +152,9 @@ Json Family(const VEKLightObjectList& list) {
   return objects;
 }
 
-Json Set(VEKITPSLightSet& set) {
+}  // namespace
+
+nlohmann::ordered_json VEKJsonOfSet(VEKITPSLightSet& set) {
   VEKComPtr<VEKITPSLight> light;
   const bool hasLight =
       VEKSucceeded(set.QueryInterface(VEKITPSLight::kIID, light.ReleaseAndGetVoidAddressOf()));
@@ -177,8 +178,6 @@ Json Set(VEKITPSLightSet& set) {
   return out;
 }
 
-}  // namespace
-
 HRESULT VEKExportLoadToJson(VEKTPSLightSchema schema, HRESULT loadResult, VEKITPSLightSet* lastSet,
                             bool pretty, std::string& json) noexcept {
   try {
@@ -191,7 +190,8 @@ HRESULT VEKExportLoadToJson(VEKTPSLightSchema schema, HRESULT loadResult, VEKITP
     out["schema"] = schema == VEKTPSLightSchema::Current ? "current" : "legacy";
     out["result"] = result;
     out["sets"] = Json::array();
-    for (const VEKComPtr<VEKITPSLightSet>& set : sets) out["sets"].push_back(Set(*set.Get()));
+    for (const VEKComPtr<VEKITPSLightSet>& set : sets)
+      out["sets"].push_back(VEKJsonOfSet(*set.Get()));
 
     json = out.dump(pretty ? 2 : -1);
     return S_OK;
@@ -200,4 +200,13 @@ HRESULT VEKExportLoadToJson(VEKTPSLightSchema schema, HRESULT loadResult, VEKITP
   } catch (...) {
     return E_FAIL;
   }
+}
+
+HRESULT VEKExportDocumentToJson(const VEKTPSLightDocument& document, bool pretty,
+                                std::string& json) noexcept {
+  const std::optional<VEKTPSLightSchema> schema = document.Schema();
+  if (!schema) return E_FAIL;
+  const auto& sets = document.Sets();
+  return VEKExportLoadToJson(*schema, document.Result(), sets.empty() ? nullptr : sets.back().Get(),
+                             pretty, json);
 }

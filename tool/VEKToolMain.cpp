@@ -3,306 +3,253 @@
 // act on.
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
-#include <climits>
+#include <csignal>
 #include <cstdio>
-#include <fstream>
 #include <new>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "VEKTPSLightJsonExport.h"
-#include "VEKToolCheck.h"
 #include "VEKToolInput.h"
-#include "VEKToolLoad.h"
+#include "VEKToolOutput.h"
+#include "VEKToolReport.h"
 
 namespace {
 
-// The sets of one load in creation order; none when memory ran out.
-std::vector<VEKComPtr<VEKITPSLightSet>> SetsOfLoad(VEKITPSLightSet* lastSet) {
-  std::vector<VEKComPtr<VEKITPSLightSet>> sets;
-  (void)VEKGetSetsOfLoad(lastSet, sets);
-  return sets;
-}
-
-// Given with --zlib when no SIZE follows it: the size is found by inflating the data.
-const char* const kFindSize = "find";
+const std::vector<std::string> kCommands = {"summary", "json", "check", "csv"};
 
 struct Options {
   std::vector<std::string> files;
-  std::string zlibSize;
   bool base64 = false;
   bool plain = false;
+  bool zlib = false;
+  std::string schema;
   std::string dump;
   std::string output;
   bool pretty = false;
-  VEKToolInputOptions input;
+  bool json = false;
+  int set = 0;
+  VEKTPSLightLoadOptions load;
 };
 
 void Report(const std::string& file, const std::string& message) {
   std::fprintf(stderr, "vektps: %s: %s\n", file.c_str(), message.c_str());
 }
 
-std::string ResultText(HRESULT result) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08x", static_cast<unsigned>(result));
-  return text;
-}
-
-std::string FailedLoad(const VEKToolDocument& document, HRESULT result) {
-  const std::string reason = VEKToolExplainFailedLoad(document);
-  return "load failed (" + ResultText(result) + ")" + (reason.empty() ? "" : ": " + reason);
-}
-
-// Loads an opened document and keeps its dump when asked. False (reported) when nothing loaded.
-bool LoadDocument(const VEKToolDocument& document, const Options& options, VEKToolScratch& scratch,
-                  VEKToolLoadResult& load, int& status) {
+// Loads one file; false (reported, status set) when it could not even be read.
+bool Load(const std::string& file, const Options& options, VEKTPSLightDocument& document,
+          int& status) {
   std::string error;
-  if (!VEKToolLoad(document, scratch, load, error)) {
-    Report(document.path, error);
+  bool read = false;
+  {
+    // A dump being written is never left half-done by an interruption.
+    std::optional<VEKToolHeldSignals> held;
+    if (!options.load.dumpPath.empty()) held.emplace();
+    read = VEKToolLoad(file, options.load, document, error);
+  }
+  if (read && (document.Status() == VEKTPSLightLoadStatus::ReadFailed ||
+               document.Status() == VEKTPSLightLoadStatus::TooLarge)) {
+    read = false;
+    error = document.Error();
+  }
+  if (!read) {
+    Report(file, error);
     status = 1;
     return false;
   }
-  if (!options.dump.empty()) {
-    if (!load.dumped) {
-      Report(document.path, "no dump was kept: only a current-schema load writes one");
-    } else if (!VEKToolKeepDump(scratch, options.dump, error)) {
-      Report(document.path, error);
+  if (!options.load.dumpPath.empty() && !document.Dumped()) {
+    if (document.Schema() == VEKTPSLightSchema::Legacy) {
+      Report(file, "no dump was written: only a current-schema load writes one");
+    } else if (document.Schema()) {
+      Report(file, "cannot write the dump to " + options.load.dumpPath);
       status = 1;
     }
   }
   return true;
 }
 
-// ---- summary ----
-
-// Width of a text in columns, one per character.
-std::size_t Width(const std::string& text) {
-  std::size_t width = 0;
-  for (const char c : text) width += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-  return width;
+// Writes `text` to `output`; false when the run should end (a message was printed unless the
+// reader went away).
+bool Emit(VEKToolOutput& output, const std::string& text, int& status) {
+  std::string error;
+  if (output.Write(text, error)) return true;
+  if (!error.empty()) std::fprintf(stderr, "vektps: %s\n", error.c_str());
+  status = 1;
+  return false;
 }
 
-std::string Cell(const std::optional<VEKUnicodeString>& text) {
-  if (!text || text->GetLengthInChar() == 0) return "-";
-  std::string cell = text->ConvertToChar();
-  for (char& c : cell) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
+int Finish(VEKToolOutput& output, int status) {
+  std::string error;
+  if (!output.Commit(error)) {
+    std::fprintf(stderr, "vektps: %s\n", error.c_str());
+    return 1;
   }
-  return cell;
-}
-
-// One table, each column as wide as its widest cell: text to the left, counts to the right.
-void PrintTable(const std::vector<std::vector<std::string>>& rows, std::size_t leftColumns) {
-  std::vector<std::size_t> widths(rows.front().size(), 0);
-  for (const auto& row : rows) {
-    for (std::size_t column = 0; column < row.size(); ++column)
-      widths[column] = std::max(widths[column], Width(row[column]));
-  }
-  for (const auto& row : rows) {
-    std::string line;
-    for (std::size_t column = 0; column < row.size(); ++column) {
-      const std::string padding(widths[column] - Width(row[column]), ' ');
-      line += "  ";
-      line += column < leftColumns ? row[column] + padding : padding + row[column];
-    }
-    while (!line.empty() && line.back() == ' ') line.pop_back();
-    std::printf("%s\n", line.c_str());
-  }
-}
-
-void PrintSummary(const VEKToolDocument& document, const VEKToolLoadResult& load) {
-  std::printf("%s: %s schema, %s, load result %s\n", document.path.c_str(),
-              document.schema == VEKToolSchema::Legacy ? "legacy" : "current",
-              VEKToolFormName(document.form), ResultText(load.result).c_str());
-  const std::vector<VEKComPtr<VEKITPSLightSet>> sets = SetsOfLoad(load.lastSet.Get());
-  if (sets.empty()) {
-    std::printf("  no set was made\n");
-    return;
-  }
-  std::vector<std::vector<std::string>> rows = {{"set", "name", "standard", "TTRS", "annotations",
-                                                 "views", "ref frames", "CGs", "captures",
-                                                 "unresolved"}};
-  for (std::size_t k = 0; k < sets.size(); ++k) {
-    VEKITPSLightSet& set = *sets[k].Get();
-    VEKComPtr<VEKITPSLight> light;
-    const std::optional<VEKUnicodeString> name =
-        VEKSucceeded(set.QueryInterface(VEKITPSLight::kIID, light.ReleaseAndGetVoidAddressOf())) && light
-            ? light->GetName()
-            : std::nullopt;
-    const VEKLightObjectList* annotations = set.GetAnnotations();
-    rows.push_back({std::to_string(k + 1), Cell(name), Cell(set.GetStandard()),
-                    std::to_string(set.GetTTRS().Count()),
-                    std::to_string(annotations ? annotations->Count() : 0),
-                    std::to_string(set.GetViews().Count()),
-                    std::to_string(set.GetRefFrames().Count()),
-                    std::to_string(set.GetCGs().Count()), std::to_string(set.GetCaptures().Count()),
-                    std::to_string(set.GetUnresolvedReferences().size())});
-  }
-  PrintTable(rows, 3);
+  return status;
 }
 
 int Summary(const Options& options) {
-  VEKToolScratch scratch;
+  VEKToolOutput output("");
   int status = 0;
-  bool first = true;
-  for (const std::string& file : options.files) {
-    VEKToolDocument document;
-    std::string error;
-    if (!VEKToolOpenDocument(file, options.input, document, error)) {
-      Report(file, error);
+  for (std::size_t k = 0; k < options.files.size(); ++k) {
+    const std::string& file = options.files[k];
+    VEKTPSLightDocument document;
+    if (!Load(file, options, document, status)) continue;
+    if (!document.Loaded()) {
+      if (!options.json) Report(file, VEKToolFailure(document));
       status = 1;
-      continue;
+      if (!document.Schema() && !options.json) continue;
     }
-    VEKToolLoadResult load;
-    if (!LoadDocument(document, options, scratch, load, status)) continue;
-    if (VEKFailed(load.result)) {
-      Report(file, FailedLoad(document, load.result));
-      status = 1;
-    }
-    if (!first) std::printf("\n");
-    first = false;
-    PrintSummary(document, load);
+    const std::string text = options.json
+                                 ? VEKToolSummaryJson(file, document)
+                                 : (k > 0 ? "\n" : "") + VEKToolSummaryText(file, document);
+    if (!Emit(output, text, status)) break;
   }
-  return status;
+  return Finish(output, status);
 }
-
-// ---- json ----
 
 int Json(const Options& options) {
-  const std::string& file = options.files.front();
-  VEKToolDocument document;
-  std::string error;
-  if (!VEKToolOpenDocument(file, options.input, document, error)) {
-    Report(file, error);
-    return 1;
-  }
-  VEKToolScratch scratch;
-  VEKToolLoadResult load;
-  int status = 0;
-  if (!LoadDocument(document, options, scratch, load, status)) return 1;
-
-  std::string json;
-  const VEKTPSLightSchema schema = document.schema == VEKToolSchema::Legacy
-                                       ? VEKTPSLightSchema::Legacy
-                                       : VEKTPSLightSchema::Current;
-  if (VEKFailed(
-          VEKExportLoadToJson(schema, load.result, load.lastSet.Get(), options.pretty, json))) {
-    Report(file, "the model cannot be written as JSON: out of memory");
-    return 1;
-  }
-  json += '\n';
-  if (options.output.empty()) {
-    if (std::fwrite(json.data(), 1, json.size(), stdout) != json.size() || std::fflush(stdout)) {
-      Report(file, "cannot write JSON to standard output");
-      return 1;
-    }
-  } else {
-    std::ofstream out(options.output, std::ios::binary | std::ios::trunc);
-    out << json;
-    out.close();
-    if (!out) {
-      Report(file, "cannot write JSON to " + options.output);
-      return 1;
-    }
-  }
-  if (VEKFailed(load.result)) {
-    Report(file, FailedLoad(document, load.result));
-    status = 1;
-  }
-  return status;
-}
-
-// ---- check ----
-
-int Check(const Options& options) {
-  VEKToolScratch scratch;
+  // One document: its JSON, pretty if asked; several: JSON Lines, one document a line.
+  VEKToolOutput output(options.output);
   int status = 0;
   for (const std::string& file : options.files) {
-    VEKToolDocument document;
-    document.path = file;
-    std::string error;
-    if (!VEKToolReadFile(file, document.fileBytes, error)) {
-      Report(file, error);
+    VEKTPSLightDocument document;
+    if (!Load(file, options, document, status)) continue;
+    std::string json;
+    if (!document.Schema()) {
+      Report(file, VEKToolFailure(document));
       status = 1;
       continue;
     }
-    if (!VEKToolDecode(options.input, document, error) || !VEKToolParse(document, error)) {
-      std::printf("%s: load failed: %s\n", file.c_str(), error.c_str());
+    if (VEKFailed(VEKExportDocumentToJson(document, options.pretty, json))) {
+      Report(file, "the model cannot be written as JSON: out of memory");
       status = 1;
       continue;
     }
-    VEKToolLoadResult load;
-    if (!LoadDocument(document, options, scratch, load, status)) continue;
-    if (VEKFailed(load.result)) {
-      std::printf("%s: %s\n", file.c_str(), FailedLoad(document, load.result).c_str());
+    if (!document.Loaded()) {
+      Report(file, VEKToolFailure(document));
       status = 1;
     }
-    for (const VEKToolProblem& problem :
-         VEKToolFindProblems(document, SetsOfLoad(load.lastSet.Get()))) {
-      std::printf("%s: %s\n", file.c_str(), problem.text.c_str());
-      status = 1;
-    }
+    if (!Emit(output, json + "\n", status)) return status;
+  }
+  return Finish(output, status);
+}
+
+int Check(const Options& options) {
+  VEKToolOutput output("");
+  int status = 0;
+  for (const std::string& file : options.files) {
+    VEKTPSLightDocument document;
+    if (!Load(file, options, document, status)) continue;
+    const std::string problems = VEKToolCheckText(file, document);
+    if (problems.empty()) continue;
+    status = 1;
+    if (!Emit(output, problems, status)) break;
+  }
+  return Finish(output, status);
+}
+
+int Csv(const Options& options) {
+  const std::string& file = options.files.front();
+  int status = 0;
+  VEKTPSLightDocument document;
+  if (!Load(file, options, document, status)) return status;
+  if (!document.Loaded()) {
+    Report(file, VEKToolFailure(document));
+    if (document.Sets().empty()) return 1;
+    status = 1;
+  }
+  std::vector<std::pair<std::string, std::string>> tables;
+  const auto& sets = document.Sets();
+  const HRESULT result = VEKExportLoadToCsv(sets.back().Get(), options.set, tables);
+  if (result == E_INVALIDARG) {
+    Report(file, "--set " + std::to_string(options.set) + ": the load made " +
+                     std::to_string(sets.size()) + (sets.size() == 1 ? " set" : " sets"));
+    return 2;
+  }
+  if (VEKFailed(result)) {
+    Report(file, "the model cannot be written as CSV: out of memory");
+    return 1;
+  }
+  const std::string directory = options.output.empty() ? "." : options.output;
+  for (const auto& [name, csv] : tables) {
+    VEKToolOutput output(directory + "/" + name);
+    if (!Emit(output, csv, status)) return 1;
+    if (Finish(output, 0) != 0) return 1;
   }
   return status;
 }
 
 // ---- command line ----
 
-bool IsDecimal(const std::string& text) {
-  return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
-}
-
-// "--zlib" takes an optional SIZE: when no number follows it, it is given the value that asks for
-// the size to be found, so that the next argument is never taken for a SIZE.
-std::vector<std::string> Arguments(int argc, char** argv) {
-  std::vector<std::string> arguments(argv + 1, argv + argc);
-  for (std::size_t k = 0; k < arguments.size() && arguments[k] != "--"; ++k) {
-    const bool bare = arguments[k] == "--zlib" || arguments[k] == "--zlib=";
-    if (bare && (k + 1 == arguments.size() || !IsDecimal(arguments[k + 1])))
-      arguments[k] = std::string("--zlib=") + kFindSize;
-  }
-  return arguments;
-}
-
-// The input options from the flags; false (reported) for a SIZE out of range.
-bool InputOptions(Options& options, const CLI::Option* zlib) {
-  if (options.base64) options.input.form = VEKToolForm::Base64;
-  if (options.plain) options.input.form = VEKToolForm::Plain;
-  if (zlib->count() == 0) return true;
-  options.input.form = VEKToolForm::Zlib;
-  if (options.zlibSize == kFindSize) return true;
-  const bool valid = IsDecimal(options.zlibSize) && options.zlibSize.size() <= 10 &&
-                     std::stoll(options.zlibSize) >= 1 && std::stoll(options.zlibSize) <= INT_MAX;
-  if (!valid) {
-    std::fprintf(stderr,
-                 "vektps: --zlib: SIZE must be a number of bytes from 1 to 2147483647, not "
-                 "\"%s\"\n",
-                 options.zlibSize.c_str());
+// The load options from the flags; false (reported) when they do not fit together.
+bool LoadOptions(Options& options) {
+  if (options.base64) options.load.form = VEKTPSLightForm::Base64;
+  if (options.plain) options.load.form = VEKTPSLightForm::Plain;
+  if (options.zlib) options.load.form = VEKTPSLightForm::Zlib;
+  if (options.schema == "current") options.load.schema = VEKTPSLightSchema::Current;
+  if (options.schema == "legacy") options.load.schema = VEKTPSLightSchema::Legacy;
+  options.load.dumpPath = options.dump;
+  if (!options.dump.empty() && options.files.size() != 1) {
+    std::fprintf(stderr, "vektps: --dump keeps the dump of one load: give a single FILE\n");
     return false;
   }
-  options.input.zlibSize = static_cast<int>(std::stoll(options.zlibSize));
+  if (options.pretty && options.files.size() != 1) {
+    std::fprintf(stderr,
+                 "vektps: --pretty writes one document: several files are written as JSON "
+                 "Lines, one document a line\n");
+    return false;
+  }
   return true;
 }
 
-CLI::Option* AddInputOptions(CLI::App& command, Options& options) {
-  CLI::Option* zlib = command
-                          .add_option("--zlib", options.zlibSize,
-                                      "Read the files as zlib data. SIZE is the decompressed size "
-                                      "in bytes; without it the tool finds it")
-                          ->expected(0, 1)
-                          ->type_name("[SIZE]");
+void AddInputOptions(CLI::App& command, Options& options) {
+  CLI::Option* zlib = command.add_flag("--zlib", options.zlib, "Read the files as zlib data");
   CLI::Option* base64 =
       command.add_flag("--base64", options.base64, "Read the files as base64 text");
   CLI::Option* plain = command.add_flag("--plain", options.plain, "Read the files as plain XML");
   zlib->excludes(base64)->excludes(plain);
   base64->excludes(plain);
+  command.add_option("--schema", options.schema, "Load only documents of this schema")
+      ->check(CLI::IsMember({"current", "legacy"}))
+      ->type_name("current|legacy");
   command
       .add_option("--dump", options.dump,
-                  "Keep a copy of the XML dump that a current-schema load writes, at PATH")
+                  "Write the dump of the parsed document that a current-schema load makes, to "
+                  "PATH")
       ->type_name("PATH");
-  return zlib;
+  command
+      .add_option("--max-objects", options.load.maxObjects,
+                  "Most objects one load may build, 0 for no limit (a legacy document rebuilds "
+                  "every object once per set)")
+      ->default_val(options.load.maxObjects)
+      ->type_name("N");
+  command
+      .add_option("--max-bytes", options.load.maxInputBytes,
+                  "Most bytes a document may have, read or decoded")
+      ->default_val(options.load.maxInputBytes)
+      ->check(CLI::PositiveNumber)
+      ->type_name("N");
+}
+
+// The first argument that is not an option must name a command; CLI11 alone would only say that
+// one is required.
+bool KnownCommand(int argc, char** argv) {
+  for (int k = 1; k < argc; ++k) {
+    const std::string argument = argv[k];
+    if (argument.rfind("-", 0) == 0) continue;
+    for (const std::string& command : kCommands) {
+      if (argument == command) return true;
+    }
+    std::string list;
+    for (const std::string& command : kCommands) list += (list.empty() ? "" : ", ") + command;
+    std::fprintf(stderr,
+                 "vektps: unknown command '%s'; the commands are %s\nRun 'vektps --help' for "
+                 "usage.\n",
+                 argument.c_str(), list.c_str());
+    return false;
+  }
+  return true;
 }
 
 int Run(int argc, char** argv) {
@@ -313,11 +260,11 @@ int Run(int argc, char** argv) {
   app.set_version_flag("--version", std::string("vektps ") + VEK_TOOL_VERSION);
   app.require_subcommand(1);
   app.footer(
-      "A document is read as plain XML, base64 text or zlib data, found from its first bytes "
-      "unless an option forces the form; the schema follows from the root element. Loads run in "
-      "a private temporary directory, so the dump of a current-schema load never lands in the "
-      "working directory (--dump keeps a copy). Exit status: 0 on success, 1 when a file cannot "
-      "be read or loaded (check: when problems were found), 2 on usage errors.");
+      "A FILE of - is standard input. A document is read as plain XML, base64 text or zlib data, "
+      "found from its first bytes unless an option forces the form; the schema follows from the "
+      "root element. Nothing is written beside the documents unless asked (--dump, -o). Exit "
+      "status: 0 on success, 1 when a file cannot be read or loaded (check: when problems were "
+      "found), 2 on usage errors.");
   app.failure_message([](const CLI::App*, const CLI::Error& error) {
     return "vektps: " + std::string(error.what()) +
            "\nRun 'vektps --help' or 'vektps COMMAND --help' for usage.\n";
@@ -329,49 +276,60 @@ int Run(int argc, char** argv) {
       "What each file holds: its schema, the load's result and, per set, its name, "
       "standard and the count of each family and of unresolved references");
   summary->add_option("FILE", options.files, "Documents to load")->required()->type_name("");
-  const CLI::Option* summaryZlib = AddInputOptions(*summary, options);
+  summary->add_flag("--json", options.json, "One line of JSON per file instead of a table");
+  AddInputOptions(*summary, options);
 
-  CLI::App* json = app.add_subcommand("json", "The model of one load as JSON");
-  json->add_option("FILE", options.files, "Document to load")
-      ->required()
-      ->expected(1)
-      ->type_name("");
+  CLI::App* json = app.add_subcommand(
+      "json", "The model of each load as JSON (several files: JSON Lines, one document a line)");
+  json->add_option("FILE", options.files, "Documents to load")->required()->type_name("");
   json->add_option("-o,--output", options.output, "Write the JSON to OUT, not standard output")
       ->type_name("OUT");
-  json->add_flag("--pretty", options.pretty, "Indent the JSON by two spaces");
-  const CLI::Option* jsonZlib = AddInputOptions(*json, options);
+  json->add_flag("--pretty", options.pretty, "Indent the JSON of one document by two spaces");
+  AddInputOptions(*json, options);
 
   CLI::App* check = app.add_subcommand("check", "The problems a user can act on, one per line");
   check->add_option("FILE", options.files, "Documents to check")->required()->type_name("");
   check->footer(
-      "Each problem is one line on standard output, prefixed with the file name: a load that "
-      "failed and why, unresolved references, duplicate ids, legacy objects passed over for a "
-      "wrong count of values. Lines count in the decoded document. Exit status: 0 when clean, 1 "
-      "when problems were found, 2 on usage errors.");
-  const CLI::Option* checkZlib = AddInputOptions(*check, options);
+      "Each problem is one line on standard output, prefixed with the file name and, where it "
+      "has one, the line in the decoded document: a load that failed and why, and what the "
+      "parser passed over or could not resolve while it built the model. Exit status: 0 when "
+      "clean, 1 when problems were found, 2 on usage errors.");
+  AddInputOptions(*check, options);
 
+  CLI::App* csv = app.add_subcommand(
+      "csv",
+      "One CSV table per family (annotations.csv, ttrs.csv, views.csv, ref_frames.csv, "
+      "cgs.csv, captures.csv), one row per object with its values and links as id lists");
+  csv->add_option("FILE", options.files, "Document to load")
+      ->required()
+      ->expected(1)
+      ->type_name("");
+  csv->add_option("-o,--output", options.output, "Write the tables into DIR (default: here)")
+      ->type_name("DIR");
+  csv->add_option("--set", options.set, "Only set N of a load that made several (from 1)")
+      ->check(CLI::PositiveNumber)
+      ->type_name("N");
+  AddInputOptions(*csv, options);
+
+  if (!KnownCommand(argc, argv)) return 2;
   try {
-    std::vector<std::string> arguments = Arguments(argc, argv);
-    std::reverse(arguments.begin(), arguments.end());
-    app.parse(arguments);
+    app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
   }
-
-  const CLI::Option* zlib = summary->parsed() ? summaryZlib : json->parsed() ? jsonZlib : checkZlib;
-  if (!InputOptions(options, zlib)) return 2;
-  if (!options.dump.empty() && options.files.size() != 1) {
-    std::fprintf(stderr, "vektps: --dump keeps the dump of one load: give a single FILE\n");
-    return 2;
-  }
+  if (!LoadOptions(options)) return 2;
   if (summary->parsed()) return Summary(options);
   if (json->parsed()) return Json(options);
+  if (csv->parsed()) return Csv(options);
   return Check(options);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  // A reader that goes away (vektps json big.xml | head) ends the run through a failed write,
+  // which leaves nothing behind, instead of a signal.
+  (void)std::signal(SIGPIPE, SIG_IGN);
   try {
     return Run(argc, argv);
   } catch (const std::bad_alloc&) {

@@ -72,6 +72,7 @@ enum class VEKTPSLightDiagnosticKind : int {
   LegacyValueCount = 5,    // a legacy object passed over for a wrong count of values
   LegacySetsMultiply = 6,  // several legacy sets each rebuilt every object of the document
   ObjectLimit = 7,         // the load stopped building sets at maxObjects
+  FamilyBeforeSet = 8,     // a current-schema family root before any AnnotationSet: not built
 };
 
 struct VEKTPSLightDiagnostic {
@@ -133,6 +134,10 @@ class VEK_API VEKTPSLightDocument {
   const std::vector<VEKTPSLightDiagnostic>& Diagnostics() const noexcept;
   // The number of model objects the load built (sets included).
   std::uint64_t ObjectsBuilt() const noexcept;
+  // Whether the dump that options.dumpPath asked for was written whole (only a current-schema
+  // document whose root matched is dumped; a dump that cannot be written leaves the file as it
+  // was and changes nothing else of the load).
+  bool Dumped() const noexcept;
 
   // The links of set `index` in both directions, built on first use (safe from several threads at
   // once); null for an index outside Sets() or when memory runs out.
@@ -162,7 +167,7 @@ VEKLoadDocumentFile(const char* path, const VEKTPSLightLoadOptions& options = {}
 // The lower-case name of a form ("plain", "base64", "zlib", "detect") or schema ("current",
 // "legacy"), and of a diagnostic kind ("unresolved-id", "duplicate-id", "unknown-ttrs",
 // "unknown-ref-frame", "bad-number", "legacy-value-count", "legacy-sets-multiply",
-// "object-limit").
+// "object-limit", "family-before-set").
 VEK_API const char* VEKTPSLightFormName(VEKTPSLightForm form) noexcept;
 VEK_API const char* VEKTPSLightSchemaName(VEKTPSLightSchema schema) noexcept;
 VEK_API const char* VEKTPSLightDiagnosticKindName(VEKTPSLightDiagnosticKind kind) noexcept;

@@ -30,6 +30,7 @@ struct VEKTPSLightDocument::State {
   std::vector<VEKComPtr<VEKITPSLightSet>> sets;
   std::vector<VEKTPSLightDiagnostic> diagnostics;
   std::uint64_t objects = 0;
+  bool dumped = false;
   // The links of each set, built on first use.
   struct LinksSlot {
     std::once_flag built;
@@ -119,6 +120,7 @@ void LoadBytes(State& state, VEKLoadBytes& input, const VEKTPSLightLoadOptions& 
   lastSet.Attach(last);
   state.result = result;
   state.schema = outcome.schema;
+  state.dumped = outcome.dumped;
   switch (outcome.stage) {
     case VEKLoadOutcome::Stage::XmlError:
       Fail(state, VEKTPSLightLoadStatus::XmlError);
@@ -235,6 +237,8 @@ std::uint64_t VEKTPSLightDocument::ObjectsBuilt() const noexcept {
   return (state_ ? *state_ : NoLoad()).objects;
 }
 
+bool VEKTPSLightDocument::Dumped() const noexcept { return (state_ ? *state_ : NoLoad()).dumped; }
+
 const VEKTPSLightLinks* VEKTPSLightDocument::Links(int index) const noexcept {
   if (!state_ || !state_->links || index < 0 || index >= static_cast<int>(state_->sets.size()))
     return nullptr;
@@ -334,6 +338,8 @@ const char* VEKTPSLightDiagnosticKindName(VEKTPSLightDiagnosticKind kind) noexce
       return "legacy-sets-multiply";
     case VEKTPSLightDiagnosticKind::ObjectLimit:
       return "object-limit";
+    case VEKTPSLightDiagnosticKind::FamilyBeforeSet:
+      return "family-before-set";
   }
   return "unknown";
 }

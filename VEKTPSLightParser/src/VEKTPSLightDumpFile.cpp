@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "VEKTPSLightParserUtil.h"
+#include "VEKTPSLightPipeline.h"
 
 namespace {
 
@@ -68,9 +69,10 @@ int CreateTemporary(const std::string& finalName, std::string& temporaryName) {
   return -1;
 }
 
-// Writes `element` to the file `finalName`, replacing it only with a whole document: on any error
-// the temporary file goes and the earlier file stays as it was.
-bool WriteDump(const std::string& finalName, const VEKLightXmlElementItf& element) {
+}  // namespace
+
+bool vek_parser_detail::VEKWriteDump(const std::string& finalName,
+                                     const VEKLightXmlElementItf& element) {
   std::string temporaryName;
   const int descriptor = CreateTemporary(finalName, temporaryName);
   if (descriptor < 0) return false;
@@ -94,14 +96,12 @@ bool WriteDump(const std::string& finalName, const VEKLightXmlElementItf& elemen
   return true;
 }
 
-}  // namespace
-
 HRESULT VEKTPSLightParserUtil::GenerateFile(VEKUnicodeString& fileName,
                                             VEKLightXmlElementItf& element) {
   if (fileName.GetLengthInChar() == 0) return E_FAIL;
   // A dump that cannot be written is skipped without a word: the load never depends on it.
   try {
-    (void)WriteDump(fileName.CastToCharPtr(), element);
+    (void)vek_parser_detail::VEKWriteDump(fileName.CastToCharPtr(), element);
   } catch (const std::bad_alloc&) {
     // Nor is one whose temporary name could not be made for want of memory.
   }

@@ -93,14 +93,37 @@ class VEKObjectBudget {
   std::uint64_t built_ = 0;
 };
 
+// The builder of a current-schema family root; null for any other name.
+vek_parser_detail::VEKBuilder FamilyRootBuilder(const VEKUnicodeString& name) noexcept {
+  static constexpr struct {
+    const char* tag;
+    vek_parser_detail::VEKBuilder build;
+  } kRoots[] = {
+      {"RootTTRSs", &VEKTPSLightParserUtil::GenerateNewTTRS},
+      {"RootTPSs", &VEKTPSLightParserUtil::GenerateNewAnnotations},
+      {"RootViews", &VEKTPSLightParserUtil::GenerateNewViews},
+      {"RootRefs", &VEKTPSLightParserUtil::GenerateNewRefFrame},
+      {"RootCGs", &VEKTPSLightParserUtil::GenerateNewCG},
+      {"RootCaps", &VEKTPSLightParserUtil::GenerateNewCapture},
+  };
+  for (const auto& root : kRoots) {
+    if (name == root.tag) return root.build;
+  }
+  return nullptr;
+}
+
 // Current schema: the root's children in document order, each family root handed to its builder
 // with the set made by the latest "AnnotationSet" before it.
 HRESULT VEKWalkCurrent(VEKTPSLightParserUtil& parser, VEKLightXmlElement& root,
                        const VEKLoadRules& rules, VEKBaseUnknown* father, VEKITPSLightSet** set,
                        VEKLoadOutcome& outcome) {
   if (rules.dumpPath) {
-    VEKUnicodeString dumpName(rules.dumpPath);
-    (void)parser.GenerateFile(dumpName, root);
+    // As GenerateFile writes it; a dump that cannot be written never changes the load.
+    try {
+      outcome.dumped = vek_parser_detail::VEKWriteDump(rules.dumpPath, root);
+    } catch (const std::bad_alloc&) {
+      outcome.dumped = false;
+    }
   }
   VEKComPtr<VEKTPSLightContainer> container;
   container.Attach(new VEKTPSLightContainer());
@@ -140,18 +163,9 @@ HRESULT VEKWalkCurrent(VEKTPSLightParserUtil& parser, VEKLightXmlElement& root,
         vek_parser_detail::VEKRecorderBeginSet(open);
         (void)parser.SetTPSSetValues(*set, child);
       }
-    } else if (name == "RootTTRSs") {
-      (void)parser.GenerateNewTTRS(container.Get(), *set, child);
-    } else if (name == "RootTPSs") {
-      (void)parser.GenerateNewAnnotations(container.Get(), *set, child);
-    } else if (name == "RootViews") {
-      (void)parser.GenerateNewViews(container.Get(), *set, child);
-    } else if (name == "RootRefs") {
-      (void)parser.GenerateNewRefFrame(container.Get(), *set, child);
-    } else if (name == "RootCGs") {
-      (void)parser.GenerateNewCG(container.Get(), *set, child);
-    } else if (name == "RootCaps") {
-      (void)parser.GenerateNewCapture(container.Get(), *set, child);
+    } else if (const vek_parser_detail::VEKBuilder build = FamilyRootBuilder(name)) {
+      if (!*set) vek_parser_detail::VEKRecordFamilyBeforeSet(child);
+      (void)(parser.*build)(container.Get(), *set, child);
     }
   });
   closeSet();

@@ -60,7 +60,13 @@ struct VEKLoadOutcome {
   // "AnnotationSet" children of the root, and whether memory ran out where a set was due.
   int annotationSets = 0;
   bool outOfMemory = false;
+  // Whether the dump asked for was written whole.
+  bool dumped = false;
 };
+
+// Writes `element` to the file `finalName`, replacing it only with a whole document: on any error
+// the temporary file goes and the earlier file stays as it was. Throws std::bad_alloc.
+[[nodiscard]] bool VEKWriteDump(const std::string& finalName, const VEKLightXmlElementItf& element);
 
 // Runs one load of `input` into `*set` (never null) under `rules`. Returns the load's result code:
 // that of the last set creation (current schema), S_OK when a legacy set got its values and

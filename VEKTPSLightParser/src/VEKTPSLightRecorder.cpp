@@ -268,6 +268,19 @@ void VEKRecordSetsMultiply(const VEKSource& second, int sets,
   }
 }
 
+void VEKRecordFamilyBeforeSet(const VEKSource& root) noexcept {
+  VEKLoadRecorder* recorder = tActive;
+  if (!recorder) return;
+  try {
+    const VEKUnicodeString* tag = root.Tag();
+    recorder->Add(VEKTPSLightDiagnosticKind::FamilyBeforeSet, 0, 0, root, "",
+                  std::string(tag ? tag->ConvertToChar() : "A family root") +
+                      " comes before any AnnotationSet, so its objects are not built");
+  } catch (const std::bad_alloc&) {
+    recorder->MarkLost();
+  }
+}
+
 int VEKReadNumber(const VEKUnicodeString& text, int& value, const VEKSource& source) noexcept {
   return ReadNumber(text, value, "%d", "an integer", source);
 }

@@ -137,6 +137,9 @@ void VEKRecordObjectLimit(const VEKSource& source, std::uint64_t built, std::uin
 // included); `second` is where the first rebuild began.
 void VEKRecordSetsMultiply(const VEKSource& second, int sets, std::uint64_t objectsPerSet) noexcept;
 
+// The current-schema family root `root` came before any "AnnotationSet": its objects are not built.
+void VEKRecordFamilyBeforeSet(const VEKSource& root) noexcept;
+
 // The builders' side: each does what the parser must do and records what goes wrong.
 
 // ConvertToNum with "%d" or "%le"; a non-empty text that does not convert is recorded against

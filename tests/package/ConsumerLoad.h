@@ -13,5 +13,5 @@ struct ConsumerLoad {
   VEKComPtr<VEKITPSLightSet> lastSet;
 };
 
-// Loads the current-schema document at `path`; a file that cannot be read gives E_FAIL, no set.
+// Loads the document at `path`; a file that cannot be read gives a failure and no set.
 ConsumerLoad LoadDocument(const char* path);

@@ -89,6 +89,19 @@ std::string LegacyDocument(int sets) {
          "</TolerancingData>";
 }
 
+TEST(Diagnostics, AFamilyRootBeforeAnySetIsNotBuilt) {
+  const VEKTPSLightDocument document = Load(
+      "<Functional_Tolerancing_Annotation>\n"
+      "<RootTTRSs><TTRS><TPSLoc Id='1'/></TTRS></RootTTRSs>\n"
+      "<AnnotationSet/><RootTTRSs/>\n"
+      "</Functional_Tolerancing_Annotation>");
+  ASSERT_TRUE(document.Loaded());
+  EXPECT_EQ(document.Sets()[0]->GetTTRS().Count(), 0);
+  ExpectRecords(document, {{Kind::FamilyBeforeSet, -1, 2, "RootTTRSs",
+                            "RootTTRSs comes before any AnnotationSet, so its objects are not "
+                            "built"}});
+}
+
 TEST(Diagnostics, LegacySchemaRecordsPassedOverObjectsAndRebuiltSets) {
   const VEKTPSLightDocument document = Load(LegacyDocument(2));
   ASSERT_TRUE(document.Loaded());

@@ -304,13 +304,21 @@ TEST_F(DocumentLoad, WritesOnlyTheDumpAskedFor) {
 
   VEKTPSLightLoadOptions dump;
   dump.dumpPath = "kept.xml";
-  ASSERT_TRUE(LoadText(xml, dump).Loaded());
+  const VEKTPSLightDocument dumped = LoadText(xml, dump);
+  ASSERT_TRUE(dumped.Loaded());
+  EXPECT_TRUE(dumped.Dumped());
   const VEKTPSLightDocument reloaded = LoadText(ReadFileBytes("kept.xml"));
   EXPECT_TRUE(reloaded.Loaded());
   EXPECT_EQ(reloaded.ObjectsBuilt(), LoadText(xml).ObjectsBuilt());
-  // A legacy document has no dump.
+  // A legacy document has no dump, nor has a dump whose folder does not exist.
   std::filesystem::remove("kept.xml");
-  ASSERT_TRUE(LoadText(Bundled("gear_shaft_legacy.xml"), dump).Loaded());
+  const VEKTPSLightDocument legacy = LoadText(Bundled("gear_shaft_legacy.xml"), dump);
+  ASSERT_TRUE(legacy.Loaded());
+  EXPECT_FALSE(legacy.Dumped());
+  dump.dumpPath = "missing/kept.xml";
+  const VEKTPSLightDocument nowhere = LoadText(xml, dump);
+  EXPECT_TRUE(nowhere.Loaded());
+  EXPECT_FALSE(nowhere.Dumped());
   EXPECT_TRUE(std::filesystem::is_empty(directory_.Path()));
 }
 
