@@ -435,6 +435,27 @@ TEST_F(Vektps, JsonToAFileAndAfterAFailedLoad) {
   EXPECT_EQ("vektps: cannot write missing/out.json: No such file or directory\n", outcome.err);
 }
 
+// The scene commands write a GLB or a page of what loaded, and nothing for a load that made no
+// set.
+TEST_F(Vektps, SceneCommandsWriteWhatLoaded) {
+  const std::string noSet = Write("no_set.xml",
+                                  "<Functional_Tolerancing_Annotation><RootTPSs/>"
+                                  "</Functional_Tolerancing_Annotation>");
+  for (const auto& [command, start] :
+       {std::pair<std::string, std::string>{"gltf", "glTF"}, {"view", "<!DOCTYPE html>"}}) {
+    Outcome outcome = Run({command, kExamples + "/pump_housing.xml", "-o", "out"});
+    EXPECT_EQ(0, outcome.status) << outcome.err;
+    EXPECT_EQ("", outcome.err);
+    EXPECT_EQ(0u, ReadFile((root_ / "work" / "out").string()).find(start)) << command;
+    outcome = Run({command, kExamples + "/bracket.xml", "-o", "-"});
+    EXPECT_EQ(0u, outcome.out.find(start)) << command;
+    outcome = Run({command, noSet, "-o", "none"});
+    EXPECT_EQ(1, outcome.status);
+    EXPECT_EQ(0u, outcome.err.find("vektps: no_set.xml: load failed")) << outcome.err;
+    EXPECT_FALSE(fs::exists(root_ / "work" / "none"));
+  }
+}
+
 // ---- the dump ----
 
 TEST_F(Vektps, DumpIsKeptOnlyWhereAsked) {
@@ -611,6 +632,8 @@ TEST_F(Vektps, UsageErrorsExitWithTwo) {
       {"json", "--pretty", bracket, bracket},
       {"csv", bracket, "--set", "0"},
       {"summary", "--schema", "old", bracket},
+      {"gltf", bracket},
+      {"view", bracket, bracket, "-o", "page.html"},
   };
   for (const auto& arguments : rows) {
     const Outcome outcome = Run(arguments);
@@ -701,7 +724,7 @@ TEST_F(Vektps, UnknownCommandNamesItselfAndTheCommands) {
   const Outcome outcome = Run({"frobnicate", kExamples + "/bracket.xml"});
   EXPECT_EQ(2, outcome.status);
   EXPECT_EQ(0u, outcome.err.find("vektps: unknown command 'frobnicate'; the commands are summary, "
-                                 "json, check, csv\n"))
+                                 "json, check, csv, gltf, view\n"))
       << outcome.err;
 }
 

@@ -14,7 +14,8 @@ function parseGlb(bytes) {
   if (bytes.readUInt32LE(0) !== 0x46546c67) throw new Error('not a GLB');
   const length = bytes.readUInt32LE(12);
   const gltf = JSON.parse(bytes.subarray(20, 20 + length).toString('utf8'));
-  return { gltf, bin: bytes.subarray(28 + length, 28 + length + bytes.readUInt32LE(20 + length)) };
+  const binLength = bytes.length >= 28 + length ? bytes.readUInt32LE(20 + length) : 0;
+  return { gltf, bin: bytes.subarray(28 + length, 28 + length + binLength) };
 }
 
 // The model and the glTF JSON of a page, with the object node of each (set, family, position).
@@ -80,27 +81,53 @@ function vertices(data, index) {
   return out;
 }
 
-// The world-space vertices of every primitive below the object's node; empty when the object has
-// no graphic.
-function objectPoints(data, set, family, position) {
+// The values of an index accessor (unsigned byte, short or int).
+function indexValues(data, index) {
+  const accessor = data.gltf.accessors[index];
+  const view = data.gltf.bufferViews[accessor.bufferView];
+  const start = (view.byteOffset || 0) + (accessor.byteOffset || 0);
+  const size = { 5121: 1, 5123: 2, 5125: 4 }[accessor.componentType];
+  const read = { 1: 'readUInt8', 2: 'readUInt16LE', 4: 'readUInt32LE' }[size];
+  return Array.from({ length: accessor.count }, (_, k) => data.bin[read](start + k * size));
+}
+
+// Vertex numbers grouped into the points (1), segments (2) or triangles (3) a glTF mode draws.
+function shapes(order, mode) {
+  const out = [];
+  const n = order.length;
+  if (mode === 0) order.forEach((v) => out.push([v]));
+  if (mode === 1) for (let k = 0; k + 1 < n; k += 2) out.push([order[k], order[k + 1]]);
+  if (mode === 2 || mode === 3) for (let k = 0; k + 1 < n; ++k) out.push([order[k], order[k + 1]]);
+  if (mode === 2 && n > 2) out.push([order[n - 1], order[0]]);
+  if (mode === 4) for (let k = 0; k + 2 < n; k += 3) out.push([order[k], order[k + 1], order[k + 2]]);
+  if (mode === 5) for (let k = 0; k + 2 < n; ++k) out.push([order[k], order[k + 1], order[k + 2]]);
+  if (mode === 6) for (let k = 1; k + 1 < n; ++k) out.push([order[0], order[k], order[k + 1]]);
+  return out;
+}
+
+// The world-space points, segments and triangles (arrays of 1, 2 or 3 points) of every primitive
+// below the object's node; empty when the object has no graphic.
+function objectShapes(data, set, family, position) {
   const root = data.objects.get(`${set}/${family}/${position}`);
   if (root === undefined) return [];
   data.world = data.world || worldMatrices(data.gltf);
-  const points = [];
+  const out = [];
   const visit = (index) => {
     const node = data.gltf.nodes[index];
     if (node.mesh !== undefined) {
       for (const primitive of data.gltf.meshes[node.mesh].primitives) {
-        for (const vertex of vertices(data, primitive.attributes.POSITION)) {
-          points.push(apply(data.world.get(index), vertex));
-        }
+        const points = vertices(data, primitive.attributes.POSITION).map((v) => apply(data.world.get(index), v));
+        const order = primitive.indices === undefined ? points.map((_, k) => k) : indexValues(data, primitive.indices);
+        for (const shape of shapes(order, primitive.mode ?? 4)) out.push(shape.map((v) => points[v]));
       }
     }
     for (const child of node.children || []) visit(child);
   };
   visit(root);
-  return points;
+  return out;
 }
+
+const objectPoints = (data, set, family, position) => objectShapes(data, set, family, position).flat();
 
 const sub = (a, b) => a.map((v, k) => v - b[k]);
 const dot = (a, b) => a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
@@ -146,12 +173,66 @@ function rectOf(projected, viewport) {
   if (projected.length === 0) return 'nowhere';
   const xs = projected.map((p) => p[0]);
   const ys = projected.map((p) => p[1]);
-  const rect = [Math.max(Math.floor(Math.min(...xs)), viewport.left), Math.max(Math.floor(Math.min(...ys)), viewport.top),
-    Math.min(Math.ceil(Math.max(...xs)), viewport.left + viewport.width), Math.min(Math.ceil(Math.max(...ys)), viewport.top + viewport.height)];
+  // A flat graphic seen edge on still covers a line of pixels.
+  const [x0, y0] = [Math.floor(Math.min(...xs)), Math.floor(Math.min(...ys))];
+  const rect = [Math.max(x0, viewport.left), Math.max(y0, viewport.top),
+    Math.min(Math.max(Math.ceil(Math.max(...xs)), x0 + 1), viewport.left + viewport.width),
+    Math.min(Math.max(Math.ceil(Math.max(...ys)), y0 + 1), viewport.top + viewport.height)];
   if (!(rect[0] < rect[2] && rect[1] < rect[3])) return 'nowhere';
   const whole = Math.min(...xs) >= viewport.left && Math.max(...xs) <= viewport.left + viewport.width &&
     Math.min(...ys) >= viewport.top && Math.max(...ys) <= viewport.top + viewport.height;
   return Object.assign(rect.map(Math.round), { whole });
 }
 
-module.exports = { pageData, objectPoints, captureCamera, project, rectOf };
+// Marks in a width x height mask the pixels within `radius` of what `shapes` cover on screen;
+// false when a point lies behind the camera (what it covers is not worked out).
+function cover(mask, width, height, camera, viewport, shapes, radius) {
+  const stamp = (x, y) => {
+    for (let py = Math.max(0, Math.floor(y - radius)); py <= Math.min(height - 1, Math.ceil(y + radius)); ++py) {
+      for (let px = Math.max(0, Math.floor(x - radius)); px <= Math.min(width - 1, Math.ceil(x + radius)); ++px) {
+        mask[py * width + px] = 1;
+      }
+    }
+  };
+  const segment = ([ax, ay], [bx, by]) => {
+    // Only the part inside the screen (with a margin) is stepped along.
+    let [t0, t1] = [0, 1];
+    const [dx, dy] = [bx - ax, by - ay];
+    for (const [p, q] of [[-dx, ax + radius], [dx, width + radius - ax], [-dy, ay + radius], [dy, height + radius - ay]]) {
+      if (p === 0) { if (q < 0) return; continue; }
+      const r = q / p;
+      if (p < 0) t0 = Math.max(t0, r); else t1 = Math.min(t1, r);
+    }
+    if (t0 > t1) return;
+    const steps = Math.ceil(Math.hypot(dx, dy) * (t1 - t0) * 2) + 1;
+    for (let k = 0; k <= steps; ++k) {
+      const t = t0 + ((t1 - t0) * k) / steps;
+      stamp(ax + dx * t, ay + dy * t);
+    }
+  };
+  for (const shape of shapes) {
+    const screen = project(camera, viewport, shape);
+    if (screen.some((p) => p === null)) return false;
+    if (screen.length === 1) stamp(...screen[0]);
+    for (let k = 0; k + 1 < screen.length; ++k) segment(screen[k], screen[k + 1]);
+    if (screen.length === 3) {
+      segment(screen[2], screen[0]);
+      const [[ax, ay], [bx, by], [cx, cy]] = screen;
+      const area = (bx - ax) * (cy - ay) - (by - ay) * (cx - ax);
+      if (area === 0) continue;
+      const x0 = Math.max(0, Math.floor(Math.min(ax, bx, cx))), x1 = Math.min(width - 1, Math.ceil(Math.max(ax, bx, cx)));
+      const y0 = Math.max(0, Math.floor(Math.min(ay, by, cy))), y1 = Math.min(height - 1, Math.ceil(Math.max(ay, by, cy)));
+      for (let py = y0; py <= y1; ++py) {
+        for (let px = x0; px <= x1; ++px) {
+          const [x, y] = [px + 0.5, py + 0.5];
+          const u = ((bx - x) * (cy - y) - (by - y) * (cx - x)) / area;
+          const v = ((cx - x) * (ay - y) - (cy - y) * (ax - x)) / area;
+          if (u >= 0 && v >= 0 && u + v <= 1) mask[py * width + px] = 1;
+        }
+      }
+    }
+  }
+  return true;
+}
+
+module.exports = { pageData, objectShapes, objectPoints, captureCamera, project, rectOf, cover };

@@ -148,8 +148,8 @@ class Viewer {
     return material;
   }
 
-  // Merged geometry of the objects in `keys`, built once per state; `clipping` cuts the part.
-  batchOf(name, keys, clipping) {
+  // Merged geometry of the objects in `keys`, built once by name; `clipping` cuts the part.
+  batchOf(name, keys, clipping = null) {
     let batch = this.batches.get(name);
     if (batch) return batch;
     const drawables = [];
@@ -174,17 +174,19 @@ class Viewer {
     return (ids || []).map((id) => keyOf(set, family, this.index.find(set, family, id)));
   }
 
-  partKeys() {
+  // The part, drawn in every capture and view: merged once per clipping plane.
+  partBatch(clipping = null) {
     const keys = [];
     this.model.sets.forEach((set, s) => {
       for (const family of PART_FAMILIES) (set[family] || []).forEach((_, k) => keys.push(keyOf(s, family, k)));
     });
-    return keys;
+    return this.batchOf(`part ${clipping ? clipping.uuid : ''}`, keys, clipping);
   }
 
-  display(name, keys, clipping = null) {
+  display(batches) {
     if (this.batch) this.scene.remove(this.batch);
-    this.batch = this.batchOf(name, keys, clipping);
+    this.batch = new THREE.Group();
+    this.batch.add(...batches);
     this.scene.add(this.batch);
     const box = new THREE.Box3().setFromObject(this.batch);
     if (box.isEmpty()) box.set(new THREE.Vector3(-1, -1, -1), new THREE.Vector3(1, 1, 1));
@@ -195,7 +197,7 @@ class Viewer {
   showWholeModel() {
     const keys = [];
     for (const [key, entry] of this.objects) if (entry.family !== 'captures') keys.push(key);
-    this.display('whole', keys);
+    this.display([this.batchOf('whole', keys)]);
     const distance = this.bounds.radius / Math.sin(THREE.MathUtils.degToRad(this.camera.fov) / 2);
     const forward = WHOLE_MODEL_DIRECTION;
     this.aim(this.bounds.center.clone().addScaledVector(forward, -distance), forward, Z_UP, distance, 45);
@@ -209,9 +211,9 @@ class Viewer {
     const key = keyOf(set, 'captures', position);
     const entry = this.objects.get(key);
     const camera = entry?.camera;
-    const keys = [...this.partKeys(), key, ...this.keysOf(set, 'annotations', capture.annotations),
+    const keys = [key, ...this.keysOf(set, 'annotations', capture.annotations),
       ...this.keysOf(set, 'cgs', capture.cgs), ...this.keysOf(set, 'views', capture.views)];
-    this.display(`capture ${key}`, keys, this.clippingOf(set, capture));
+    this.display([this.partBatch(this.clippingOf(set, capture)), this.batchOf(`capture ${key}`, keys)]);
     if (camera) {
       const matrix = camera.matrixWorld.elements;
       const eye = new THREE.Vector3().setFromMatrixPosition(camera.matrixWorld);
@@ -242,7 +244,7 @@ class Viewer {
   showView(set, position) {
     const view = this.model.sets[set].views[position];
     const key = keyOf(set, 'views', position);
-    this.display(`view ${key}`, [...this.partKeys(), key, ...this.keysOf(set, 'annotations', view.annotations)]);
+    this.display([this.partBatch(), this.batchOf(`view ${key}`, [key, ...this.keysOf(set, 'annotations', view.annotations)])]);
     const normal = new THREE.Vector3(...(view.normal || [0, 0, 1]));
     const across = new THREE.Vector3(...(view.direction || [1, 0, 0]));
     if (normal.lengthSq() === 0) normal.set(0, 0, 1);
