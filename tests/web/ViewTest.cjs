@@ -1,7 +1,8 @@
 // The page of `vektps view` in headless Chromium (WebGL through SwiftShader): for every capture of
 // every page, opened at #capture=ID, the capture's annotations are drawn where its camera puts
 // them and annotations it does not show are not; the panel lists the model's names; choosing an
-// annotation highlights it and shows its values; nothing is logged as an error.
+// annotation highlights it and shows its values; nothing is logged as an error and nothing is
+// fetched from the network.
 // A generated document's page loads without errors; the time to its first frame is printed.
 // Usage: node ViewTest.cjs VEKTPS VEKTPS_GENERATE OUT_DIR DOCUMENT... (NODE_PATH names web/'s
 // node_modules); exits 77 without Chromium. VEK_VIEW_SCREENSHOT=FILE keeps a screenshot of the
@@ -204,6 +205,10 @@ async function main() {
     const errors = [];
     page.on('console', (message) => { if (message.type() === 'error') errors.push(message.text()); });
     page.on('pageerror', (error) => errors.push(error.message));
+    // The page works offline: it asks for nothing but itself.
+    page.on('request', (request) => {
+      if (!/^(file|data|about):/.test(request.url())) errors.push(`fetched ${request.url()}`);
+    });
     let screenshot = process.env.VEK_VIEW_SCREENSHOT;
     const all = { drawn: 0, strayChecked: 0 };
     for (const document of documents) {
