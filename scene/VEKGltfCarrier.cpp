@@ -7,6 +7,10 @@
 #include <limits>
 #include <string>
 
+#include "GlbContainer.h"
+
+using vek_scenegraph_detail::GlbLayout;
+
 namespace {
 
 // Thrown while a blob is read when it cannot be carried; never leaves this file.
@@ -19,30 +23,6 @@ void Require(bool condition) {
 std::uint32_t Read32(const unsigned char* bytes) {
   return static_cast<std::uint32_t>(bytes[0]) | static_cast<std::uint32_t>(bytes[1]) << 8 |
          static_cast<std::uint32_t>(bytes[2]) << 16 | static_cast<std::uint32_t>(bytes[3]) << 24;
-}
-
-struct Container {
-  std::string_view json;
-  const unsigned char* bin = nullptr;
-  std::uint64_t binLength = 0;
-};
-
-Container Split(std::string_view glb) {
-  constexpr std::uint32_t kMagic = 0x46546C67, kJson = 0x4E4F534A, kBin = 0x004E4942;
-  const auto* bytes = reinterpret_cast<const unsigned char*>(glb.data());
-  Require(glb.size() >= 20 && Read32(bytes) == kMagic && Read32(bytes + 4) == 2);
-  const std::uint64_t total = std::min<std::uint64_t>(Read32(bytes + 8), glb.size());
-  const std::uint64_t jsonLength = Read32(bytes + 12);
-  Require(Read32(bytes + 16) == kJson && 20 + jsonLength <= total);
-  Container container;
-  container.json = glb.substr(20, jsonLength);
-  const std::uint64_t next = 20 + jsonLength;
-  if (next + 8 <= total && Read32(bytes + next + 4) == kBin) {
-    container.binLength = Read32(bytes + next);
-    Require(next + 8 + container.binLength <= total);
-    container.bin = bytes + next + 8;
-  }
-  return container;
 }
 
 const VEKJson& Items(const VEKJson& gltf, const char* key) {
@@ -152,7 +132,7 @@ struct Accessor {
 
 class BlobReader {
  public:
-  BlobReader(const VEKJson& source, const Container& container)
+  BlobReader(const VEKJson& source, const GlbLayout& container)
       : source_(source), container_(container) {}
 
   Accessor Read(std::size_t index) const {
@@ -179,7 +159,7 @@ class BlobReader {
 
  private:
   const VEKJson& source_;
-  const Container& container_;
+  const GlbLayout& container_;
 };
 
 std::uint32_t IndexValue(const Accessor& indices, std::uint64_t k) {
@@ -226,9 +206,11 @@ void SetPositionBounds(const Accessor& positions, VEKJson& accessor) {
 }  // namespace
 
 void VEKGltfCarrier::AddResources(std::string_view glb, Blob& blob) {
-  const Container container = Split(glb);
-  const VEKJson source = VEKJson::parse(container.json.begin(), container.json.end(), nullptr,
-                                        /*allow_exceptions=*/false);
+  GlbLayout container;
+  Require(vek_scenegraph_detail::ReadGlbLayout(reinterpret_cast<const unsigned char*>(glb.data()),
+                                               glb.size(), container));
+  const VEKJson source = VEKJson::parse(container.json, container.json + container.jsonLength,
+                                        nullptr, /*allow_exceptions=*/false);
   Require(source.is_object() && Items(source, "extensionsRequired").empty());
   const BlobReader reader(source, container);
 

@@ -7,6 +7,9 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
@@ -158,6 +161,36 @@ TEST(Scene, GeneratedDocumentsShareIdenticalGraphics) {
     ASSERT_TRUE(document.Loaded());
     ExpectSceneOfModel(document.Sets(), Build(document.Sets()));
   }
+}
+
+// Real-world samples: each one the reader accepts is carried with the same geometry, or left out.
+TEST(Scene, SharedGlbSamplesAreCarriedWithTheirGeometry) {
+  const std::filesystem::path corpus = std::filesystem::path(VEK_SHARED_DIR) / "corpora" / "glb";
+  if (!std::filesystem::exists(corpus)) GTEST_SKIP() << "no " << corpus;
+  int carried = 0;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(corpus)) {
+    if (entry.path().extension() != ".glb") continue;
+    SCOPED_TRACE(entry.path().string());
+    std::ifstream in(entry.path(), std::ios::binary);
+    std::vector<char> glb((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    VEKRep* rep = VEKReadSceneGraph(glb.data(), static_cast<int>(glb.size()));
+    if (!rep) continue;
+    VEKComPtr<VEKTPSLightContainer> container;
+    container.Attach(new VEKTPSLightContainer());
+    Sets sets(1);
+    ASSERT_EQ(S_OK, container->CreateLightSet(sets[0].ReleaseAndGetAddressOf(), nullptr));
+    VEKComPtr<VEKITPSLightAnnotation> annotation;
+    ASSERT_EQ(S_OK,
+              container->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), sets[0].Get()));
+    ASSERT_EQ(S_OK, annotation->SetRep(rep));
+    std::vector<char> scene;
+    VEKTPSLightSceneCounts counts;
+    ASSERT_TRUE(VEKSucceeded(VEKBuildScene(sets, scene, &counts)));
+    if (counts.graphics == 0) continue;
+    ++carried;
+    ExpectSceneOfModel(sets, scene);
+  }
+  EXPECT_GE(carried, 15);
 }
 
 class SceneModel : public testing::Test {

@@ -1,5 +1,6 @@
 // Every scene `vektps gltf` writes passes the Khronos glTF validator without an error: the bundled
-// documents and generated ones of both schemas.
+// documents, generated ones of both schemas and, when ../shared/corpora is there, a document
+// holding each real-world GLB sample (malformed ones too) as an annotation's graphic.
 // Usage: node ValidateScenes.cjs VEKTPS VEKTPS_GENERATE OUT_DIR DOCUMENT... (NODE_PATH names
 // web/'s node_modules).
 'use strict';
@@ -17,6 +18,19 @@ const generated = [
     { stdio: 'ignore' });
   return file;
 });
+
+const corpus = path.resolve(__dirname, '../../../shared/corpora/glb');
+if (fs.existsSync(corpus)) {
+  const annotations = fs.readdirSync(corpus, { recursive: true }).filter((name) => name.endsWith('.glb')).map((name, k) =>
+    `<TPS><TPSId Name="${name}" Uuid="glb-${k}"/><TPSLoc Type="1" Id="${k + 1}" Status="0"/>` +
+    `<Rep Type="2"><Buf>${fs.readFileSync(path.join(corpus, name)).toString('base64')}</Buf></Rep></TPS>`);
+  const file = path.join(outDir, 'glb_corpus.xml');
+  fs.writeFileSync(file, '<Functional_Tolerancing_Annotation><AnnotationSet><TPSId Name="GLB samples"/>' +
+    `<TPSLoc Id="1"/></AnnotationSet><RootTPSs>${annotations.join('')}</RootTPSs></Functional_Tolerancing_Annotation>`);
+  generated.push(file);
+} else {
+  console.log(`note: no ${corpus}, the real-world GLB samples are not checked`);
+}
 
 async function main() {
   let failed = false;
