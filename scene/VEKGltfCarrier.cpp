@@ -151,8 +151,11 @@ class BlobReader {
     const VEKJson& view = Items(source_, "bufferViews")[viewIndex];
     out.stride = Count(view, "byteStride", element);
     const std::uint64_t offset = Count(accessor, "byteOffset", 0);
-    Require(out.stride >= element && offset % size == 0 &&
-            offset + out.stride * (out.count - 1) + element <= Count(view, "byteLength", 0));
+    const std::uint64_t length = Count(view, "byteLength", 0);
+    // In this order no sum or product can wrap around.
+    Require(out.stride >= element && offset % size == 0 && offset <= length &&
+            element <= length - offset &&
+            out.count - 1 <= (length - offset - element) / out.stride);
     out.data = container_.bin + Count(view, "byteOffset", 0) + offset;
     return out;
   }
@@ -247,7 +250,7 @@ void VEKGltfCarrier::AddResources(std::string_view glb, Blob& blob) {
     Require(Index(view, "buffer", buffers.size()) == 0 && !buffers[0].contains("uri"));
     const std::uint64_t offset = Count(view, "byteOffset", 0);
     const std::uint64_t length = Count(view, "byteLength", 0);
-    Require(length > 0 && offset + length <= container.binLength);
+    Require(length > 0 && offset <= container.binLength && length <= container.binLength - offset);
     bytes.resize((bytes.size() + 3) / 4 * 4);
     VEKJson written{{"buffer", 0}, {"byteOffset", binBase + bytes.size()}};
     bytes.insert(bytes.end(), container.bin + offset, container.bin + offset + length);
@@ -259,7 +262,7 @@ void VEKGltfCarrier::AddResources(std::string_view glb, Blob& blob) {
     out["bufferViews"].push_back(std::move(written));
   }
   for (std::size_t k = 0; k < accessors.size(); ++k) {
-    (void)reader.Read(k);
+    (void)reader.Read(k);  // its elements lie in its buffer view
     VEKJson written = VEKJson::object();
     Reindex(accessors[k], written, "bufferView", views.size(), viewBase);
     CopyMembers(accessors[k], written,

@@ -10,7 +10,9 @@
 
 #include <nlohmann/json.hpp>
 
-using VEKJson = nlohmann::ordered_json;
+// Objects keyed by a sorted map: a blob's JSON may hold objects of very many members, which an
+// insertion-ordered map would look up in linear time.
+using VEKJson = nlohmann::json;
 
 class VEKGltfCarrier {
  public:

@@ -10,40 +10,20 @@
 
 #include "VEKGlbWriter.h"
 #include "VEKGltfCarrier.h"
+#include "VEKTPSLightJsonValues.h"
 
 namespace {
 
-// The near plane of the capture cameras; with no far plane the projection is infinite.
-constexpr double kNearPlane = 0.01;
-
+// Model values as the JSON export writes them.
 template <class T>
 VEKJson Optional(const std::optional<T>& value) {
-  return value ? VEKJson(*value) : VEKJson(nullptr);
+  return vek_json::Optional<VEKJson>(value);
 }
+VEKJson IdOf(VEKBaseUnknown* object) { return vek_json::IdOf<VEKJson>(object); }
+VEKJson Ids(const VEKLightObjectList& list) { return vek_json::Ids<VEKJson>(list); }
 
-VEKJson Optional(const std::optional<VEKUnicodeString>& value) {
-  return value ? VEKJson(value->ConvertToChar()) : VEKJson(nullptr);
-}
-
-VEKJson Optional(const std::optional<VEKVector3>& value) {
-  return value ? VEKJson::array({value->x, value->y, value->z}) : VEKJson(nullptr);
-}
-
-VEKJson IdOf(VEKBaseUnknown* object) {
-  VEKComPtr<VEKITPSLight> light;
-  if (!object ||
-      VEKFailed(object->QueryInterface(VEKITPSLight::kIID, light.ReleaseAndGetVoidAddressOf()))) {
-    return nullptr;
-  }
-  return Optional(light->GetId());
-}
-
-VEKJson Ids(const VEKLightObjectList& list) {
-  VEKJson ids = VEKJson::array();
-  for (int position = 0; position < list.Count(); ++position)
-    ids.push_back(IdOf(list.Get(position)));
-  return ids;
-}
+// The near plane of the capture cameras; with no far plane the projection is infinite.
+constexpr double kNearPlane = 0.01;
 
 struct Vector {
   double x, y, z;
