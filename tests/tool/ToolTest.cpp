@@ -435,6 +435,27 @@ TEST_F(Vektps, JsonToAFileAndAfterAFailedLoad) {
   EXPECT_EQ("vektps: cannot write missing/out.json: No such file or directory\n", outcome.err);
 }
 
+// The scene commands write a GLB or a page of what loaded, and nothing for a load that made no
+// set.
+TEST_F(Vektps, SceneCommandsWriteWhatLoaded) {
+  const std::string noSet = Write("no_set.xml",
+                                  "<Functional_Tolerancing_Annotation><RootTPSs/>"
+                                  "</Functional_Tolerancing_Annotation>");
+  for (const auto& [command, start] :
+       {std::pair<std::string, std::string>{"gltf", "glTF"}, {"view", "<!DOCTYPE html>"}}) {
+    Outcome outcome = Run({command, kExamples + "/pump_housing.xml", "-o", "out"});
+    EXPECT_EQ(0, outcome.status) << outcome.err;
+    EXPECT_EQ("", outcome.err);
+    EXPECT_EQ(0u, ReadFile((root_ / "work" / "out").string()).find(start)) << command;
+    outcome = Run({command, kExamples + "/bracket.xml", "-o", "-"});
+    EXPECT_EQ(0u, outcome.out.find(start)) << command;
+    outcome = Run({command, noSet, "-o", "none"});
+    EXPECT_EQ(1, outcome.status);
+    EXPECT_EQ(0u, outcome.err.find("vektps: no_set.xml: load failed")) << outcome.err;
+    EXPECT_FALSE(fs::exists(root_ / "work" / "none"));
+  }
+}
+
 // ---- the dump ----
 
 TEST_F(Vektps, DumpIsKeptOnlyWhereAsked) {
@@ -616,6 +637,8 @@ TEST_F(Vektps, UsageErrorsExitWithTwo) {
       {"convert", "--base64", "--zlib", bracket},
       {"convert", "-", "--out-dir", "out"},
       {"convert", bracket, kExamples + "/../documents/bracket.xml", "--out-dir", "out"},
+      {"gltf", bracket},
+      {"view", bracket, bracket, "-o", "page.html"},
   };
   for (const auto& arguments : rows) {
     const Outcome outcome = Run(arguments);
@@ -706,7 +729,8 @@ TEST_F(Vektps, UnknownCommandNamesItselfAndTheCommands) {
   const Outcome outcome = Run({"frobnicate", kExamples + "/bracket.xml"});
   EXPECT_EQ(2, outcome.status);
   EXPECT_EQ(0u, outcome.err.find("vektps: unknown command 'frobnicate'; the commands are summary, "
-                                 "json, check, csv, convert\n"))
+                                 "json, check, csv, convert, gltf, view
+"))
       << outcome.err;
 }
 
@@ -746,15 +770,15 @@ TEST_F(Vektps, AReaderThatGoesAwayEndsTheRunQuietly) {
   int pipe[2];
   ASSERT_EQ(0, ::pipe(pipe));
   const std::string file = kExamples + "/pump_housing.xml";
+  // The reader is gone before the tool starts: its JSON would fit in the pipe's buffer.
+  close(pipe[0]);
   const pid_t child = fork();
   if (child == 0) {
-    close(pipe[0]);
     dup2(pipe[1], 1);
     execl(VEK_TOOL_PATH, VEK_TOOL_PATH, "json", file.c_str(), nullptr);
     _exit(127);
   }
   close(pipe[1]);
-  close(pipe[0]);
   int status = 0;
   ASSERT_EQ(child, waitpid(child, &status, 0));
   // Not killed by SIGPIPE: the failed write ends the run with status 1, and nothing is left.
