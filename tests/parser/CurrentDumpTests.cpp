@@ -51,7 +51,8 @@ std::atomic<bool> gFixedRandom{false};
 
 }  // namespace
 
-extern "C" [[gnu::visibility("default")]] ssize_t getrandom(void* buffer, std::size_t length, unsigned int flags) {
+extern "C" [[gnu::visibility("default")]] ssize_t getrandom(void* buffer, std::size_t length,
+                                                            unsigned int flags) {
   if (!gFixedRandom) return syscall(SYS_getrandom, buffer, length, flags);
   std::memset(buffer, 0xAB, length);
   return static_cast<ssize_t>(length);
@@ -61,7 +62,7 @@ namespace {
 
 class DumpFile : public ::testing::Test {
  protected:
-  vek_test::ScopedWorkingDirectory directory_;
+  vek_test::ScratchDirectory directory_;
 };
 
 TEST_F(DumpFile, PlantedLinksAreNeverFollowed) {
