@@ -677,6 +677,11 @@ TEST_F(Vektps, UnreadableFilesAreNamed) {
     EXPECT_EQ(1, endless.status) << file;
     EXPECT_NE(std::string::npos, endless.err.find("more than 100000 bytes")) << endless.err;
   }
+  // One byte over is refused while reading, not held whole for the load to refuse.
+  const std::string over = (root_ / "work" / Write("over.xml", std::string(100001, ' '))).string();
+  EXPECT_EQ(
+      "vektps: -: standard input holds more than 100000 bytes, the most a document may have\n",
+      Run({"check", "--max-bytes", "100000", "-"}, VEK_TOOL_PATH, over).err);
 }
 
 // ---- the example host ----
