@@ -173,6 +173,9 @@ Throughput MeasureCurrent(VEKBenchDocument& document, std::int64_t objects,
   result.objects = objects;
   const std::string savePath = directory.File("pugixml-save.xml");
   auto target = std::make_shared<VEKBenchTarget>();
+  // The model the writer writes back, loaded once.
+  auto model = std::make_shared<VEKTPSLightDocument>(
+      VEKLoadDocument(document.xml.data(), document.xml.size()));
   result.measures = {
       {"memcpy of the XML", [&document, target] { return VEKTimeMemcpy(document.xml, *target); }},
       {"pugixml load_buffer (the floor)",
@@ -190,6 +193,13 @@ Throughput MeasureCurrent(VEKBenchDocument& document, std::int64_t objects,
        [&document] { return VEKTimeCurrentLoad(document, VEKGeneratedForm::Base64); }},
       {"our load, zlib data",
        [&document] { return VEKTimeCurrentLoad(document, VEKGeneratedForm::Zlib); }},
+      {"our one-call load, plain text (no dump)",
+       [&document] { return VEKTimeDocumentLoad(document); }},
+      {"our writer, plain text", [model] { return VEKTimeWrite(*model, VEKGeneratedForm::Plain); }},
+      {"our writer, base64 text",
+       [model] { return VEKTimeWrite(*model, VEKGeneratedForm::Base64); }},
+      {"our writer, zlib data (level 6)",
+       [model] { return VEKTimeWrite(*model, VEKGeneratedForm::Zlib); }},
   };
   RunInterleaved(result.measures, repetitions);
   return result;

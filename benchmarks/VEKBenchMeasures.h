@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "VEKDocumentGenerator.h"
+#include "VEKTPSLightDocument.h"
 #include "VEKUnicodeString.h"
 
 // The time one measured call took: elapsed, and spent on a CPU by this process (user and system).
@@ -48,6 +49,11 @@ void VEKPrepareBenchDocument(std::string xml, std::int64_t annotations, bool all
 // Our current-schema load of `document` in `form`, dump included (written to the working
 // directory).
 VEKBenchTime VEKTimeCurrentLoad(VEKBenchDocument& document, VEKGeneratedForm form);
+// The one-call load (VEKLoadDocument) of the plain text, which writes no dump.
+VEKBenchTime VEKTimeDocumentLoad(const VEKBenchDocument& document);
+// Our current-schema writer of `model` (the document's sets, loaded beforehand) in `form`, into
+// memory; what it wrote is freed after the clock stops.
+VEKBenchTime VEKTimeWrite(const VEKTPSLightDocument& model, VEKGeneratedForm form);
 // Our legacy-schema load of `xml`, which must hold `annotations` annotations.
 VEKBenchTime VEKTimeLegacyLoad(const std::string& xml, std::int64_t annotations);
 

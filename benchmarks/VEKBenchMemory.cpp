@@ -105,10 +105,11 @@ int VEKRunMemoryChild(const std::string& load, const std::string& file) {
     VEKComPtr<VEKITPSLightSet> set;
     pugi::xml_document document;
     if (load == "current") {
-      loaded = parser.GenerateLightModelFromBase(source, nullptr, set.ReleaseAndGetAddressOf(), 0, nullptr, 0,
-                                                 0) == S_OK;
+      loaded = parser.GenerateLightModelFromBase(source, nullptr, set.ReleaseAndGetAddressOf(), 0,
+                                                 nullptr, 0, 0) == S_OK;
     } else if (load == "legacy") {
-      loaded = parser.GenerateLightModel(text.c_str(), nullptr, set.ReleaseAndGetAddressOf()) == S_OK;
+      loaded =
+          parser.GenerateLightModel(text.c_str(), nullptr, set.ReleaseAndGetAddressOf()) == S_OK;
     } else if (load == "pugixml") {
       loaded = static_cast<bool>(document.load_buffer(text.data(), text.size()));
     }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "VEKTPSLightJsonExport.h"
+#include "VEKToolConvert.h"
 #include "VEKToolInput.h"
 #include "VEKToolOutput.h"
 #include "VEKToolReport.h"
@@ -18,7 +19,8 @@
 
 namespace {
 
-const std::vector<std::string> kCommands = {"summary", "json", "check", "csv", "gltf", "view"};
+const std::vector<std::string> kCommands = {"summary", "json", "check", "csv",
+                                            "convert", "gltf", "view"};
 
 struct Options {
   std::vector<std::string> files;
@@ -264,7 +266,7 @@ bool KnownCommand(int argc, char** argv) {
 int Run(int argc, char** argv) {
   CLI::App app(
       "Looks inside 3D tolerancing and annotation documents: what they hold, whether their "
-      "references resolve, and their whole model as JSON.",
+      "references resolve, and their whole model as JSON; writes them in the current schema.",
       "vektps");
   app.set_version_flag("--version", std::string("vektps ") + VEK_TOOL_VERSION);
   app.require_subcommand(1);
@@ -320,6 +322,8 @@ int Run(int argc, char** argv) {
       ->type_name("N");
   AddInputOptions(*csv, options);
 
+  VEKToolConvertOptions convertOptions;
+  CLI::App* convert = VEKToolAddConvert(app, convertOptions);
   CLI::App* gltf = app.add_subcommand(
       "gltf",
       "The scene of a document as binary glTF: a node per set, family and object with its "
@@ -345,6 +349,7 @@ int Run(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
   }
+  if (convert->parsed()) return VEKToolConvert(convertOptions);
   if (!LoadOptions(options)) return 2;
   if (summary->parsed()) return Summary(options);
   if (json->parsed()) return Json(options);

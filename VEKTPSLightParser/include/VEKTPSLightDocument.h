@@ -171,3 +171,6 @@ VEKLoadDocumentFile(const char* path, const VEKTPSLightLoadOptions& options = {}
 VEK_API const char* VEKTPSLightFormName(VEKTPSLightForm form) noexcept;
 VEK_API const char* VEKTPSLightSchemaName(VEKTPSLightSchema schema) noexcept;
 VEK_API const char* VEKTPSLightDiagnosticKindName(VEKTPSLightDiagnosticKind kind) noexcept;
+// The noun of an object kind (VEKTPSLightKind) as messages use it: "annotation", "view", "TTRS",
+// "reference frame", "construction geometry", "capture"; "set" for 0, "object" for any other.
+VEK_API const char* VEKTPSLightKindName(int objectKind) noexcept;

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 #include "VEKExport.h"
@@ -116,6 +117,56 @@ class VEK_API VEKLightXmlElementItf {
   // An opaque identity of the designated node: equal for two elements designating the same node,
   // null for an element designating nothing.
   virtual const void* GetNodeIdentity() const = 0;
+};
+
+// Writes XML text into a stream element by element, through a buffer of its own. Names are
+// written as given (they must be XML names). Attribute values and text are escaped so that they
+// parse back to the same strings: markup characters as entities; tabs, line breaks and other
+// control characters in attribute values and carriage returns in text as character references
+// (the parser would otherwise normalise them); text made only of whitespace starts with a
+// character reference (the parser would otherwise drop it). Characters that XML cannot carry at
+// all (a zero byte and the other control characters but tab, line feed and carriage return,
+// U+FFFE, U+FFFF) are written as U+FFFD and counted. With `indent`, elements start on lines of
+// their own, two spaces deeper than their parent, and the whitespace only ever stands between two
+// tags, where the parser drops it. Once the stream refuses bytes, nothing more is written.
+class VEK_API VEKLightXmlWriter {
+ public:
+  explicit VEKLightXmlWriter(VEKLightXmlOutputStream& output, bool indent = false) noexcept;
+  ~VEKLightXmlWriter();
+  VEKLightXmlWriter(const VEKLightXmlWriter&) = delete;
+  VEKLightXmlWriter& operator=(const VEKLightXmlWriter&) = delete;
+
+  // Text written as it is: an XML declaration before the root, a line break after it.
+  void Raw(std::string_view text) noexcept;
+  // Opens an element; its attributes follow, then its text and children, then EndElement.
+  void StartElement(std::string_view name) noexcept;
+  void Attribute(std::string_view name, std::string_view value) noexcept;
+  void Text(std::string_view text) noexcept;
+  // Text as CDATA sections (a "]]>" inside splits it in two).
+  void Cdata(std::string_view text) noexcept;
+  // Closes the innermost open element, named `name`; "/>" when nothing came inside it.
+  void EndElement(std::string_view name) noexcept;
+  // Hands the buffered bytes to the stream; whether the stream took every byte written so far.
+  [[nodiscard]] bool Flush() noexcept;
+  // Characters written as U+FFFD so far.
+  std::size_t Replaced() const noexcept { return replaced_; }
+
+ private:
+  enum class Last { Nothing, StartTag, Text, EndTag };
+  void CloseStartTag() noexcept;
+  void NewLine() noexcept;
+  void WriteEscaped(std::string_view text, unsigned char context) noexcept;
+  void Put(char character) noexcept;
+  void Put(std::string_view text) noexcept;
+
+  VEKLightXmlOutputStream& output_;
+  const bool indent_;
+  bool complete_ = true;
+  Last last_ = Last::Nothing;
+  int depth_ = 0;
+  std::size_t replaced_ = 0;
+  std::size_t used_ = 0;
+  char buffer_[16 * 1024];
 };
 
 namespace vek_lightxml_detail {

@@ -343,3 +343,24 @@ const char* VEKTPSLightDiagnosticKindName(VEKTPSLightDiagnosticKind kind) noexce
   }
   return "unknown";
 }
+
+const char* VEKTPSLightKindName(int objectKind) noexcept {
+  switch (objectKind) {
+    case 0:
+      return "set";
+    case VEKTPSLightKindAnnotation:
+      return "annotation";
+    case VEKTPSLightKindView:
+      return "view";
+    case VEKTPSLightKindTTRS:
+      return "TTRS";
+    case VEKTPSLightKindRefFrame:
+      return "reference frame";
+    case VEKTPSLightKindCG:
+      return "construction geometry";
+    case VEKTPSLightKindCapture:
+      return "capture";
+    default:
+      return "object";
+  }
+}

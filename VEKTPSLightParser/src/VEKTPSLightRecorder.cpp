@@ -13,24 +13,7 @@ namespace {
 
 thread_local VEKLoadRecorder* tActive = nullptr;
 
-std::string KindName(int kind) {
-  switch (kind) {
-    case VEKTPSLightKindAnnotation:
-      return "annotation";
-    case VEKTPSLightKindView:
-      return "view";
-    case VEKTPSLightKindTTRS:
-      return "TTRS";
-    case VEKTPSLightKindRefFrame:
-      return "reference frame";
-    case VEKTPSLightKindCG:
-      return "construction geometry";
-    case VEKTPSLightKindCapture:
-      return "capture";
-    default:
-      return "object";
-  }
-}
+std::string KindName(int kind) { return VEKTPSLightKindName(kind); }
 
 std::string Utf8(const VEKUnicodeString& text) {
   return std::string(text.ConvertToChar(), text.GetLengthInByte());

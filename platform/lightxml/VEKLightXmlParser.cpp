@@ -1,16 +1,9 @@
 // Parsing streams into documents and writing elements back as XML text.
 #include <algorithm>
-#include <array>
 #include <climits>
 #include <cstdint>
-#include <cstdio>
-#include <cstring>
 #include <memory>
 #include <new>
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 #include "VEKLightXml.h"
 #include "VEKLightXmlDocument.h"
@@ -29,200 +22,34 @@ namespace {
 
 constexpr const char* kOutOfMemory = "Could not allocate memory";
 
-// Bytes written as references in text and in attribute values; the zero byte ends both.
-constexpr unsigned char kInText = 1;
-constexpr unsigned char kInAttribute = 2;
-constexpr std::array<unsigned char, 256> MakeEscapes() {
-  std::array<unsigned char, 256> escapes{};
-  for (std::size_t byte = 0; byte < 0x20; ++byte) {
-    escapes[byte] = kInAttribute | (byte == '\t' || byte == '\n' ? 0 : kInText);
+// Writes `root` and everything under it, walking the tree without recursion.
+void WriteTree(pugi::xml_node root, VEKLightXmlWriter& writer) {
+  pugi::xml_node node = root;
+  for (;;) {
+    if (node.type() == pugi::node_element) {
+      writer.StartElement(node.name());
+      for (pugi::xml_attribute attribute = node.first_attribute(); attribute;
+           attribute = attribute.next_attribute()) {
+        writer.Attribute(attribute.name(), attribute.value());
+      }
+      if (node.first_child()) {
+        node = node.first_child();
+        continue;
+      }
+      writer.EndElement(node.name());
+    } else if (node.type() == pugi::node_pcdata) {
+      writer.Text(node.value());
+    } else if (node.type() == pugi::node_cdata) {
+      writer.Cdata(node.value());
+    }
+    while (node != root && !node.next_sibling()) {
+      node = node.parent();
+      writer.EndElement(node.name());
+    }
+    if (node == root) break;
+    node = node.next_sibling();
   }
-  escapes['&'] = escapes['<'] = escapes['>'] = kInText | kInAttribute;
-  escapes['"'] = kInAttribute;
-  return escapes;
 }
-constexpr std::array<unsigned char, 256> kEscapes = MakeEscapes();
-
-// Writes XML text through a small buffer into a stream, remembering whether every byte was taken.
-// The escaping is chosen so that the text parses back to the same tree: line breaks, tabs and
-// other control characters in attributes and carriage returns in text become character
-// references (the parser would otherwise normalise them), and text made only of whitespace starts
-// with a character reference (the parser would otherwise drop it).
-class XmlWriter {
- public:
-  explicit XmlWriter(VEKLightXmlOutputStream& output) : output_(output) {}
-
-  // Writes `root` and everything under it, walking the tree without recursion.
-  void WriteTree(pugi::xml_node root) {
-    pugi::xml_node node = root;
-    while (complete_) {
-      if (node.type() == pugi::node_element) {
-        WriteStartTag(node);
-        if (node.first_child()) {
-          node = node.first_child();
-          continue;
-        }
-      } else if (node.type() == pugi::node_pcdata) {
-        WriteText(node.value());
-      } else if (node.type() == pugi::node_cdata) {
-        WriteCdata(node.value());
-      }
-      while (node != root && !node.next_sibling()) {
-        node = node.parent();
-        WriteEndTag(node);
-      }
-      if (node == root) break;
-      node = node.next_sibling();
-    }
-    Flush();
-  }
-
-  bool Complete() const { return complete_; }
-
- private:
-  void WriteStartTag(pugi::xml_node element) {
-    Put('<');
-    Put(element.name());
-    for (pugi::xml_attribute attribute = element.first_attribute(); attribute;
-         attribute = attribute.next_attribute()) {
-      Put(' ');
-      Put(attribute.name());
-      Put("=\"");
-      WriteEscaped(attribute.value(), kInAttribute);
-      Put('"');
-    }
-    Put(element.first_child() ? ">" : "/>");
-  }
-
-  void WriteEndTag(pugi::xml_node element) {
-    Put("</");
-    Put(element.name());
-    Put('>');
-  }
-
-  void WriteText(const char* text) {
-    const char* cursor = text;
-    while (IsSpace(*cursor)) ++cursor;
-    if (*cursor == '\0' && *text != '\0') {
-      PutCharacterReference(static_cast<unsigned char>(*text));
-      ++text;
-    }
-    WriteEscaped(text, kInText);
-  }
-
-  void WriteCdata(const char* text) {
-    Put("<![CDATA[");
-    // A terminator inside the text closes the section and opens the next one after "]]".
-    for (const char* end = std::strstr(text, "]]>"); end; end = std::strstr(text, "]]>")) {
-      Put(text, static_cast<std::size_t>(end - text) + 2);
-      Put("]]><![CDATA[");
-      text = end + 2;
-    }
-    Put(text);
-    Put("]]>");
-  }
-
-  void WriteEscaped(const char* text, unsigned char context) {
-    const char* const end = text + std::strlen(text);
-    for (;;) {
-      const char* run = text;
-      text = SkipPlainBlocks(text, end);
-      while ((kEscapes[static_cast<unsigned char>(*text)] & context) == 0) ++text;
-      Put(run, static_cast<std::size_t>(text - run));
-      const unsigned char byte = static_cast<unsigned char>(*text);
-      if (byte == '\0') return;
-      if (byte == '&') {
-        Put("&amp;");
-      } else if (byte == '<') {
-        Put("&lt;");
-      } else if (byte == '>') {
-        Put("&gt;");
-      } else if (byte == '"') {
-        Put("&quot;");
-      } else {
-        PutCharacterReference(byte);
-      }
-      ++text;
-    }
-  }
-
-  // Skips whole 16-byte blocks of [text, end) that hold no byte below 0x20 and none of & < > ",
-  // so long plain runs (numbers, base64) cost a few operations per block; the byte loop finishes.
-  static const char* SkipPlainBlocks(const char* text, const char* end) {
-#if defined(__SSE2__)
-    const __m128i control = _mm_set1_epi8(0x1F);
-    while (end - text >= 16) {
-      const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
-      // Unsigned: bytes from 0x80 up are plain here.
-      __m128i special = _mm_cmpeq_epi8(_mm_min_epu8(block, control), block);
-      for (const char character : {'&', '<', '>', '"'}) {
-        special = _mm_or_si128(special, _mm_cmpeq_epi8(block, _mm_set1_epi8(character)));
-      }
-      if (_mm_movemask_epi8(special) != 0) break;
-      text += 16;
-    }
-#else
-    (void)end;
-#endif
-    return text;
-  }
-
-  static bool IsSpace(char character) {
-    return character == ' ' || character == '\t' || character == '\n' || character == '\r';
-  }
-
-  void PutCharacterReference(unsigned char byte) {
-    char reference[8];
-    const int length = std::snprintf(reference, sizeof reference, "&#%u;", byte);
-    Put(reference, static_cast<std::size_t>(length));
-  }
-
-  void Put(char character) {
-    if (used_ == sizeof buffer_) Flush();
-    buffer_[used_++] = character;
-  }
-  void Put(const char* text) { Put(text, std::strlen(text)); }
-  void Put(const char* text, std::size_t length) {
-    if (length <= sizeof buffer_ - used_) {
-      // The common case: the run fits in the room left.
-      std::memcpy(buffer_ + used_, text, length);
-      used_ += length;
-      return;
-    }
-    if (length >= sizeof buffer_) {
-      // Long runs go straight to the stream.
-      Flush();
-      while (complete_ && length > 0) {
-        const int count = static_cast<int>(std::min<std::size_t>(length, INT_MAX));
-        complete_ = output_.Write(reinterpret_cast<const unsigned char*>(text), count) == count;
-        text += count;
-        length -= static_cast<std::size_t>(count);
-      }
-      return;
-    }
-    while (length > 0) {
-      if (used_ == sizeof buffer_) Flush();
-      const std::size_t count = std::min(length, sizeof buffer_ - used_);
-      std::memcpy(buffer_ + used_, text, count);
-      used_ += count;
-      text += count;
-      length -= count;
-    }
-  }
-
-  void Flush() {
-    if (complete_ && used_ > 0) {
-      const int count = static_cast<int>(used_);
-      complete_ = output_.Write(reinterpret_cast<const unsigned char*>(buffer_), count) == count;
-    }
-    used_ = 0;
-  }
-
-  VEKLightXmlOutputStream& output_;
-  bool complete_ = true;
-  std::size_t used_ = 0;
-  char buffer_[16 * 1024];
-};
 
 // Text in memory from pugixml's allocator, which a document can take over.
 struct OwnedText {
@@ -431,9 +258,9 @@ int VEKLightXmlParser::GetXml(const VEKLightXmlElementItf& root,
     node = dynamic_cast<const Node*>(&root);
   }
   if (!node) return 0;
-  XmlWriter writer(output);
-  writer.WriteTree(node->GetXmlNode());
-  return writer.Complete() ? 1 : 0;
+  VEKLightXmlWriter writer(output);
+  WriteTree(node->GetXmlNode(), writer);
+  return writer.Flush() ? 1 : 0;
 }
 
 std::ptrdiff_t VEKLightXmlParser::GetErrorOffset() const noexcept { return errorOffset_; }

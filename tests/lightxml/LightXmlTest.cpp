@@ -649,6 +649,42 @@ TEST(LightXmlTest, GetXmlReportsIncompleteOutput) {
   EXPECT_EQ(parser.GetXml(foreign, enough), 0);
 }
 
+TEST(LightXmlTest, WriterReplacesWhatXmlCannotCarryAndIndentsBetweenTagsOnly) {
+  VEKLightXmlOutputStreamBuffer output;
+  VEKLightXmlWriter writer(output, true);
+  writer.Raw("<?xml version=\"1.0\"?>\n");
+  writer.StartElement("r");
+  writer.Attribute(
+      "a", std::string_view("x\x01y\0z\xEF\xBF\xBE\xEF\xBF\xBF\xEF\xBF\xBD\xEF\xA4\x80", 17));
+  writer.StartElement("b");
+  writer.Text("  ");
+  writer.EndElement("b");
+  writer.StartElement("c");
+  writer.Text("t\x1F");
+  writer.StartElement("d");
+  writer.EndElement("d");
+  writer.Text("u");
+  writer.EndElement("c");
+  writer.StartElement("e");
+  writer.EndElement("e");
+  writer.EndElement("r");
+  ASSERT_TRUE(writer.Flush());
+  EXPECT_EQ(writer.Replaced(), 5u);
+  unsigned char* bytes = nullptr;
+  int length = 0;
+  output.GetBuffer(bytes, length);
+  const std::string text(reinterpret_cast<char*>(bytes), static_cast<std::size_t>(length));
+  delete[] bytes;
+  const std::string fffd = "\xEF\xBF\xBD";
+  EXPECT_EQ(text, "<?xml version=\"1.0\"?>\n<r a=\"x" + fffd + "y" + fffd + "z" + fffd + fffd +
+                      fffd + "\xEF\xA4\x80\">\n  <b>&#32; </b>\n  <c>t" + fffd +
+                      "<d/>u</c>\n  <e/>\n</r>");
+  VEKLightXmlElement root;
+  ASSERT_TRUE(Parse(text, root)) << text;
+  EXPECT_EQ(Tree(root), "r[a=x" + fffd + "y" + fffd + "z" + fffd + fffd + fffd +
+                            "\xEF\xA4\x80]{b[]'  '{}c[]'t" + fffd + "u'{d[]{}}e[]{}}");
+}
+
 TEST(LightXmlTest, RunningOutOfMemoryFailsCleanly) {
   const std::string text =
       "<r a=\"1\"><b>text longer than a short string<![CDATA[more]]>tail</b>"

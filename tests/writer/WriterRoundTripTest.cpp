@@ -1,0 +1,101 @@
+// Documents written and loaded again: the bundled ones and generated ones of both schemas, at
+// several sizes, in the three forms, give back the same model; current-schema documents without a
+// warning, legacy ones with warnings only for what the current schema has no place for.
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+#include <utility>
+
+#include "VEKDocumentGenerator.h"
+#include "VEKTPSLightWriter.h"
+#include "WriterRoundTrip.h"
+
+namespace {
+
+constexpr VEKTPSLightForm kForms[] = {VEKTPSLightForm::Plain, VEKTPSLightForm::Base64,
+                                      VEKTPSLightForm::Zlib};
+
+VEKTPSLightWriteOptions Form(VEKTPSLightForm form) {
+  VEKTPSLightWriteOptions options;
+  options.form = form;
+  return options;
+}
+
+// (object kind, field) of each warning.
+std::set<std::pair<int, std::string>> Warned(const VEKTPSLightWriteResult& written) {
+  std::set<std::pair<int, std::string>> warned;
+  for (const VEKTPSLightWriteWarning& warning : written.warnings) {
+    EXPECT_EQ(warning.issue, VEKTPSLightWriteIssue::Unset) << warning.message;
+    warned.emplace(warning.objectKind, warning.field);
+  }
+  return warned;
+}
+
+// What the legacy schema never gives: the type and status of TTRS, reference frames and
+// captures, and the status of views.
+const std::set<std::pair<int, std::string>> kLegacyGaps = {
+    {VEKTPSLightKindTTRS, "type"},       {VEKTPSLightKindTTRS, "status"},
+    {VEKTPSLightKindView, "status"},     {VEKTPSLightKindRefFrame, "type"},
+    {VEKTPSLightKindRefFrame, "status"}, {VEKTPSLightKindCapture, "type"},
+    {VEKTPSLightKindCapture, "status"}};
+
+TEST(WriterRoundTripTest, BundledDocumentsComeBackTheSameInEveryForm) {
+  for (const char* name : {"pump_housing.xml", "pump_housing.xml.b64", "pump_housing.xml.z",
+                           "bracket.xml", "gear_shaft_legacy.xml"}) {
+    const VEKTPSLightDocument document =
+        VEKLoadDocumentFile((std::string(VEK_EXAMPLES_DIR) + "/" + name).c_str());
+    ASSERT_TRUE(document.Loaded()) << name;
+    for (const VEKTPSLightForm form : kForms) {
+      const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload(document.Sets(), Form(form));
+      EXPECT_EQ(trip.difference, "") << name << " as " << VEKTPSLightFormName(form);
+      if (document.Schema() == VEKTPSLightSchema::Current) {
+        EXPECT_TRUE(trip.written.warnings.empty())
+            << name << ": " << trip.written.warnings[0].message;
+      } else {
+        EXPECT_EQ(Warned(trip.written), kLegacyGaps) << name;
+      }
+    }
+  }
+}
+
+TEST(WriterRoundTripTest, GeneratedDocumentsComeBackTheSameAtEverySize) {
+  for (const VEKGeneratedSchema schema :
+       {VEKGeneratedSchema::Current, VEKGeneratedSchema::Legacy}) {
+    for (const std::int64_t objects : {0, 6, 100, 2500}) {
+      VEKGeneratorOptions generator;
+      generator.schema = schema;
+      generator.objects = objects;
+      generator.seed = static_cast<std::uint64_t>(objects) + 3;
+      const std::string xml = VEKGenerateDocument(generator);
+      const VEKTPSLightDocument document = VEKLoadDocument(xml.data(), xml.size());
+      ASSERT_TRUE(document.Loaded());
+      for (const VEKTPSLightForm form : kForms) {
+        const std::string what =
+            std::string(schema == VEKGeneratedSchema::Current ? "current" : "legacy") + ", " +
+            std::to_string(objects) + " objects, " + VEKTPSLightFormName(form);
+        const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload(document.Sets(), Form(form));
+        EXPECT_EQ(trip.difference, "") << what;
+        if (schema == VEKGeneratedSchema::Current) {
+          EXPECT_TRUE(trip.written.warnings.empty()) << what;
+        } else if (objects > 0) {
+          EXPECT_EQ(Warned(trip.written), kLegacyGaps) << what;
+        }
+      }
+    }
+  }
+}
+
+TEST(WriterRoundTripTest, WhatWasWrittenIsWrittenAgainByteForByte) {
+  VEKGeneratorOptions generator;
+  generator.objects = 600;
+  const std::string xml = VEKGenerateDocument(generator);
+  const VEKTPSLightDocument document = VEKLoadDocument(xml.data(), xml.size());
+  const VEKTPSLightWriteResult first = VEKWriteDocument(document);
+  ASSERT_EQ(first.result, S_OK);
+  const VEKTPSLightDocument again = VEKLoadDocument(first.bytes.data(), first.bytes.size());
+  const VEKTPSLightWriteResult second = VEKWriteDocument(again);
+  EXPECT_EQ(second.bytes, first.bytes);
+}
+
+}  // namespace

@@ -1,0 +1,565 @@
+// The writer on models a host builds through the container: tricky values come back exact, every
+// link comes back, and each thing the document cannot keep is named in one warning.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <limits>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "GlbBuilder.h"
+#include "RecordingModel.h"
+#include "ScratchDirectory.h"
+#include "VEKTPSLightWriter.h"
+#include "WriterRoundTrip.h"
+
+namespace {
+
+using Sets = std::vector<VEKComPtr<VEKITPSLightSet>>;
+
+template <class U>
+VEKComPtr<U> Query(VEKBaseUnknown* object) {
+  VEKComPtr<U> face;
+  if (object) (void)object->QueryInterface(U::kIID, face.ReleaseAndGetVoidAddressOf());
+  return face;
+}
+
+VEKRep* ReadRep(std::size_t extraBytes = 0) {
+  std::vector<char> glb = vek_test::BuildMeshesGlb(1, 1, 1);
+  glb.resize(glb.size() + extraBytes, '\0');
+  return VEKReadSceneGraph(glb.data(), static_cast<int>(glb.size()));
+}
+
+// A set built the way a host builds one, with helpers that give each object every value a
+// document always carries, so that only what a test leaves out draws a warning.
+class HostModel {
+ public:
+  HostModel() {
+    container_.Attach(new VEKTPSLightContainer());
+    EXPECT_EQ(container_->CreateLightSet(set_.ReleaseAndGetAddressOf(), nullptr), S_OK);
+    VEKComPtr<VEKITPSLight> light = Query<VEKITPSLight>(set_.Get());
+    (void)light->SetName(L"Set");
+    (void)light->SetUuid(L"set-uuid");
+    (void)light->SetType(1);
+    (void)light->SetStatus(0);
+    (void)set_->SetStandard(L"ISO 1101");
+  }
+
+  VEKITPSLightSet* Set() const { return set_.Get(); }
+  Sets AsSets() const { return {set_}; }
+
+  // Sets name, uuid, type, id and status.
+  static void Name(VEKBaseUnknown* object, int id) {
+    VEKComPtr<VEKITPSLight> light = Query<VEKITPSLight>(object);
+    const std::wstring name = L"object " + std::to_wstring(id);
+    (void)light->SetName(name.c_str());
+    (void)light->SetUuid((name + L" uuid").c_str());
+    (void)light->SetType(2);
+    (void)light->SetId(id);
+    (void)light->SetStatus(1);
+  }
+
+  VEKComPtr<VEKITPSLightTTRS> TTRS(int id) {
+    return Named(Bare(&VEKTPSLightContainer::CreateTTRS), id);
+  }
+  VEKComPtr<VEKITPSLightAnnotation> Annotation(int id) {
+    VEKComPtr<VEKITPSLightAnnotation> annotation = Named(BareAnnotation(), id);
+    (void)annotation->SetValue(0.5);
+    (void)annotation->SetReference(0);
+    (void)annotation->SetAttribute(L"");
+    return annotation;
+  }
+  VEKComPtr<VEKITPSLightAnnotation> BareAnnotation() {
+    return Bare(&VEKTPSLightContainer::CreateAnnotation);
+  }
+  VEKComPtr<VEKITPSLightView> View(int id) {
+    return Named(Bare(&VEKTPSLightContainer::CreateView), id);
+  }
+  VEKComPtr<VEKITPSLightRefFrame> RefFrame(int id) {
+    VEKComPtr<VEKITPSLightRefFrame> frame = Named(Bare(&VEKTPSLightContainer::CreateRefFrame), id);
+    (void)frame->SetAttribute(L"A|B");
+    return frame;
+  }
+  VEKComPtr<VEKITPSLightCG> CG(int id) {
+    VEKComPtr<VEKITPSLightCG> geometry = Named(Bare(&VEKTPSLightContainer::CreateCG), id);
+    (void)geometry->SetAttribute(L"axis");
+    return geometry;
+  }
+  VEKComPtr<VEKITPSLightCapture> Capture(int id) {
+    VEKComPtr<VEKITPSLightCapture> capture = Named(Bare(&VEKTPSLightContainer::CreateCapture), id);
+    (void)capture->SetClippingPlane(0);
+    return capture;
+  }
+
+  // Links `view` and `annotation` both ways, as a load does.
+  static void Show(VEKITPSLightView* view, VEKITPSLightAnnotation* annotation) {
+    (void)view->AddTPS(annotation);
+    (void)Query<VEKITPSLightModel>(annotation)->SetView(view);
+  }
+  static void Group(VEKITPSLightAnnotation* annotation,
+                    const std::vector<VEKBaseUnknown*>& members) {
+    auto* group = new VEKLightObjectList();
+    for (VEKBaseUnknown* member : members) (void)group->Append(member);
+    EXPECT_EQ(Query<VEKITPSLightModel>(annotation)->SetOrderGroup(group), S_OK);
+  }
+  static VEKRawCollint* Ints(const std::vector<int>& values) {
+    auto* list = new VEKRawCollint(0);
+    for (const int value : values) (void)list->Append(value);
+    return list;
+  }
+
+ private:
+  // A new object of the family `create` makes, with nothing set.
+  template <class Interface>
+  VEKComPtr<Interface> Bare(HRESULT (VEKTPSLightContainer::*create)(Interface**,
+                                                                    VEKITPSLightSet*)) {
+    VEKComPtr<Interface> made;
+    EXPECT_EQ((container_.Get()->*create)(made.ReleaseAndGetAddressOf(), set_.Get()), S_OK);
+    return made;
+  }
+  template <class Interface>
+  static VEKComPtr<Interface> Named(VEKComPtr<Interface> object, int id) {
+    Name(object.Get(), id);
+    return object;
+  }
+
+  VEKComPtr<VEKTPSLightContainer> container_;
+  VEKComPtr<VEKITPSLightSet> set_;
+};
+
+// Every family with every value and every link.
+void BuildFull(HostModel& model) {
+  VEKComPtr<VEKITPSLightTTRS> ttrs = model.TTRS(1);
+  (void)ttrs->AddGeometry(HostModel::Ints({4, 7}));
+  (void)ttrs->AddGeometry(HostModel::Ints({}));
+  (void)Query<VEKITPSLight>(ttrs.Get())->SetRep(ReadRep());
+  VEKComPtr<VEKITPSLightAnnotation> first = model.Annotation(10);
+  VEKComPtr<VEKITPSLightAnnotation> second = model.Annotation(11);
+  (void)first->SetDefault(1);
+  (void)first->SetReference(30);
+  (void)first->SetAttribute(L"POS|0.1|M");
+  (void)first->AddTTRS(1);
+  (void)first->AddTTRS(-1);
+  (void)first->SetRep(ReadRep());
+  HostModel::Group(first.Get(), {second.Get(), first.Get(), second.Get()});
+  VEKComPtr<VEKITPSLightView> view = model.View(20);
+  HostModel::Show(view.Get(), first.Get());
+  HostModel::Show(view.Get(), second.Get());
+  HostModel::Show(view.Get(), first.Get());
+  (void)view->SetOrigin(1, 2, 3);
+  (void)view->SetNormal(0, 0, 1);
+  (void)view->SetDirection(1, 0, 0);
+  VEKComPtr<VEKITPSLightView> other = model.View(21);
+  (void)other->SetNormal(0, 1, 0);
+  VEKComPtr<VEKITPSLightRefFrame> frame = model.RefFrame(30);
+  (void)frame->AddDatum(first.Get());
+  (void)frame->AddDatum(second.Get());
+  (void)frame->AddTTRS(1);
+  VEKComPtr<VEKITPSLightCG> geometry = model.CG(40);
+  (void)geometry->AddTTRS(1);
+  (void)geometry->AddTRep(7);
+  VEKComPtr<VEKITPSLightCapture> capture = model.Capture(50);
+  (void)capture->SetActiveView(view.Get());
+  (void)view->AddCapture(capture.Get());
+  (void)capture->SetClippingPlane(2);
+  (void)capture->AddTPS(second.Get());
+  (void)capture->AddView(other.Get());
+  (void)capture->AddView(view.Get());
+  (void)capture->AddCG(geometry.Get());
+  (void)capture->SetCameraType(1);
+  (void)capture->SetCameraPosition(0, 0, 100);
+  (void)capture->SetCameraDirection(0, 0, -1);
+  (void)capture->SetCameraZenith(0, 1, 0);
+  (void)capture->SetCameraTarget(0, 0, 0);
+  (void)capture->SetRep(ReadRep());
+  VEKComPtr<VEKITPSLightCapture> bare = model.Capture(51);
+  (void)bare->SetCameraType(3);
+}
+
+TEST(WriterValuesTest, AModelAHostBuiltComesBackWholeWithEveryLink) {
+  HostModel model;
+  BuildFull(model);
+  for (const VEKTPSLightForm form :
+       {VEKTPSLightForm::Plain, VEKTPSLightForm::Base64, VEKTPSLightForm::Zlib}) {
+    VEKTPSLightWriteOptions options;
+    options.form = form;
+    options.indent = form != VEKTPSLightForm::Base64;
+    const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload(model.AsSets(), options);
+    EXPECT_EQ(trip.difference, "") << VEKTPSLightFormName(form);
+    EXPECT_TRUE(trip.written.warnings.empty()) << trip.written.warnings[0].message;
+  }
+}
+
+TEST(WriterValuesTest, SeveralSetsFollowOneAnother) {
+  HostModel first;
+  BuildFull(first);
+  HostModel second;
+  (void)second.Annotation(10)->SetValue(2.5);
+  // The same set twice is written twice.
+  const Sets sets = {VEKComPtr<VEKITPSLightSet>(first.Set()),
+                     VEKComPtr<VEKITPSLightSet>(second.Set()),
+                     VEKComPtr<VEKITPSLightSet>(first.Set())};
+  const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload(sets);
+  EXPECT_EQ(trip.difference, "");
+  EXPECT_TRUE(trip.written.warnings.empty());
+}
+
+TEST(WriterValuesTest, TextComesBackExact) {
+  const std::wstring texts[] = {L"",
+                                L" ",
+                                L"   ",
+                                L" leading",
+                                L"trailing ",
+                                L"two  blanks",
+                                L"<tag attr=\"v\">&amp;</tag> 'quoted'",
+                                L"]]>",
+                                L"&#10;",
+                                L"\t",
+                                L"\n",
+                                L"\r",
+                                L"\r\n",
+                                L"a\tb\nc\rd\r\ne",
+                                L"\u00e9\u20ac\u2300 42 \u00b1 0,05 \U0001D11E",
+                                L"\u007f\u0085\ufffd\ufeff",
+                                L";12;14;"};
+  HostModel model;
+  int id = 100;
+  for (const std::wstring& text : texts) {
+    VEKComPtr<VEKITPSLightAnnotation> annotation = model.Annotation(++id);
+    VEKComPtr<VEKITPSLight> light = Query<VEKITPSLight>(annotation.Get());
+    (void)light->SetName(text.c_str());
+    (void)light->SetUuid((L"x" + text).c_str());
+    (void)annotation->SetAttribute((text + L"x").c_str());
+    (void)model.RefFrame(++id)->SetAttribute(text.c_str());
+    (void)model.CG(++id)->SetAttribute(text.c_str());
+  }
+  (void)model.Set()->SetStandard(texts[6].c_str());
+  const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload(model.AsSets());
+  EXPECT_EQ(trip.difference, "");
+  EXPECT_TRUE(trip.written.warnings.empty());
+}
+
+// The JSON export writes infinities and NaN as null: those are compared on the model itself.
+TEST(WriterValuesTest, NumbersComeBackExactAtTheEdgesOfTheirTypes) {
+  const double doubles[] = {0.0,
+                            -0.0,
+                            std::numeric_limits<double>::denorm_min(),
+                            -2.225073858507201e-308,
+                            DBL_MIN,
+                            1e308,
+                            DBL_MAX,
+                            -DBL_MAX,
+                            0.1,
+                            1.0 / 3,
+                            -123456789.12345679,
+                            std::numeric_limits<double>::infinity(),
+                            -std::numeric_limits<double>::infinity(),
+                            std::numeric_limits<double>::quiet_NaN()};
+  const int ints[] = {INT_MIN, INT_MIN + 1, -1, 1, INT_MAX - 1, INT_MAX};
+  HostModel model;
+  for (const double value : doubles) {
+    VEKComPtr<VEKITPSLightAnnotation> annotation = model.Annotation(0);
+    (void)annotation->SetValue(value);
+  }
+  for (std::size_t k = 0; k < std::size(ints); ++k) {
+    VEKComPtr<VEKITPSLightView> view = model.View(ints[k]);
+    const double x = doubles[k];
+    (void)view->SetOrigin(x, -x, doubles[k + 6]);
+    VEKComPtr<VEKITPSLightCapture> capture = model.Capture(ints[k]);
+    (void)capture->SetActiveView(view.Get());
+    (void)view->AddCapture(capture.Get());
+    (void)capture->SetClippingPlane(ints[k]);
+    (void)capture->SetCameraType(ints[std::size(ints) - 1 - k]);
+    (void)capture->AddView(view.Get());
+    (void)capture->SetCameraTarget(doubles[k + 8], 0, -0.0);
+    VEKComPtr<VEKITPSLightAnnotation> annotation = model.Annotation(ints[k]);
+    (void)annotation->SetReference(ints[k]);
+    (void)annotation->AddTTRS(ints[k]);
+    VEKComPtr<VEKITPSLight> light = Query<VEKITPSLight>(annotation.Get());
+    (void)light->SetType(static_cast<unsigned short>(k % 2 ? 65535 : 0));
+    (void)light->SetStatus(static_cast<unsigned short>(k % 2 ? 0 : 65535));
+  }
+  const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload(model.AsSets());
+  EXPECT_EQ(trip.difference, "");
+  EXPECT_TRUE(trip.written.warnings.empty());
+
+  const VEKTPSLightDocument reloaded =
+      VEKLoadDocument(trip.written.bytes.data(), trip.written.bytes.size());
+  ASSERT_TRUE(reloaded.Loaded());
+  VEKLightObjectList* annotations = reloaded.Sets()[0]->GetAnnotations();
+  for (std::size_t k = 0; k < std::size(doubles); ++k) {
+    const std::optional<double> value =
+        Query<VEKITPSLightAnnotation>(annotations->Get(static_cast<int>(k)))->GetValue();
+    ASSERT_TRUE(value);
+    if (std::isnan(doubles[k])) {
+      EXPECT_TRUE(std::isnan(*value));
+    } else {
+      EXPECT_EQ(std::memcmp(&*value, &doubles[k], sizeof(double)), 0) << doubles[k];
+    }
+  }
+}
+
+using Expected = std::tuple<VEKTPSLightWriteIssue, int, int, std::string>;
+
+std::vector<Expected> Summary(const std::vector<VEKTPSLightWriteWarning>& warnings) {
+  std::vector<Expected> summary;
+  for (const VEKTPSLightWriteWarning& warning : warnings)
+    summary.emplace_back(warning.issue, warning.objectKind, warning.position, warning.field);
+  return summary;
+}
+
+constexpr int kSet = 0;
+constexpr int kTTRS = VEKTPSLightKindTTRS;
+constexpr int kAnnotation = VEKTPSLightKindAnnotation;
+constexpr int kView = VEKTPSLightKindView;
+constexpr int kFrame = VEKTPSLightKindRefFrame;
+constexpr int kCG = VEKTPSLightKindCG;
+constexpr int kCapture = VEKTPSLightKindCapture;
+using Issue = VEKTPSLightWriteIssue;
+
+TEST(WriterValuesTest, EveryValueLeftUnsetIsNamed) {
+  VEKComPtr<VEKTPSLightContainer> container;
+  container.Attach(new VEKTPSLightContainer());
+  VEKComPtr<VEKITPSLightSet> set;
+  ASSERT_EQ(container->CreateLightSet(set.ReleaseAndGetAddressOf(), nullptr), S_OK);
+  VEKComPtr<VEKITPSLightTTRS> ttrs;
+  VEKComPtr<VEKITPSLightAnnotation> annotation;
+  VEKComPtr<VEKITPSLightView> view;
+  VEKComPtr<VEKITPSLightRefFrame> frame;
+  VEKComPtr<VEKITPSLightCG> geometry;
+  VEKComPtr<VEKITPSLightCapture> capture;
+  ASSERT_EQ(container->CreateTTRS(ttrs.ReleaseAndGetAddressOf(), set.Get()), S_OK);
+  ASSERT_EQ(container->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set.Get()), S_OK);
+  ASSERT_EQ(container->CreateView(view.ReleaseAndGetAddressOf(), set.Get()), S_OK);
+  ASSERT_EQ(container->CreateRefFrame(frame.ReleaseAndGetAddressOf(), set.Get()), S_OK);
+  ASSERT_EQ(container->CreateCG(geometry.ReleaseAndGetAddressOf(), set.Get()), S_OK);
+  ASSERT_EQ(container->CreateCapture(capture.ReleaseAndGetAddressOf(), set.Get()), S_OK);
+  const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload({set});
+  EXPECT_EQ(trip.difference, "");
+
+  std::vector<Expected> expected;
+  for (const char* field : {"standard", "name", "uuid", "type", "status"})
+    expected.emplace_back(Issue::Unset, kSet, -1, field);
+  const std::pair<int, std::vector<const char*>> objects[] = {
+      {kTTRS, {}},          {kAnnotation, {"value", "reference", "attribute"}},
+      {kView, {}},          {kFrame, {"attribute"}},
+      {kCG, {"attribute"}}, {kCapture, {"clippingPlane"}}};
+  for (const auto& [kind, own] : objects) {
+    // An object's own attributes come first in its element, then its common values.
+    for (const char* field : own) expected.emplace_back(Issue::Unset, kind, 0, field);
+    for (const char* field : {"name", "uuid", "type", "id", "status"})
+      expected.emplace_back(Issue::Unset, kind, 0, field);
+  }
+  EXPECT_EQ(Summary(trip.written.warnings), expected);
+}
+
+struct WarningCase {
+  const char* name;
+  std::function<void(HostModel&)> build;
+  std::vector<Expected> expected;
+};
+
+TEST(WriterValuesTest, EachThingTheDocumentCannotKeepIsNamedOnce) {
+  const std::vector<WarningCase> cases = {
+      {"unset value",
+       [](HostModel& m) { (void)m.BareAnnotation(); },
+       {{Issue::Unset, kAnnotation, 0, "value"},
+        {Issue::Unset, kAnnotation, 0, "reference"},
+        {Issue::Unset, kAnnotation, 0, "attribute"},
+        {Issue::Unset, kAnnotation, 0, "name"},
+        {Issue::Unset, kAnnotation, 0, "uuid"},
+        {Issue::Unset, kAnnotation, 0, "type"},
+        {Issue::Unset, kAnnotation, 0, "id"},
+        {Issue::Unset, kAnnotation, 0, "status"}}},
+      {"camera vectors without a type",
+       [](HostModel& m) { (void)m.Capture(1)->SetCameraPosition(1, 2, 3); },
+       {{Issue::Unset, kCapture, 0, "camera.type"}}},
+      {"the set's id",
+       [](HostModel& m) { (void)Query<VEKITPSLight>(m.Set())->SetId(3); },
+       {{Issue::NotKept, kSet, -1, "id"}}},
+      {"the set's representation",
+       [](HostModel& m) { (void)Query<VEKITPSLight>(m.Set())->SetRep(ReadRep()); },
+       {{Issue::NotKept, kSet, -1, "rep"}}},
+      {"0 among TTRS numbers",
+       [](HostModel& m) { (void)m.Annotation(1)->AddTTRS(0); },
+       {{Issue::ZeroInList, kAnnotation, 0, "ttrs"}}},
+      {"0 in a geometry list",
+       [](HostModel& m) {
+         (void)m.TTRS(1)->AddGeometry(HostModel::Ints({0, 3, 0}));
+       },
+       {{Issue::ZeroInList, kTTRS, 0, "geometry"}}},
+      {"0 among representation numbers",
+       [](HostModel& m) { (void)m.CG(1)->AddTRep(0); },
+       {{Issue::ZeroInList, kCG, 0, "treps"}}},
+      {"a null geometry list",
+       [](HostModel& m) { (void)m.TTRS(1)->AddGeometry(nullptr); },
+       {{Issue::NullGeometry, kTTRS, 0, "geometry"}}},
+      {"an empty order group",
+       [](HostModel& m) { HostModel::Group(m.Annotation(1).Get(), {}); },
+       {{Issue::EmptyOrderGroup, kAnnotation, 0, "orderGroup"}}},
+      {"a datum without an id",
+       [](HostModel& m) {
+         VEKComPtr<VEKITPSLightAnnotation> datum = m.Annotation(1);
+         VEKComPtr<VEKITPSLightAnnotation> unnamed = m.BareAnnotation();
+         (void)unnamed->SetValue(0);
+         (void)unnamed->SetReference(0);
+         (void)unnamed->SetAttribute(L"");
+         VEKComPtr<VEKITPSLightRefFrame> frame = m.RefFrame(2);
+         (void)frame->AddDatum(datum.Get());
+         (void)frame->AddDatum(unnamed.Get());
+       },
+       {{Issue::Unset, kAnnotation, 1, "name"},
+        {Issue::Unset, kAnnotation, 1, "uuid"},
+        {Issue::Unset, kAnnotation, 1, "type"},
+        {Issue::Unset, kAnnotation, 1, "id"},
+        {Issue::Unset, kAnnotation, 1, "status"},
+        {Issue::LinkLeftOut, kFrame, 0, "datums"}}},
+      {"an annotation with id 0 in a capture",
+       [](HostModel& m) { (void)m.Capture(1)->AddTPS(m.Annotation(0).Get()); },
+       {{Issue::LinkLeftOut, kCapture, 0, "annotations"}}},
+      {"an order group member with id -4",
+       [](HostModel& m) {
+         VEKComPtr<VEKITPSLightAnnotation> grouped = m.Annotation(1);
+         HostModel::Group(grouped.Get(), {m.Annotation(-4).Get()});
+       },
+       {{Issue::LinkLeftOut, kAnnotation, 0, "orderGroup"}}},
+      {"an annotation among a capture's views",
+       [](HostModel& m) { (void)m.Capture(2)->AddView(m.Annotation(1).Get()); },
+       {{Issue::LinkLeftOut, kCapture, 0, "views"}}},
+      {"a view as the active view of a capture, but the view's id is shared",
+       [](HostModel& m) {
+         (void)m.View(1);
+         VEKComPtr<VEKITPSLightView> second = m.View(1);
+         VEKComPtr<VEKITPSLightCapture> capture = m.Capture(2);
+         (void)capture->SetActiveView(second.Get());
+         (void)second->AddCapture(capture.Get());
+       },
+       {{Issue::LinksDiffer, kView, 1, "captures"},
+        {Issue::LinkLeftOut, kCapture, 0, "activeView"}}},
+      {"an annotation whose id an earlier annotation has",
+       [](HostModel& m) {
+         (void)m.Annotation(1);
+         VEKComPtr<VEKITPSLightAnnotation> second = m.Annotation(1);
+         HostModel::Show(m.View(2).Get(), second.Get());
+       },
+       {{Issue::LinksDiffer, kAnnotation, 1, "views"},
+        {Issue::LinkLeftOut, kView, 0, "annotations"}}},
+      {"an annotation told of a view that does not list it",
+       [](HostModel& m) {
+         VEKComPtr<VEKITPSLightAnnotation> annotation = m.Annotation(1);
+         (void)Query<VEKITPSLightModel>(annotation.Get())->SetView(m.View(2).Get());
+       },
+       {{Issue::LinksDiffer, kAnnotation, 0, "views"}}},
+      {"a view told of a capture whose active view it is not",
+       [](HostModel& m) { (void)m.View(1)->AddCapture(m.Capture(2).Get()); },
+       {{Issue::LinksDiffer, kView, 0, "captures"}}},
+      {"a control character in a name",
+       [](HostModel& m) { (void)Query<VEKITPSLight>(m.TTRS(1).Get())->SetName(L"a\x01z"); },
+       {{Issue::TextReplaced, kTTRS, 0, "name"}}},
+      {"bytes after a graphic's GLB",
+       [](HostModel& m) { (void)m.Annotation(1)->SetRep(ReadRep(8)); },
+       {{Issue::GraphicTrimmed, kAnnotation, 0, "graphic"}}},
+  };
+  for (const WarningCase& test : cases) {
+    HostModel model;
+    test.build(model);
+    const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload(model.AsSets());
+    EXPECT_EQ(trip.difference, "") << test.name;
+    EXPECT_EQ(Summary(trip.written.warnings), test.expected) << test.name;
+    for (const VEKTPSLightWriteWarning& warning : trip.written.warnings) {
+      EXPECT_EQ(warning.set, 0);
+      EXPECT_FALSE(warning.message.empty());
+    }
+  }
+}
+
+// Objects of one recording container may be linked across its sets, which no document can say.
+TEST(WriterValuesTest, ALinkToAnObjectOfAnotherSetIsLeftOut) {
+  vek_test::RecordingContainer container;
+  VEKComPtr<VEKITPSLightSet> first;
+  VEKComPtr<VEKITPSLightSet> second;
+  ASSERT_EQ(container.CreateLightSet(first.ReleaseAndGetAddressOf(), nullptr), S_OK);
+  ASSERT_EQ(container.CreateLightSet(second.ReleaseAndGetAddressOf(), nullptr), S_OK);
+  VEKComPtr<VEKITPSLightAnnotation> datum;
+  VEKComPtr<VEKITPSLightRefFrame> frame;
+  ASSERT_EQ(container.CreateAnnotation(datum.ReleaseAndGetAddressOf(), second.Get()), S_OK);
+  ASSERT_EQ(container.CreateRefFrame(frame.ReleaseAndGetAddressOf(), first.Get()), S_OK);
+  (void)Query<VEKITPSLight>(datum.Get())->SetId(4);
+  ASSERT_EQ(frame->AddDatum(datum.Get()), S_OK);
+  const VEKTPSLightWriteResult written = VEKWriteSets({first, second});
+  ASSERT_EQ(written.result, S_OK);
+  std::vector<VEKTPSLightWriteWarning> links;
+  for (const VEKTPSLightWriteWarning& warning : written.warnings) {
+    if (warning.issue == Issue::LinkLeftOut) links.push_back(warning);
+  }
+  ASSERT_EQ(links.size(), 1u);
+  EXPECT_EQ(links[0].set, 0);
+  EXPECT_EQ(links[0].objectKind, kFrame);
+  EXPECT_EQ(links[0].field, "datums");
+  EXPECT_NE(links[0].message.find("same set"), std::string::npos) << links[0].message;
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+TEST(WriterValuesTest, FilesAreReplacedOnlyWhole) {
+  const vek_test::ScratchDirectory scratch;
+  ASSERT_TRUE(scratch.Entered());
+  HostModel model;
+  BuildFull(model);
+  std::ofstream("out.xml") << "old";
+  for (const VEKTPSLightForm form :
+       {VEKTPSLightForm::Plain, VEKTPSLightForm::Base64, VEKTPSLightForm::Zlib}) {
+    VEKTPSLightWriteOptions options;
+    options.form = form;
+    const VEKTPSLightWriteResult file = VEKWriteSetsFile("out.xml", model.AsSets(), options);
+    ASSERT_EQ(file.result, S_OK) << file.error;
+    EXPECT_TRUE(file.bytes.empty());
+    EXPECT_EQ(ReadFile("out.xml"), VEKWriteSets(model.AsSets(), options).bytes);
+  }
+  // A directory in the way: the rename fails, and nothing is left behind.
+  std::filesystem::create_directory("taken");
+  const VEKTPSLightWriteResult refused = VEKWriteSetsFile("taken", model.AsSets());
+  EXPECT_EQ(refused.result, E_FAIL);
+  EXPECT_NE(refused.error.find("taken"), std::string::npos) << refused.error;
+  const VEKTPSLightWriteResult nowhere = VEKWriteSetsFile("absent/out.xml", model.AsSets());
+  EXPECT_EQ(nowhere.result, E_FAIL);
+  std::vector<std::string> left;
+  for (const auto& entry : std::filesystem::directory_iterator("."))
+    left.push_back(entry.path().filename().string());
+  std::sort(left.begin(), left.end());
+  EXPECT_EQ(left, (std::vector<std::string>{"out.xml", "taken"}));
+}
+
+TEST(WriterValuesTest, RequestsThatCannotBeWrittenAreRefused) {
+  HostModel model;
+  VEKTPSLightWriteOptions detect;
+  detect.form = VEKTPSLightForm::Detect;
+  VEKTPSLightWriteOptions level;
+  level.compressionLevel = 13;
+  const VEKTPSLightWriteResult refused[] = {
+      VEKWriteSets({}),
+      VEKWriteSets({VEKComPtr<VEKITPSLightSet>(model.Set()), VEKComPtr<VEKITPSLightSet>()}),
+      VEKWriteSets(model.AsSets(), detect),
+      VEKWriteSets(model.AsSets(), level),
+      VEKWriteSetsFile(nullptr, model.AsSets()),
+      VEKWriteSetsFile("", model.AsSets()),
+      VEKWriteDocument(VEKTPSLightDocument())};
+  for (const VEKTPSLightWriteResult& result : refused) {
+    EXPECT_EQ(result.result, E_INVALIDARG) << result.error;
+    EXPECT_FALSE(result.error.empty());
+    EXPECT_TRUE(result.bytes.empty());
+  }
+}
+
+}  // namespace
