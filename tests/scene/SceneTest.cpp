@@ -19,6 +19,7 @@
 #include <nlohmann/json.hpp>
 
 #include "GlbBuilder.h"
+#include "ModelQueries.h"
 #include "VEKDocumentGenerator.h"
 #include "VEKTPSLightDocument.h"
 #include "VEKTPSLightScene.h"
@@ -28,12 +29,7 @@ namespace {
 using Json = nlohmann::json;
 using Sets = std::vector<VEKComPtr<VEKITPSLightSet>>;
 
-template <class U>
-VEKComPtr<U> Query(VEKBaseUnknown* object) {
-  VEKComPtr<U> face;
-  if (object) (void)object->QueryInterface(U::kIID, face.ReleaseAndGetVoidAddressOf());
-  return face;
-}
+using vek_test::Query;
 
 Json JsonOf(const std::vector<char>& glb) {
   std::uint32_t length = 0;
