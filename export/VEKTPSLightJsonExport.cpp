@@ -7,39 +7,14 @@
 
 #include "VEKComPtr.h"
 #include "VEKTPSLightJsonModel.h"
+#include "VEKTPSLightJsonValues.h"
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
-template <class T>
-Json Optional(const std::optional<T>& value) {
-  return value ? Json(*value) : Json(nullptr);
-}
-
-Json Optional(const std::optional<VEKUnicodeString>& value) {
-  return value ? Json(value->ConvertToChar()) : Json(nullptr);
-}
-
-Json Optional(const std::optional<VEKVector3>& value) {
-  return value ? Json::array({value->x, value->y, value->z}) : Json(nullptr);
-}
-
-// A linked object is written as its id; null when it has none.
-Json IdOf(VEKBaseUnknown* object) {
-  VEKComPtr<VEKITPSLight> light;
-  if (!object ||
-      VEKFailed(object->QueryInterface(VEKITPSLight::kIID, light.ReleaseAndGetVoidAddressOf())))
-    return nullptr;
-  return Optional(light->GetId());
-}
-
-Json Ids(const VEKLightObjectList& list) {
-  Json ids = Json::array();
-  for (int position = 0; position < list.Count(); ++position)
-    ids.push_back(IdOf(list.Get(position)));
-  return ids;
-}
+using vek_json::IdOf;
+using vek_json::Ids;
+using vek_json::Json;
+using vek_json::Optional;
 
 Json Rep(const VEKRep* rep) {
   if (!rep) return nullptr;

@@ -15,10 +15,12 @@
 #include "VEKToolInput.h"
 #include "VEKToolOutput.h"
 #include "VEKToolReport.h"
+#include "VEKToolScene.h"
 
 namespace {
 
-const std::vector<std::string> kCommands = {"summary", "json", "check", "csv", "convert"};
+const std::vector<std::string> kCommands = {"summary", "json", "check", "csv",
+                                            "convert", "gltf", "view"};
 
 struct Options {
   std::vector<std::string> files;
@@ -181,6 +183,14 @@ int Csv(const Options& options) {
   return status;
 }
 
+int Scene(const Options& options, VEKToolSceneForm form) {
+  const std::string& file = options.files.front();
+  int status = 0;
+  VEKTPSLightDocument document;
+  if (!Load(file, options, document, status)) return status;
+  return VEKToolWriteScene(file, document, form, options.output);
+}
+
 // ---- command line ----
 
 // The load options from the flags; false (reported) when they do not fit together.
@@ -314,6 +324,24 @@ int Run(int argc, char** argv) {
 
   VEKToolConvertOptions convertOptions;
   CLI::App* convert = VEKToolAddConvert(app, convertOptions);
+  CLI::App* gltf = app.add_subcommand(
+      "gltf",
+      "The scene of a document as binary glTF: a node per set, family and object with its "
+      "graphics, a camera per capture, the model's values in extras");
+  CLI::App* view = app.add_subcommand(
+      "view",
+      "One HTML page that shows the scene of a document in a browser, offline: the sets, "
+      "captures, views and annotations by name, each capture's camera and annotations");
+  for (CLI::App* scene : {gltf, view}) {
+    scene->add_option("FILE", options.files, "Document to load")
+        ->required()
+        ->expected(1)
+        ->type_name("");
+    scene->add_option("-o,--output", options.output, "Write to OUT (- for standard output)")
+        ->required()
+        ->type_name("OUT");
+    AddInputOptions(*scene, options);
+  }
 
   if (!KnownCommand(argc, argv)) return 2;
   try {
@@ -326,6 +354,8 @@ int Run(int argc, char** argv) {
   if (summary->parsed()) return Summary(options);
   if (json->parsed()) return Json(options);
   if (csv->parsed()) return Csv(options);
+  if (gltf->parsed()) return Scene(options, VEKToolSceneForm::Glb);
+  if (view->parsed()) return Scene(options, VEKToolSceneForm::Page);
   return Check(options);
 }
 

@@ -11,6 +11,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "ModelQueries.h"
 #include "VEKComPtr.h"
 #include "VEKTPSLightModel.h"
 
@@ -66,22 +67,9 @@ inline std::vector<StraySet> StraySets(unsigned char (&stackBytes)[64]) {
           {"stack bytes", reinterpret_cast<VEKITPSLightSet*>(stackBytes)}};
 }
 
-// Interface U of `object`, or an empty holder when it does not answer it.
-template <class U>
-VEKComPtr<U> Query(VEKBaseUnknown* object) {
-  VEKComPtr<U> face;
-  if (object) (void)object->QueryInterface(U::kIID, face.ReleaseAndGetVoidAddressOf());
-  return face;
-}
-
-// The identity face of `object`, without a reference (the model keeps it alive).
-inline VEKBaseUnknown* Identity(VEKBaseUnknown* object) {
-  return Query<VEKBaseUnknown>(object).Get();
-}
-
-inline std::string Utf8(const std::optional<VEKUnicodeString>& text) {
-  return text ? std::string(text->ConvertToChar()) : std::string("<unset>");
-}
+using vek_test::Identity;
+using vek_test::Query;
+using vek_test::Utf8;
 
 // A component of no model: counts its references and answers only VEKBaseUnknown.
 class ForeignObject : public VEKBaseUnknown {

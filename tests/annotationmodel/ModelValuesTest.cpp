@@ -114,8 +114,10 @@ INSTANTIATE_TEST_SUITE_P(Kinds, EveryKind,
 
 TEST(ModelValues, FamilyValuesStartUnset) {
   auto container = MakeContainer();
-  auto set = MakeSet(container.Get());
-  EXPECT_EQ(set->GetFather(), nullptr);
+  vek_model_test::ForeignObject father;
+  auto set = MakeSet(container.Get(), &father);
+  EXPECT_EQ(set->GetFather(), &father);
+  EXPECT_EQ(father.references, 1u) << "the father is kept, never referenced";
   (void)Create<VEKITPSLightAnnotation>(container.Get(), set.Get());
   (void)Create<VEKITPSLightView>(container.Get(), set.Get());
   auto ttrs = Create<VEKITPSLightTTRS>(container.Get(), set.Get());

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "GlbBuilder.h"
+#include "ModelQueries.h"
 #include "VEKComPtr.h"
 #include "VEKTPSLightJsonExport.h"
 #include "VEKTPSLightModel.h"
@@ -18,14 +19,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-template <class U>
-VEKComPtr<U> Query(VEKBaseUnknown* object) {
-  VEKComPtr<U> face;
-  if (object) (void)object->QueryInterface(U::kIID, face.ReleaseAndGetVoidAddressOf());
-  return face;
-}
-
-VEKBaseUnknown* Identity(VEKBaseUnknown* object) { return Query<VEKBaseUnknown>(object).Get(); }
+using vek_test::Identity;
+using vek_test::Query;
 
 // A representation of `triangles`, `lines` and `points` one-primitive meshes under one root node.
 VEKRep* MakeRep(int triangles, int lines, int points, std::size_t* blobSize = nullptr) {
@@ -156,7 +151,8 @@ TEST_F(JsonExport, EveryMemberOfEveryFamilyInOrder) {
 
   VEKComPtr<VEKBaseUnknown> found;
   auto broker = Query<VEKITPSIdBroker>(set_.Get());
-  EXPECT_EQ(E_FAIL, broker->GetObjectFromId(9, VEKTPSLightKindView, found.ReleaseAndGetAddressOf()));
+  EXPECT_EQ(E_FAIL,
+            broker->GetObjectFromId(9, VEKTPSLightKindView, found.ReleaseAndGetAddressOf()));
   EXPECT_EQ(E_FAIL, broker->GetObjectFromId(3, VEKTPSLightKindCG, found.ReleaseAndGetAddressOf()));
 
   const std::string bytes = std::to_string(commonBytes);

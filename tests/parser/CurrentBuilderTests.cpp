@@ -28,25 +28,46 @@ class CurrentBuilders : public vek_test::RecordedTest {
 
 }  // namespace
 
-TEST_F(CurrentBuilders, NullContainerOrSetCreatesNothing) {
+// The builders of both schemas: without a container, a set or a list for the order groups they
+// touch nothing; without its family root a walker builds nothing and succeeds.
+TEST_F(CurrentBuilders, BuildersOfBothSchemasNeedTheirArguments) {
+  using Util = VEKTPSLightParserUtil;
+  using Builder =
+      HRESULT (Util::*)(VEKTPSLightContainer*, VEKITPSLightSet*, VEKLightXmlElementItf&);
+  const Builder builders[] = {&Util::GenerateNewTTRS,
+                              &Util::BuildNewTTRS,
+                              &Util::GenerateNewAnnotations,
+                              &Util::GenerateNewViews,
+                              &Util::BuildNewView,
+                              &Util::GenerateNewRefFrame,
+                              &Util::BuildNewRefFrame,
+                              &Util::GenerateNewCG,
+                              &Util::BuildNewCG,
+                              &Util::GenerateNewCapture,
+                              &Util::BuildNewCapture,
+                              &Util::GenerateTTRS,
+                              &Util::BuildTTRS,
+                              &Util::GenerateAnnotations,
+                              &Util::GenerateViews,
+                              &Util::BuildView,
+                              &Util::GenerateRefFrame,
+                              &Util::BuildRefFrame,
+                              &Util::GenerateCG,
+                              &Util::BuildCG,
+                              &Util::GenerateCapture,
+                              &Util::BuildCapture};
   VEKLightXmlElement element = Xml("<R><TTRS/><TPS/><TPSView/><RefFrame/><TPSCG/><TPSCap/></R>");
-  VEKRawCollPV groups(0);
-  for (VEKITPSLightSet* set : {set_.Get(), static_cast<VEKITPSLightSet*>(nullptr)}) {
-    VEKTPSLightContainer* container = set ? nullptr : &container_;
-    EXPECT_EQ(util_.GenerateNewTTRS(container, set, element), E_FAIL);
-    EXPECT_EQ(util_.BuildNewTTRS(container, set, element), E_FAIL);
-    EXPECT_EQ(util_.GenerateNewAnnotations(container, set, element), E_FAIL);
-    EXPECT_EQ(util_.BuildNewAnnotation(container, set, element, &groups), E_FAIL);
-    EXPECT_EQ(util_.GenerateNewViews(container, set, element), E_FAIL);
-    EXPECT_EQ(util_.BuildNewView(container, set, element), E_FAIL);
-    EXPECT_EQ(util_.GenerateNewRefFrame(container, set, element), E_FAIL);
-    EXPECT_EQ(util_.BuildNewRefFrame(container, set, element), E_FAIL);
-    EXPECT_EQ(util_.GenerateNewCG(container, set, element), E_FAIL);
-    EXPECT_EQ(util_.BuildNewCG(container, set, element), E_FAIL);
-    EXPECT_EQ(util_.GenerateNewCapture(container, set, element), E_FAIL);
-    EXPECT_EQ(util_.BuildNewCapture(container, set, element), E_FAIL);
+  for (const Builder build : builders) {
+    EXPECT_EQ((util_.*build)(nullptr, set_.Get(), element), E_FAIL);
+    EXPECT_EQ((util_.*build)(&container_, nullptr, element), E_FAIL);
   }
-  EXPECT_EQ(util_.BuildNewAnnotation(&container_, set_.Get(), element, nullptr), E_FAIL);
+  VEKRawCollPV groups(0);
+  for (const auto build : {&Util::BuildNewAnnotation, &Util::BuildAnnotation}) {
+    EXPECT_EQ((util_.*build)(nullptr, set_.Get(), element, &groups), E_FAIL);
+    EXPECT_EQ((util_.*build)(&container_, nullptr, element, &groups), E_FAIL);
+    EXPECT_EQ((util_.*build)(&container_, set_.Get(), element, nullptr), E_FAIL);
+  }
+  EXPECT_EQ(util_.GenerateCapture(&container_, set_.Get(), element), S_OK);
   EXPECT_TRUE(ledger().Lines().empty()) << ledger().Text();
 }
 

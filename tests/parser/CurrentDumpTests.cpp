@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -43,9 +45,24 @@ std::vector<std::string> Entries(const fs::path& directory) {
   return names;
 }
 
+// While set, the random source gives the same bits every time, so that a temporary name of the
+// dump can be told in advance.
+std::atomic<bool> gFixedRandom{false};
+
+}  // namespace
+
+extern "C" [[gnu::visibility("default")]] ssize_t getrandom(void* buffer, std::size_t length,
+                                                            unsigned int flags) {
+  if (!gFixedRandom) return syscall(SYS_getrandom, buffer, length, flags);
+  std::memset(buffer, 0xAB, length);
+  return static_cast<ssize_t>(length);
+}
+
+namespace {
+
 class DumpFile : public ::testing::Test {
  protected:
-  vek_test::ScopedWorkingDirectory directory_;
+  vek_test::ScratchDirectory directory_;
 };
 
 TEST_F(DumpFile, PlantedLinksAreNeverFollowed) {
@@ -82,6 +99,17 @@ TEST_F(DumpFile, PlantedLinksAreNeverFollowed) {
               "Functional_Tolerancing_Annotation");
   }
   EXPECT_EQ(Entries(directory_.Path()).size(), static_cast<std::size_t>(planted - 2 + 3));
+}
+
+TEST_F(DumpFile, AFileAtTheTemporaryNameIsNeverReused) {
+  const std::string planted = std::string(DumpFileName()) + ".abababababababab.tmp";
+  std::ofstream(planted) << "another program's\n";
+  gFixedRandom = true;
+  const HRESULT result = Load(kDocument);
+  gFixedRandom = false;
+  EXPECT_EQ(result, S_OK);
+  EXPECT_EQ(ReadFileBytes(planted), "another program's\n");
+  EXPECT_FALSE(fs::exists(DumpFileName())) << "every name tried was taken";
 }
 
 TEST_F(DumpFile, AWriteErrorKeepsTheEarlierDump) {

@@ -56,7 +56,7 @@ std::vector<std::string> Attributes(VEKITPSLightSet& set) {
 
 class DocumentLoad : public ::testing::Test {
  protected:
-  vek_test::ScopedWorkingDirectory directory_;
+  vek_test::ScratchDirectory directory_;
 };
 
 TEST_F(DocumentLoad, BundledDocumentsInEveryForm) {

@@ -38,7 +38,8 @@ TEST(LegacyLoad, RefusesWhatIsNotALegacyDocument) {
       "<TolerancingData><AnnotationSets/><Annotations/></TolerancingData>",
   };
   for (const char* text : refused) {
-    EXPECT_EQ(E_FAIL, parser.GenerateLightModel(text, nullptr, set.ReleaseAndGetAddressOf())) << text;
+    EXPECT_EQ(E_FAIL, parser.GenerateLightModel(text, nullptr, set.ReleaseAndGetAddressOf()))
+        << text;
     EXPECT_FALSE(set) << text;
   }
 }
@@ -60,7 +61,8 @@ TEST(LegacyLoad, SetNeedsExactlyFiveValues) {
         "<TolerancingData>" + AnnotationSet(row.items) + kOneAnnotation + "</TolerancingData>";
     VEKTPSLightParserUtil parser;
     VEKComPtr<VEKITPSLightSet> set;
-    EXPECT_EQ(row.result, parser.GenerateLightModel(text.c_str(), nullptr, set.ReleaseAndGetAddressOf()));
+    EXPECT_EQ(row.result,
+              parser.GenerateLightModel(text.c_str(), nullptr, set.ReleaseAndGetAddressOf()));
     // A set is made before its values are counted, and stays.
     ASSERT_TRUE(set) << text;
     const std::string model = vek_test::ModelText(set.Get());

@@ -1,19 +1,19 @@
 // Helpers for the parser tests: inline documents parsed into elements, the base64 and compressed
-// forms of a document, reading model values back, and a scratch working directory.
+// forms of a document, and reading model values back.
 #pragma once
 
 #include <zlib.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "GlbBuilder.h"
+#include "ModelQueries.h"
 #include "RecordingModel.h"
+#include "ScratchDirectory.h"
 #include "VEKCodePage.h"
 #include "VEKComPtr.h"
 #include "VEKLightXml.h"
@@ -82,25 +82,6 @@ inline std::string Values(const std::vector<std::string>& items) {
   return xml;
 }
 
-// UTF-8 text of a string value; "<unset>" for a value that was never set.
-inline std::string Utf8(const VEKUnicodeString& text) { return text.ConvertToChar(); }
-inline std::string Utf8(const std::optional<VEKUnicodeString>& text) {
-  return text ? std::string(text->ConvertToChar()) : std::string("<unset>");
-}
-
-// Interface U of `object` (U::kIID), or an empty holder when it does not answer it.
-template <class U>
-VEKComPtr<U> Query(VEKBaseUnknown* object) {
-  VEKComPtr<U> out;
-  if (object) (void)object->QueryInterface(U::kIID, out.ReleaseAndGetVoidAddressOf());
-  return out;
-}
-
-// The VEKBaseUnknown identity of `object`, without keeping a reference (for comparing links).
-inline const VEKBaseUnknown* Identity(VEKBaseUnknown* object) {
-  return Query<VEKBaseUnknown>(object).Get();
-}
-
 // Identities of the objects of a model list, in order.
 inline std::vector<const VEKBaseUnknown*> Identities(const VEKLightObjectList& list) {
   std::vector<const VEKBaseUnknown*> out;
@@ -127,33 +108,6 @@ inline std::string ReadFileBytes(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
-
-// Makes a fresh empty directory the working directory for the holder's lifetime, then restores
-// the previous one and removes the directory with everything in it.
-class ScopedWorkingDirectory {
- public:
-  ScopedWorkingDirectory() {
-    previous_ = std::filesystem::current_path();
-    std::string pattern = (std::filesystem::temp_directory_path() / "vekparser-XXXXXX").string();
-    if (mkdtemp(pattern.data())) {
-      directory_ = pattern;
-      std::filesystem::current_path(directory_);
-    }
-  }
-  ~ScopedWorkingDirectory() {
-    std::error_code ignored;
-    std::filesystem::current_path(previous_, ignored);
-    if (!directory_.empty()) std::filesystem::remove_all(directory_, ignored);
-  }
-  ScopedWorkingDirectory(const ScopedWorkingDirectory&) = delete;
-  ScopedWorkingDirectory& operator=(const ScopedWorkingDirectory&) = delete;
-
-  const std::filesystem::path& Path() const { return directory_; }
-
- private:
-  std::filesystem::path previous_;
-  std::filesystem::path directory_;
-};
 
 // Name of the dump file written by every current-schema load, relative to the working directory.
 inline const char* DumpFileName() { return "E:\\TPSLoadXML.xml"; }

@@ -5,6 +5,7 @@
 #include <optional>
 #include <type_traits>
 
+#include "ModelQueries.h"
 #include "VEKComPtr.h"
 #include "VEKSceneGraph.h"
 #include "VEKUnicodeString.h"
@@ -684,15 +685,6 @@ class ModelWriter {
   }
 
  private:
-  template <class U>
-  static VEKComPtr<U> Face(VEKBaseUnknown* object) {
-    VEKComPtr<U> face;
-    if (object) (void)object->QueryInterface(U::kIID, face.ReleaseAndGetVoidAddressOf());
-    return face;
-  }
-  static const VEKBaseUnknown* IdentityOf(VEKBaseUnknown* object) {
-    return Face<VEKBaseUnknown>(object).Get();
-  }
   static std::string Value(const std::optional<VEKUnicodeString>& text) {
     return text ? std::string(text->ConvertToChar()) : "-";
   }
@@ -723,10 +715,10 @@ class ModelWriter {
   // The name of `object` in this set: "-" for null, "?" for an object of no family.
   std::string Name(VEKBaseUnknown* object) const {
     if (!object) return "-";
-    const VEKBaseUnknown* identity = IdentityOf(object);
+    const VEKBaseUnknown* identity = Identity(object);
     for (const auto& [letter, list] : families_) {
       for (int position = 0; position < list->Count(); ++position) {
-        if (IdentityOf(list->Get(position)) == identity) {
+        if (Identity(list->Get(position)) == identity) {
           return std::string(1, letter) + std::to_string(position + 1);
         }
       }
@@ -742,7 +734,7 @@ class ModelWriter {
     return text + "]";
   }
   static std::string Common(VEKBaseUnknown* object) {
-    VEKComPtr<VEKITPSLight> light = Face<VEKITPSLight>(object);
+    VEKComPtr<VEKITPSLight> light = Query<VEKITPSLight>(object);
     if (!light) return " <no VEKITPSLight>";
     return " " + Value(light->GetName()) + "/" + Value(light->GetUuid()) + "/" +
            Value(light->GetType()) + "/" + Value(light->GetId()) + "/" + Value(light->GetStatus()) +
@@ -751,7 +743,7 @@ class ModelWriter {
   std::string Family(char letter, VEKBaseUnknown* object) const {
     switch (letter) {
       case 'T': {
-        auto ttrs = Face<VEKITPSLightTTRS>(object);
+        auto ttrs = Query<VEKITPSLightTTRS>(object);
         std::string text = " geometry=";
         for (int index = 0; index < ttrs->GetGeometryCount(); ++index) {
           text += Show(ttrs->GetGeometry(index));
@@ -759,8 +751,8 @@ class ModelWriter {
         return text;
       }
       case 'A': {
-        auto annotation = Face<VEKITPSLightAnnotation>(object);
-        auto model = Face<VEKITPSLightModel>(object);
+        auto annotation = Query<VEKITPSLightAnnotation>(object);
+        auto model = Query<VEKITPSLightModel>(object);
         return " value=" + Value(annotation->GetValue()) +
                " default=" + Show(annotation->IsDefault() ? 1 : 0) +
                " reference=" + Value(annotation->GetReference()) +
@@ -770,24 +762,24 @@ class ModelWriter {
                " views=" + Names(&model->GetViews());
       }
       case 'V': {
-        auto view = Face<VEKITPSLightView>(object);
+        auto view = Query<VEKITPSLightView>(object);
         return " origin=" + Value(view->GetOrigin()) + " normal=" + Value(view->GetNormal()) +
                " direction=" + Value(view->GetDirection()) +
                " tps=" + Names(&view->GetAnnotations()) +
                " captures=" + Names(&view->GetCaptures());
       }
       case 'R': {
-        auto frame = Face<VEKITPSLightRefFrame>(object);
+        auto frame = Query<VEKITPSLightRefFrame>(object);
         return " attribute=" + Value(frame->GetAttribute()) +
                " datums=" + Names(&frame->GetDatums()) + " ttrs=" + Value(frame->GetTTRS());
       }
       case 'G': {
-        auto cg = Face<VEKITPSLightCG>(object);
+        auto cg = Query<VEKITPSLightCG>(object);
         return " attribute=" + Value(cg->GetAttribute()) + " ttrs=" + Value(cg->GetTTRS()) +
                " treps=" + Value(cg->GetTReps());
       }
       default: {
-        auto capture = Face<VEKITPSLightCapture>(object);
+        auto capture = Query<VEKITPSLightCapture>(object);
         return " graphic=" + Value(capture->GetGraphicRep()) +
                " active=" + Name(capture->GetActiveView()) +
                " clip=" + Value(capture->GetClippingPlane()) +

@@ -29,9 +29,10 @@ class ScratchDirectory {
 
   // Whether the directory was made and entered.
   bool Entered() const { return entered_; }
+  const std::filesystem::path& Path() const { return path_; }
 
  private:
-  std::string path_;
+  std::filesystem::path path_;
   char previous_[4096] = {};
   bool entered_ = false;
 };

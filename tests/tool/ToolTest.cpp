@@ -435,6 +435,27 @@ TEST_F(Vektps, JsonToAFileAndAfterAFailedLoad) {
   EXPECT_EQ("vektps: cannot write missing/out.json: No such file or directory\n", outcome.err);
 }
 
+// The scene commands write a GLB or a page of what loaded, and nothing for a load that made no
+// set.
+TEST_F(Vektps, SceneCommandsWriteWhatLoaded) {
+  const std::string noSet = Write("no_set.xml",
+                                  "<Functional_Tolerancing_Annotation><RootTPSs/>"
+                                  "</Functional_Tolerancing_Annotation>");
+  for (const auto& [command, start] :
+       {std::pair<std::string, std::string>{"gltf", "glTF"}, {"view", "<!DOCTYPE html>"}}) {
+    Outcome outcome = Run({command, kExamples + "/pump_housing.xml", "-o", "out"});
+    EXPECT_EQ(0, outcome.status) << outcome.err;
+    EXPECT_EQ("", outcome.err);
+    EXPECT_EQ(0u, ReadFile((root_ / "work" / "out").string()).find(start)) << command;
+    outcome = Run({command, kExamples + "/bracket.xml", "-o", "-"});
+    EXPECT_EQ(0u, outcome.out.find(start)) << command;
+    outcome = Run({command, noSet, "-o", "none"});
+    EXPECT_EQ(1, outcome.status);
+    EXPECT_EQ(0u, outcome.err.find("vektps: no_set.xml: load failed")) << outcome.err;
+    EXPECT_FALSE(fs::exists(root_ / "work" / "none"));
+  }
+}
+
 // ---- the dump ----
 
 TEST_F(Vektps, DumpIsKeptOnlyWhereAsked) {
@@ -616,6 +637,8 @@ TEST_F(Vektps, UsageErrorsExitWithTwo) {
       {"convert", "--base64", "--zlib", bracket},
       {"convert", "-", "--out-dir", "out"},
       {"convert", bracket, kExamples + "/../documents/bracket.xml", "--out-dir", "out"},
+      {"gltf", bracket},
+      {"view", bracket, bracket, "-o", "page.html"},
   };
   for (const auto& arguments : rows) {
     const Outcome outcome = Run(arguments);
@@ -654,6 +677,11 @@ TEST_F(Vektps, UnreadableFilesAreNamed) {
     EXPECT_EQ(1, endless.status) << file;
     EXPECT_NE(std::string::npos, endless.err.find("more than 100000 bytes")) << endless.err;
   }
+  // One byte over is refused while reading, not held whole for the load to refuse.
+  const std::string over = (root_ / "work" / Write("over.xml", std::string(100001, ' '))).string();
+  EXPECT_EQ(
+      "vektps: -: standard input holds more than 100000 bytes, the most a document may have\n",
+      Run({"check", "--max-bytes", "100000", "-"}, VEK_TOOL_PATH, over).err);
 }
 
 // ---- the example host ----
@@ -706,7 +734,7 @@ TEST_F(Vektps, UnknownCommandNamesItselfAndTheCommands) {
   const Outcome outcome = Run({"frobnicate", kExamples + "/bracket.xml"});
   EXPECT_EQ(2, outcome.status);
   EXPECT_EQ(0u, outcome.err.find("vektps: unknown command 'frobnicate'; the commands are summary, "
-                                 "json, check, csv, convert\n"))
+                                 "json, check, csv, convert, gltf, view\n"))
       << outcome.err;
 }
 
@@ -746,15 +774,15 @@ TEST_F(Vektps, AReaderThatGoesAwayEndsTheRunQuietly) {
   int pipe[2];
   ASSERT_EQ(0, ::pipe(pipe));
   const std::string file = kExamples + "/pump_housing.xml";
+  // The reader is gone before the tool starts: its JSON would fit in the pipe's buffer.
+  close(pipe[0]);
   const pid_t child = fork();
   if (child == 0) {
-    close(pipe[0]);
     dup2(pipe[1], 1);
     execl(VEK_TOOL_PATH, VEK_TOOL_PATH, "json", file.c_str(), nullptr);
     _exit(127);
   }
   close(pipe[1]);
-  close(pipe[0]);
   int status = 0;
   ASSERT_EQ(child, waitpid(child, &status, 0));
   // Not killed by SIGPIPE: the failed write ends the run with status 1, and nothing is left.

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "GlbBuilder.h"
+#include "ModelQueries.h"
 #include "RecordingModel.h"
 #include "ScratchDirectory.h"
 #include "VEKTPSLightWriter.h"
@@ -25,12 +26,7 @@ namespace {
 
 using Sets = std::vector<VEKComPtr<VEKITPSLightSet>>;
 
-template <class U>
-VEKComPtr<U> Query(VEKBaseUnknown* object) {
-  VEKComPtr<U> face;
-  if (object) (void)object->QueryInterface(U::kIID, face.ReleaseAndGetVoidAddressOf());
-  return face;
-}
+using vek_test::Query;
 
 VEKRep* ReadRep(std::size_t extraBytes = 0) {
   std::vector<char> glb = vek_test::BuildMeshesGlb(1, 1, 1);

@@ -1,0 +1,212 @@
+"""The deliberate faults scripts/mutate runs the suite against.
+
+Each entry replaces `before` (which must occur exactly once in `file`) with `after`. Each is a small
+fault of the kind a change could bring in unnoticed: an off-by-one, a swapped argument, a dropped
+call or check, a wrong default, a skipped record.
+"""
+
+
+def mutation(name, file, before, after, why):
+    return {"name": name, "file": file, "before": before, "after": after, "why": why}
+
+
+FOUNDATION = "platform/foundation/"
+LIGHTXML = "platform/lightxml/"
+SCENEGRAPH = "platform/scenegraph/"
+MODEL = "platform/annotationmodel/"
+PARSER = "VEKTPSLightParser/src/"
+
+# The current-schema capture links its active view both ways, the view first.
+ACTIVE_VIEW_TAKEN = "      (void)capture->SetActiveView(activeView.Get());\n"
+ACTIVE_VIEW_LINKS = (
+    "      // The active view learns of the capture first, then the capture of its view.\n"
+    "      VEKComPtr<VEKITPSLightView> view;\n"
+    "      if (VEKSucceeded(activeView->QueryInterface(IID_VEKITPSLightView,\n"
+    "                                                  view.ReleaseAndGetVoidAddressOf())) &&\n"
+    "          view) {\n"
+    "        VEKComPtr<VEKBaseUnknown> captureBase;\n"
+    "        if (VEKSucceeded(VEKQueryInterface(capture.Get(), captureBase)) && captureBase) {\n"
+    "          (void)view->AddCapture(captureBase.Get());\n"
+    "        }\n"
+    "        captureBase.Reset();\n"
+    "      }\n"
+    "      view.Reset();\n" + ACTIVE_VIEW_TAKEN)
+ACTIVE_VIEW_LINKS_SWAPPED = ACTIVE_VIEW_TAKEN + ACTIVE_VIEW_LINKS[:-len(ACTIVE_VIEW_TAKEN)]
+
+MUTATIONS = [
+    # Foundation: base64, strings, numbers.
+    mutation("base64-short-padding", FOUNDATION + "VEKCodePage.cpp",
+             "    if (padding + count != 4) return -1;",
+             "    if (padding + count > 4) return -1;",
+             "base64 accepts a final quantum padded short (\"QQ=\")"),
+    mutation("base64-encode-tail", FOUNDATION + "VEKCodePage.cpp",
+             "const bool two = length - i == 2;",
+             "const bool two = length - i == 1;",
+             "the encoder pads a one-byte tail as a two-byte one"),
+    mutation("substring-negative-start", FOUNDATION + "VEKUnicodeString.cpp",
+             "  VEKUnicodeString piece;\n  if (start < 0) start = 0;",
+             "  VEKUnicodeString piece;\n  if (start < 0) length += start, start = 0;",
+             "SubString shortens the length by a negative start instead of keeping it"),
+    mutation("substring-clamp-to-whole", FOUNDATION + "VEKUnicodeString.cpp",
+             "length < length_ - start ? length : length_ - start",
+             "length < length_ ? length : length_ - start",
+             "SubString clamps the length to the whole string, not to what follows the start"),
+    mutation("int-saturation", FOUNDATION + "VEKUnicodeString.cpp",
+             "parsed = negative ? INT_MIN : INT_MAX;",
+             "parsed = negative ? -INT_MAX : INT_MAX;",
+             "\"%d\" below INT_MIN saturates one short of INT_MIN"),
+    mutation("double-format-lf", FOUNDATION + "VEKUnicodeString.cpp",
+             'std::strcmp(format, "%lf") != 0 &&',
+             'std::strcmp(format, "%le") != 0 &&',
+             "ConvertToNum no longer takes the \"%lf\" format"),
+
+    # Compression.
+    mutation("uncompress-trailing-bytes", "platform/compression/VEKSysUncompress.cpp",
+             "if (consumed != static_cast<std::size_t>(sourceLength))",
+             "if (consumed > static_cast<std::size_t>(sourceLength))",
+             "bytes after the zlib stream are accepted"),
+    mutation("uncompress-too-small-code", "platform/compression/VEKSysUncompress.cpp",
+             "  if (result == LIBDEFLATE_INSUFFICIENT_SPACE) return VEKUncompressTargetTooSmall;\n",
+             "",
+             "output larger than the capacity reads as corrupt data, not as too small"),
+
+    # Light XML: well-formedness, the writer, lines and columns.
+    mutation("xml-comment-double-dash", LIGHTXML + "VEKLightXmlWellFormed.cpp",
+             "if (p_[2] != '>') return Fail(p_, \"'--' not allowed in a comment\");",
+             "if (p_[2] != '>') {\n          p_ += 2;\n          continue;\n        }",
+             "'--' inside a comment is accepted"),
+    mutation("xml-duplicate-attribute", LIGHTXML + "VEKLightXmlWellFormed.cpp",
+             "if (!IsNewAttribute(name, static_cast<std::size_t>(p_ - name))) {",
+             "if (false && !IsNewAttribute(name, static_cast<std::size_t>(p_ - name))) {",
+             "an element with the same attribute twice is accepted"),
+    mutation("xml-writer-carriage-return", LIGHTXML + "VEKLightXmlParser.cpp",
+             "(byte == '\\t' || byte == '\\n' ? 0 : kInText)",
+             "(byte == '\\t' || byte == '\\n' || byte == '\\r' ? 0 : kInText)",
+             "the writer leaves a carriage return in text unescaped, which does not parse back"),
+    mutation("xml-crlf-two-lines", LIGHTXML + "VEKLightXmlParser.cpp",
+             "return c == '\\n' || (c == '\\r' && (at + 1 == size || text[at + 1] != '\\n'));",
+             "return c == '\\n' || c == '\\r';",
+             "a CR LF pair counts as two line breaks"),
+    mutation("xml-column-counts-bytes", LIGHTXML + "VEKLightXmlParser.cpp",
+             "characters += (text[at] & 0xC0) != 0x80;",
+             "++characters;",
+             "error columns count bytes instead of characters"),
+
+    # Scene graph.
+    mutation("gltf-accessor-overrun", SCENEGRAPH + "RepBuilder.cpp",
+             "!RangeWithin(steps * stride, elementSize, available)",
+             "!RangeWithin(steps * stride, elementSize - 1, available)",
+             "an accessor whose last element ends one byte past its view is accepted"),
+    mutation("gltf-byte-stride-limit", SCENEGRAPH + "GltfSubsetReader.cpp",
+             "constexpr int kMaxByteStride = 252;",
+             "constexpr int kMaxByteStride = 256;",
+             "the direct reader accepts a byteStride of 256, which tinygltf refuses"),
+    mutation("rep-memory-bound", SCENEGRAPH + "RepBuilder.cpp",
+             "if (size != 0 && count > (limit_ - used_) / size) {",
+             "if (size != 0 && count > limit_ - used_) {",
+             "the memory bound counts items instead of bytes"),
+    mutation("world-matrix-order", SCENEGRAPH + "RepBuilder.cpp",
+             "MultiplyMatrices(rep.nodes_[static_cast<std::size_t>(node.parent)].worldMatrix, "
+             "node.matrix,\n                         node.worldMatrix);",
+             "MultiplyMatrices(node.matrix, "
+             "rep.nodes_[static_cast<std::size_t>(node.parent)].worldMatrix,\n"
+             "                         node.worldMatrix);",
+             "a world matrix is local * parent instead of parent * local"),
+
+    # The annotation model.
+    mutation("model-resolve-keeps-reference", MODEL + "VEKTPSLightObjects.cpp",
+             "return &object->GetCore() == this ? object.Get() : nullptr;",
+             "return &object->GetCore() == this ? object.Detach() : nullptr;",
+             "linking an object never releases the reference its query took"),
+    mutation("model-duplicate-not-recorded", MODEL + "VEKTPSLightSet.cpp",
+             "      duplicates_.push_back({id, object.Kind()});\n",
+             "",
+             "a second object with the same id is not recorded as a duplicate"),
+    mutation("model-first-created-wins", MODEL + "VEKTPSLightSet.cpp",
+             "if (object.Serial() < (*slot)->Serial()) *slot = &object;",
+             "if (object.Serial() > (*slot)->Serial()) *slot = &object;",
+             "a shared id finds the last object created instead of the first"),
+    mutation("model-live-set-check", MODEL + "VEKTPSLightSet.cpp",
+             "return IsLive(set) ? static_cast<LightSet*>(set) : nullptr;",
+             "return set ? static_cast<LightSet*>(set) : nullptr;",
+             "any set pointer handed in is taken for a live set of this library"),
+    mutation("model-freed-set-listed", MODEL + "VEKTPSLightObjects.cpp",
+             "    first_->AsSet()->Unlist();\n",
+             "",
+             "a freed set stays in the registry of live sets"),
+    mutation("id-index-probe-bound", MODEL + "VEKIdIndex.cpp",
+             "distance <= longest_ && slots_[slot].object",
+             "distance < longest_ && slots_[slot].object",
+             "a look-up stops one slot before the longest run"),
+
+    # The parser.
+    mutation("legacy-ref-frame-default", PARSER + "VEKTPSLightLegacyBuilders.cpp",
+             "int number = 32;",
+             "int number = 0;",
+             "a legacy reference frame whose id does not convert gets 0, not 32"),
+    mutation("inflate-ratio-bound", PARSER + "VEKTPSLightLoad.cpp",
+             "if (uncompressedSize > static_cast<std::int64_t>(compressedSize) * kVEKMaxInflateRatio)",
+             "if (uncompressedSize >= static_cast<std::int64_t>(compressedSize) * kVEKMaxInflateRatio)",
+             "a declared size of exactly 1032 times the compressed size is refused"),
+    mutation("legacy-value-count", PARSER + "VEKTPSLightRecorder.cpp",
+             "if (expected < 0 ? count > 0 : count == expected) return true;",
+             "if (expected < 0 ? count > 0 : count >= expected) return true;",
+             "a legacy object with too many values is built"),
+    mutation("order-group-pairing", PARSER + "VEKTPSLightLegacyBuilders.cpp",
+             "if (count != annotations->Count()) return S_OK;",
+             "if (count > annotations->Count()) return S_OK;",
+             "order groups are paired with annotations although the counts differ"),
+    mutation("order-group-ownership", PARSER + "VEKTPSLightLegacyBuilders.cpp",
+             "if (VEKSucceeded(model->SetOrderGroup(group.get()))) (void)group.release();",
+             "(void)model->SetOrderGroup(group.release());",
+             "an order group the model refuses is never freed"),
+    mutation("unknown-ref-frame-not-noted", PARSER + "VEKTPSLightRecorder.cpp",
+             "if (reference != 0 && tActive) VEKNoteNamedId(VEKTPSLightKindRefFrame, reference, by);",
+             "(void)by;",
+             "an annotation naming an unknown reference frame is not recorded"),
+    mutation("capture-link-order", PARSER + "VEKTPSLightCurrentBuilders.cpp",
+             ACTIVE_VIEW_LINKS, ACTIVE_VIEW_LINKS_SWAPPED,
+             "a capture takes its active view before the view learns of the capture"),
+    mutation("dump-not-exclusive", PARSER + "VEKTPSLightDumpFile.cpp",
+             "O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC",
+             "O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC",
+             "the dump's temporary file may be a file that already exists"),
+    mutation("dump-write-check", PARSER + "VEKTPSLightDumpFile.cpp",
+             "if (!written || !closed || std::rename(",
+             "if (!closed || std::rename(",
+             "a dump whose writing failed is renamed into place"),
+
+    # Links both ways.
+    mutation("links-capture-view-role", PARSER + "VEKTPSLightLinks.cpp",
+             "AddEach(from, &capture.GetViews(), VEKTPSLightRole::CaptureView);",
+             "AddEach(from, &capture.GetViews(), VEKTPSLightRole::View);",
+             "a capture's views are told as an annotation's views"),
+    mutation("links-datums-dropped", PARSER + "VEKTPSLightLinks.cpp",
+             "          AddEach(from, &frame.GetDatums(), VEKTPSLightRole::Datum);\n",
+             "",
+             "a datum does not know the reference frames that name it"),
+
+    # Export.
+    mutation("json-status-member", "export/VEKTPSLightJsonExport.cpp",
+             '{"status", Optional(light->GetStatus())}',
+             '{"status", Optional(light->GetType())}',
+             "the JSON status of an object is its type"),
+    mutation("csv-quote-doubling", "export/VEKTPSLightCsvExport.cpp",
+             "    if (c == '\"') csv += '\"';\n",
+             "",
+             "a quote inside a quoted CSV field is not doubled"),
+
+    # The tool.
+    mutation("tool-c1-filter", "tool/VEKToolReport.cpp",
+             "(static_cast<unsigned char>(text[at + 1]) & 0xE0) == 0x80",
+             "(static_cast<unsigned char>(text[at + 1]) & 0xF0) == 0x80",
+             "U+0090 to U+009F reach the terminal"),
+    mutation("tool-usage-exit-code", "tool/VEKToolMain.cpp",
+             "return app.exit(error) == 0 ? 0 : 2;",
+             "return app.exit(error);",
+             "a usage error exits with CLI11's code instead of 2"),
+    mutation("tool-stdin-limit", "tool/VEKToolInput.cpp",
+             "if (bytes.size() > limit) {",
+             "if (bytes.size() > limit + kChunk) {",
+             "standard input may pass the byte limit by a chunk"),
+]

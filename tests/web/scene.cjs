@@ -1,0 +1,238 @@
+// What a page of `vektps view` should show, worked out without the page: the model and the glTF
+// scene embedded in it, world-space bounds of each object's graphics, and their projection by a
+// capture's camera as the model gives it (position, direction, zenith) with the scene's field of
+// view.
+'use strict';
+
+function embedded(html, id) {
+  const match = new RegExp(`<script id="${id}"[^>]*>([\\s\\S]*?)</script>`).exec(html);
+  if (!match) throw new Error(`the page has no #${id}`);
+  return match[1];
+}
+
+function parseGlb(bytes) {
+  if (bytes.readUInt32LE(0) !== 0x46546c67) throw new Error('not a GLB');
+  const length = bytes.readUInt32LE(12);
+  const gltf = JSON.parse(bytes.subarray(20, 20 + length).toString('utf8'));
+  const binLength = bytes.length >= 28 + length ? bytes.readUInt32LE(20 + length) : 0;
+  return { gltf, bin: bytes.subarray(28 + length, 28 + length + binLength) };
+}
+
+// The model and the glTF JSON of a page, with the object node of each (set, family, position).
+function pageData(html) {
+  const model = JSON.parse(embedded(html, 'vek-model'));
+  const { gltf, bin } = parseGlb(Buffer.from(embedded(html, 'vek-scene'), 'base64'));
+  const objects = new Map();
+  (gltf.nodes || []).forEach((node, index) => {
+    const extras = node.extras || {};
+    if (typeof extras.family === 'string') objects.set(`${extras.set}/${extras.family}/${extras.index}`, index);
+  });
+  return { model, gltf, bin, objects };
+}
+
+const IDENTITY = [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1];
+
+function multiply(a, b) {
+  const out = new Array(16).fill(0);
+  for (let column = 0; column < 4; ++column) {
+    for (let row = 0; row < 4; ++row) {
+      for (let k = 0; k < 4; ++k) out[column * 4 + row] += a[k * 4 + row] * b[column * 4 + k];
+    }
+  }
+  return out;
+}
+
+function localMatrix(node) {
+  if (node.matrix) return node.matrix;
+  const [x, y, z, w] = node.rotation || [0, 0, 0, 1];
+  const [sx, sy, sz] = node.scale || [1, 1, 1];
+  const [tx, ty, tz] = node.translation || [0, 0, 0];
+  return [
+    (1 - 2 * (y * y + z * z)) * sx, 2 * (x * y + z * w) * sx, 2 * (x * z - y * w) * sx, 0,
+    2 * (x * y - z * w) * sy, (1 - 2 * (x * x + z * z)) * sy, 2 * (y * z + x * w) * sy, 0,
+    2 * (x * z + y * w) * sz, 2 * (y * z - x * w) * sz, (1 - 2 * (x * x + y * y)) * sz, 0,
+    tx, ty, tz, 1,
+  ];
+}
+
+function worldMatrices(gltf) {
+  const world = new Map();
+  const visit = (index, parent) => {
+    const matrix = multiply(parent, localMatrix(gltf.nodes[index]));
+    world.set(index, matrix);
+    for (const child of gltf.nodes[index].children || []) visit(child, matrix);
+  };
+  for (const root of gltf.scenes[gltf.scene || 0].nodes) visit(root, IDENTITY);
+  return world;
+}
+
+const apply = (m, [x, y, z]) => [0, 1, 2].map((r) => m[r] * x + m[4 + r] * y + m[8 + r] * z + m[12 + r]);
+
+// The float vertices of an accessor.
+function vertices(data, index) {
+  const accessor = data.gltf.accessors[index];
+  const view = data.gltf.bufferViews[accessor.bufferView];
+  const stride = view.byteStride || 12;
+  const start = (view.byteOffset || 0) + (accessor.byteOffset || 0);
+  const out = [];
+  for (let k = 0; k < accessor.count; ++k) {
+    out.push([0, 4, 8].map((at) => data.bin.readFloatLE(start + k * stride + at)));
+  }
+  return out;
+}
+
+// The values of an index accessor (unsigned byte, short or int).
+function indexValues(data, index) {
+  const accessor = data.gltf.accessors[index];
+  const view = data.gltf.bufferViews[accessor.bufferView];
+  const start = (view.byteOffset || 0) + (accessor.byteOffset || 0);
+  const size = { 5121: 1, 5123: 2, 5125: 4 }[accessor.componentType];
+  const read = { 1: 'readUInt8', 2: 'readUInt16LE', 4: 'readUInt32LE' }[size];
+  return Array.from({ length: accessor.count }, (_, k) => data.bin[read](start + k * size));
+}
+
+// Vertex numbers grouped into the points (1), segments (2) or triangles (3) a glTF mode draws.
+function shapes(order, mode) {
+  const out = [];
+  const n = order.length;
+  if (mode === 0) order.forEach((v) => out.push([v]));
+  if (mode === 1) for (let k = 0; k + 1 < n; k += 2) out.push([order[k], order[k + 1]]);
+  if (mode === 2 || mode === 3) for (let k = 0; k + 1 < n; ++k) out.push([order[k], order[k + 1]]);
+  if (mode === 2 && n > 2) out.push([order[n - 1], order[0]]);
+  if (mode === 4) for (let k = 0; k + 2 < n; k += 3) out.push([order[k], order[k + 1], order[k + 2]]);
+  if (mode === 5) for (let k = 0; k + 2 < n; ++k) out.push([order[k], order[k + 1], order[k + 2]]);
+  if (mode === 6) for (let k = 1; k + 1 < n; ++k) out.push([order[0], order[k], order[k + 1]]);
+  return out;
+}
+
+// The world-space points, segments and triangles (arrays of 1, 2 or 3 points) of every primitive
+// below the object's node; empty when the object has no graphic.
+function objectShapes(data, set, family, position) {
+  const root = data.objects.get(`${set}/${family}/${position}`);
+  if (root === undefined) return [];
+  data.world = data.world || worldMatrices(data.gltf);
+  const out = [];
+  const visit = (index) => {
+    const node = data.gltf.nodes[index];
+    if (node.mesh !== undefined) {
+      for (const primitive of data.gltf.meshes[node.mesh].primitives) {
+        const points = vertices(data, primitive.attributes.POSITION).map((v) => apply(data.world.get(index), v));
+        const order = primitive.indices === undefined ? points.map((_, k) => k) : indexValues(data, primitive.indices);
+        for (const shape of shapes(order, primitive.mode ?? 4)) out.push(shape.map((v) => points[v]));
+      }
+    }
+    for (const child of node.children || []) visit(child);
+  };
+  visit(root);
+  return out;
+}
+
+const objectPoints = (data, set, family, position) => objectShapes(data, set, family, position).flat();
+
+const sub = (a, b) => a.map((v, k) => v - b[k]);
+const dot = (a, b) => a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+const cross = (a, b) => [a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]];
+const normalize = (a) => a.map((v) => v / Math.hypot(...a));
+
+// The capture's camera from the model; the field of view from the scene's camera of that capture.
+// Null when the model gives no position or the scene no camera.
+function captureCamera(data, set, capture) {
+  const camera = capture.camera || {};
+  const position = data.model.sets[set].captures.indexOf(capture);
+  const root = data.objects.get(`${set}/captures/${position}`);
+  if (!camera.position || root === undefined) return null;
+  const holder = (data.gltf.nodes[root].children || []).map((k) => data.gltf.nodes[k]).find((n) => n.camera !== undefined);
+  if (!holder) return null;
+  let forward = camera.direction && Math.hypot(...camera.direction) > 0 ? camera.direction : sub(camera.target, camera.position);
+  forward = normalize(forward);
+  const right = normalize(cross(forward, camera.zenith));
+  return {
+    eye: camera.position, forward, right, up: cross(right, forward),
+    yfov: data.gltf.cameras[holder.camera].perspective.yfov,
+  };
+}
+
+// Screen positions (CSS pixels) of world points; null for a point behind the camera.
+function project(camera, viewport, points) {
+  const halfHeight = Math.tan(camera.yfov / 2);
+  const halfWidth = halfHeight * (viewport.width / viewport.height);
+  return points.map((point) => {
+    const v = sub(point, camera.eye);
+    const depth = dot(v, camera.forward);
+    if (depth <= 0) return null;
+    return [viewport.left + (1 + dot(v, camera.right) / (depth * halfWidth)) * viewport.width / 2,
+      viewport.top + (1 - dot(v, camera.up) / (depth * halfHeight)) * viewport.height / 2];
+  });
+}
+
+// The screen rectangle [x0, y0, x1, y1] of projected points clipped to the viewport, with
+// `whole` set when nothing was clipped; 'everywhere' when a point lies behind the camera,
+// 'nowhere' when none is on screen.
+function rectOf(projected, viewport) {
+  if (projected.some((p) => p === null)) return 'everywhere';
+  if (projected.length === 0) return 'nowhere';
+  const xs = projected.map((p) => p[0]);
+  const ys = projected.map((p) => p[1]);
+  // A flat graphic seen edge on still covers a line of pixels.
+  const [x0, y0] = [Math.floor(Math.min(...xs)), Math.floor(Math.min(...ys))];
+  const rect = [Math.max(x0, viewport.left), Math.max(y0, viewport.top),
+    Math.min(Math.max(Math.ceil(Math.max(...xs)), x0 + 1), viewport.left + viewport.width),
+    Math.min(Math.max(Math.ceil(Math.max(...ys)), y0 + 1), viewport.top + viewport.height)];
+  if (!(rect[0] < rect[2] && rect[1] < rect[3])) return 'nowhere';
+  const whole = Math.min(...xs) >= viewport.left && Math.max(...xs) <= viewport.left + viewport.width &&
+    Math.min(...ys) >= viewport.top && Math.max(...ys) <= viewport.top + viewport.height;
+  return Object.assign(rect.map(Math.round), { whole });
+}
+
+// Marks in a width x height mask the pixels within `radius` of what `shapes` cover on screen;
+// false when a point lies behind the camera (what it covers is not worked out).
+function cover(mask, width, height, camera, viewport, shapes, radius) {
+  const stamp = (x, y) => {
+    for (let py = Math.max(0, Math.floor(y - radius)); py <= Math.min(height - 1, Math.ceil(y + radius)); ++py) {
+      for (let px = Math.max(0, Math.floor(x - radius)); px <= Math.min(width - 1, Math.ceil(x + radius)); ++px) {
+        mask[py * width + px] = 1;
+      }
+    }
+  };
+  const segment = ([ax, ay], [bx, by]) => {
+    // Only the part inside the screen (with a margin) is stepped along.
+    let [t0, t1] = [0, 1];
+    const [dx, dy] = [bx - ax, by - ay];
+    for (const [p, q] of [[-dx, ax + radius], [dx, width + radius - ax], [-dy, ay + radius], [dy, height + radius - ay]]) {
+      if (p === 0) { if (q < 0) return; continue; }
+      const r = q / p;
+      if (p < 0) t0 = Math.max(t0, r); else t1 = Math.min(t1, r);
+    }
+    if (t0 > t1) return;
+    const steps = Math.ceil(Math.hypot(dx, dy) * (t1 - t0) * 2) + 1;
+    for (let k = 0; k <= steps; ++k) {
+      const t = t0 + ((t1 - t0) * k) / steps;
+      stamp(ax + dx * t, ay + dy * t);
+    }
+  };
+  for (const shape of shapes) {
+    const screen = project(camera, viewport, shape);
+    if (screen.some((p) => p === null)) return false;
+    if (screen.length === 1) stamp(...screen[0]);
+    for (let k = 0; k + 1 < screen.length; ++k) segment(screen[k], screen[k + 1]);
+    if (screen.length === 3) {
+      segment(screen[2], screen[0]);
+      const [[ax, ay], [bx, by], [cx, cy]] = screen;
+      const area = (bx - ax) * (cy - ay) - (by - ay) * (cx - ax);
+      if (area === 0) continue;
+      const x0 = Math.max(0, Math.floor(Math.min(ax, bx, cx))), x1 = Math.min(width - 1, Math.ceil(Math.max(ax, bx, cx)));
+      const y0 = Math.max(0, Math.floor(Math.min(ay, by, cy))), y1 = Math.min(height - 1, Math.ceil(Math.max(ay, by, cy)));
+      for (let py = y0; py <= y1; ++py) {
+        for (let px = x0; px <= x1; ++px) {
+          const [x, y] = [px + 0.5, py + 0.5];
+          const u = ((bx - x) * (cy - y) - (by - y) * (cx - x)) / area;
+          const v = ((cx - x) * (ay - y) - (cy - y) * (ax - x)) / area;
+          if (u >= 0 && v >= 0 && u + v <= 1) mask[py * width + px] = 1;
+        }
+      }
+    }
+  }
+  return true;
+}
+
+module.exports = { pageData, objectShapes, objectPoints, captureCamera, project, rectOf, cover };
