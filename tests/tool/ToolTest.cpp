@@ -734,8 +734,7 @@ TEST_F(Vektps, UnknownCommandNamesItselfAndTheCommands) {
   const Outcome outcome = Run({"frobnicate", kExamples + "/bracket.xml"});
   EXPECT_EQ(2, outcome.status);
   EXPECT_EQ(0u, outcome.err.find("vektps: unknown command 'frobnicate'; the commands are summary, "
-                                 "json, check, csv, convert, gltf, view
-"))
+                                 "json, check, csv, convert, gltf, view\n"))
       << outcome.err;
 }
 
