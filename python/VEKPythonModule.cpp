@@ -13,6 +13,7 @@
 #include "VEKPython.h"
 #include "VEKTPSLightDocument.h"
 #include "VEKTPSLightJsonExport.h"
+#include "VEKTPSLightWriter.h"
 
 namespace {
 
@@ -55,6 +56,30 @@ VEKTPSLightLoadOptions Options(const std::optional<std::string>& form,
   }
   if (dump) options.dumpPath = *dump;
   return options;
+}
+
+// Writes the document's sets as a current-schema document: the bytes when `path` is None,
+// else the file (replaced only whole) and None. The writer's warnings go out as Python warnings
+// (vektps.WriteWarning), one per object and value not kept; a failure raises OSError or
+// ValueError.
+py::object Write(const VEKTPSLightDocument& document, const std::optional<std::string>& path,
+                 const std::string& form) {
+  VEKTPSLightWriteOptions options;
+  options.form = Options(form, std::nullopt).form;
+  VEKTPSLightWriteResult written;
+  {
+    py::gil_scoped_release unlocked;
+    written = path ? VEKWriteDocumentFile(path->c_str(), document, options)
+                   : VEKWriteDocument(document, options);
+  }
+  if (written.result == E_INVALIDARG) throw py::value_error(written.error);
+  if (VEKFailed(written.result)) throw std::runtime_error(written.error);
+  const py::object category = py::module_::import("vektps").attr("WriteWarning");
+  const py::object warn = py::module_::import("warnings").attr("warn");
+  for (const VEKTPSLightWriteWarning& warning : written.warnings)
+    warn(warning.message, category, 2);
+  if (path) return py::none();
+  return py::bytes(written.bytes);
 }
 
 py::object PositiveOrNone(int value) { return value > 0 ? py::cast(value) : py::none(); }
@@ -251,6 +276,14 @@ PYBIND11_MODULE(_vektps, module) {
           "order within each set.")
       .def("to_json", &Document::Json, py::kw_only(), py::arg("pretty") = false,
            "The whole model as JSON text, as `vektps json` writes it.")
+      .def(
+          "write",
+          [](const Document& self, const std::optional<std::string>& path,
+             const std::string& form) { return Write(self.Get(), path, form); },
+          py::arg("path") = py::none(), py::kw_only(), py::arg("form") = "plain",
+          "Writes the model as a current-schema document (form 'plain', 'base64' or 'zlib'): the "
+          "bytes when path is None, else the file, replaced only by a whole document. What the "
+          "current schema cannot keep is told by a vektps.WriteWarning per object.")
       .def(
           "to_dict",
           [](const Document& self) {

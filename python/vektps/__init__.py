@@ -18,7 +18,7 @@ from ._vektps import (CG, TTRS, Annotation, Camera, Capture, Diagnostic, Documen
                       Node, Object, Primitive, RefFrame, Set, View, __version__, load_bytes,
                       load_file)
 
-__all__ = ["load", "LoadError", "Document", "Set", "Object", "Annotation", "TTRS", "View",
+__all__ = ["load", "LoadError", "WriteWarning", "Document", "Set", "Object", "Annotation", "TTRS", "View",
            "RefFrame", "CG", "Capture", "Camera", "Graphic", "Node", "Mesh", "Primitive",
            "Diagnostic", "__version__"]
 
@@ -40,6 +40,11 @@ class LoadError(ValueError):
         if self.line is None:
             return self.message
         return f"line {self.line}, column {self.column}: {self.message}"
+
+
+class WriteWarning(UserWarning):
+    """Something of the model that a current-schema document cannot keep, named with its object,
+    from Document.write."""
 
 
 def _document(source, form=None, dump=None):

@@ -337,6 +337,10 @@ class Document:
         """What the parser passed over or could not resolve."""
     def to_json(self, *, pretty: bool = False) -> str:
         """The whole model as JSON text, as `vektps json` writes it."""
+    def write(self, path: str | None = None, *, form: str = "plain") -> bytes | None:
+        """Writes the model as a current-schema document ('plain', 'base64' or 'zlib'): the bytes
+        when path is None, else the file, replaced only whole. What cannot be kept is told by a
+        vektps.WriteWarning per object."""
     def to_dict(self) -> dict[str, Any]:
         """The whole model as the JSON export's dicts and lists."""
 
