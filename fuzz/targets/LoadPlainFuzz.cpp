@@ -8,6 +8,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   VEKUnicodeString text(reinterpret_cast<const char*>(data), size);
   VEKTPSLightParserUtil parser;
   VEKComPtr<VEKITPSLightSet> set;
-  (void)parser.GenerateLightModelFromBase(text, nullptr, set.ReleaseAndGetAddressOf(), 0, nullptr, 0, 0);
+  (void)parser.GenerateLightModelFromBase(text, nullptr, set.ReleaseAndGetAddressOf(), 0, nullptr,
+                                          0, 0);
   return 0;
 }
