@@ -224,6 +224,12 @@ class VEK_API VEKLightXmlParser {
   // that parses back to the same tree. Returns non-zero on success, 0 when `root` designates
   // nothing or the output did not take every byte.
   int GetXml(const VEKLightXmlElementItf& root, VEKLightXmlOutputStream& output) noexcept;
+  // Writes the document element that the last Parse of `input` gave `root` as the input's own
+  // bytes, from its '<' to the end of its end tag, when those alone parse back to the same tree
+  // (UTF-8 input in one block, without a document type declaration); otherwise, or for any other
+  // element, as GetXml writes it. `input` must still hold the bytes Parse read. Returns as GetXml.
+  int WriteParsedRoot(const VEKLightXmlInputStream& input, const VEKLightXmlElementItf& root,
+                      VEKLightXmlOutputStream& output) noexcept;
 
   // Where the last Parse failed: byte offset into the input (-1 when it did not fail or the
   // failure has no place) and a short English description (empty when it did not fail).
@@ -253,4 +259,11 @@ class VEK_API VEKLightXmlParser {
   int errorColumn_ = 0;
   bool keepLineStarts_ = false;
   std::vector<std::uint32_t> lineStarts_;
+  // The root of the last Parse, where its bytes in the input may stand for it.
+  struct OwnRoot {
+    const unsigned char* input = nullptr;
+    std::size_t offset = 0;
+    std::size_t length = 0;
+    const vek_lightxml_detail::Node* node = nullptr;
+  } ownRoot_;
 };

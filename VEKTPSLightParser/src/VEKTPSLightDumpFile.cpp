@@ -7,13 +7,19 @@
 #include "VEKTPSLightReplacingFile.h"
 
 bool vek_parser_detail::VEKWriteDump(const std::string& finalName,
-                                     const VEKLightXmlElementItf& element) {
+                                     const VEKLightXmlElementItf& element,
+                                     VEKLightXmlParser* parsedBy,
+                                     const VEKLightXmlInputStream* input) {
   VEKReplacingFile file;
   if (file.Open(finalName.c_str()) != 0) return false;
   // The text goes straight into the file: no copy of the whole document is ever held. An element
   // that designates nothing writes an empty dump.
-  VEKLightXmlParser parser;
-  (void)parser.GetXml(element, file);
+  if (parsedBy && input) {
+    (void)parsedBy->WriteParsedRoot(*input, element, file);
+  } else {
+    VEKLightXmlParser parser;
+    (void)parser.GetXml(element, file);
+  }
   return file.Commit() == 0;
 }
 

@@ -117,14 +117,6 @@ vek_parser_detail::VEKBuilder FamilyRootBuilder(const VEKUnicodeString& name) no
 HRESULT VEKWalkCurrent(VEKTPSLightParserUtil& parser, VEKLightXmlElement& root,
                        const VEKLoadRules& rules, VEKBaseUnknown* father, VEKITPSLightSet** set,
                        VEKLoadOutcome& outcome) {
-  if (rules.dumpPath) {
-    // As GenerateFile writes it; a dump that cannot be written never changes the load.
-    try {
-      outcome.dumped = vek_parser_detail::VEKWriteDump(rules.dumpPath, root);
-    } catch (const std::bad_alloc&) {
-      outcome.dumped = false;
-    }
-  }
   VEKComPtr<VEKTPSLightContainer> container;
   container.Attach(new VEKTPSLightContainer());
   if (!container) {
@@ -297,22 +289,22 @@ HRESULT VEKRunLoad(VEKTPSLightParserUtil& parser, VEKLoadBytes& input, const VEK
   VEKLightXmlParser xml;
   // Lines cost a note per line: only a load that records asks for them.
   xml.KeepLineStarts(VEKActiveRecorder() != nullptr);
-  {
-    VEKLightXmlInputStreamBuffer stream(input.bytes, static_cast<int>(input.length));
-    if (!xml.Parse(stream, root)) {
-      outcome.stage =
-          xml.OutOfMemory() ? VEKLoadOutcome::Stage::OutOfMemory : VEKLoadOutcome::Stage::XmlError;
-      outcome.xmlError = xml.GetErrorDescription();
-      outcome.errorLine = xml.GetErrorLine();
-      outcome.errorColumn = xml.GetErrorColumn();
-      return E_FAIL;
-    }
+  VEKLightXmlInputStreamBuffer stream(input.bytes, static_cast<int>(input.length));
+  if (!xml.Parse(stream, root)) {
+    outcome.stage =
+        xml.OutOfMemory() ? VEKLoadOutcome::Stage::OutOfMemory : VEKLoadOutcome::Stage::XmlError;
+    outcome.xmlError = xml.GetErrorDescription();
+    outcome.errorLine = xml.GetErrorLine();
+    outcome.errorColumn = xml.GetErrorColumn();
+    return E_FAIL;
   }
   // The parsed document keeps its own copy of the text, so decoded or inflated bytes are freed
-  // before the model is built.
-  input.owned.reset();
-  input.bytes = nullptr;
-  input.length = 0;
+  // before the model is built, once the dump has had them.
+  const auto releaseInput = [&input] {
+    input.owned.reset();
+    input.bytes = nullptr;
+    input.length = 0;
+  };
 
   const VEKUnicodeString& name = root.GetName();
   // A parsed element always has a name: an empty one could not be held for want of memory.
@@ -333,6 +325,15 @@ HRESULT VEKRunLoad(VEKTPSLightParserUtil& parser, VEKLoadBytes& input, const VEK
     outcome.rootName = name;
     return E_FAIL;
   }
+  if (rules.dumpPath && *outcome.schema == VEKTPSLightSchema::Current) {
+    // A dump that cannot be written never changes the load.
+    try {
+      outcome.dumped = VEKWriteDump(rules.dumpPath, root, &xml, &stream);
+    } catch (const std::bad_alloc&) {
+      outcome.dumped = false;
+    }
+  }
+  releaseInput();
   outcome.stage = VEKLoadOutcome::Stage::Walked;
   const VEKLinesInUse lines(xml);
   return *outcome.schema == VEKTPSLightSchema::Current

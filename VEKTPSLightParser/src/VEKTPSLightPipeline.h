@@ -65,8 +65,12 @@ struct VEKLoadOutcome {
 };
 
 // Writes `element` to the file `finalName`, replacing it only with a whole document: on any error
-// the temporary file goes and the earlier file stays as it was. Throws std::bad_alloc.
-[[nodiscard]] bool VEKWriteDump(const std::string& finalName, const VEKLightXmlElementItf& element);
+// the temporary file goes and the earlier file stays as it was. With the parser that parsed
+// `input` into `element`, the dump is the input's own bytes of the root where they stand for it.
+// Throws std::bad_alloc.
+[[nodiscard]] bool VEKWriteDump(const std::string& finalName, const VEKLightXmlElementItf& element,
+                                VEKLightXmlParser* parsedBy = nullptr,
+                                const VEKLightXmlInputStream* input = nullptr);
 
 // Runs one load of `input` into `*set` (never null) under `rules`. Returns the load's result code:
 // that of the last set creation (current schema), S_OK when a legacy set got its values and

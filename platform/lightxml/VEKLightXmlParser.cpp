@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -13,6 +14,7 @@ using vek_lightxml_detail::CheckWellFormed;
 using vek_lightxml_detail::ConvertToUtf8;
 using vek_lightxml_detail::DetectEncoding;
 using vek_lightxml_detail::Document;
+using vek_lightxml_detail::DocumentExtent;
 using vek_lightxml_detail::Node;
 using vek_lightxml_detail::TextEncoding;
 using vek_lightxml_detail::Utf8Capacity;
@@ -147,6 +149,7 @@ int VEKLightXmlParser::Parse(VEKLightXmlInputStream& input, VEKLightXmlElementIt
   errorLine_ = 0;
   errorColumn_ = 0;
   lineStarts_.clear();
+  ownRoot_ = {};
   auto* target = dynamic_cast<VEKLightXmlElement*>(&root);
   if (!target) {
     errorDescription_ = "The root is not a VEKLightXmlElement";
@@ -180,7 +183,7 @@ int VEKLightXmlParser::Parse(VEKLightXmlInputStream& input, VEKLightXmlElementIt
     }
     const TextEncoding encoding = DetectEncoding(bytes, size);
     WellFormedError fault;
-    std::size_t documentLength = 0;
+    DocumentExtent extent;
     OwnedText converted;
     if (encoding != TextEncoding::kUtf8) {
       if (!ConvertText(bytes, size, encoding, converted, fault)) {
@@ -190,13 +193,14 @@ int VEKLightXmlParser::Parse(VEKLightXmlInputStream& input, VEKLightXmlElementIt
         }
         return fail(fault, converted.bytes.get(), converted.size);
       }
-      if (!CheckWellFormed(converted.bytes.get(), converted.size, fault, documentLength)) {
+      if (!CheckWellFormed(converted.bytes.get(), converted.size, fault, extent)) {
         return fail(fault, converted.bytes.get(), converted.size);
       }
-    } else if (!CheckWellFormed(bytes, size, fault, documentLength)) {
+    } else if (!CheckWellFormed(bytes, size, fault, extent)) {
       return fail(fault, bytes, size);
     }
     const unsigned char* text = converted.bytes ? converted.bytes.get() : bytes;
+    const std::size_t documentLength = extent.length;
     if (keepLineStarts_) NoteLineStarts(text, documentLength);
     // Zeros padding the document are left out: the parser would stop at the first, and copying
     // them would make its memory follow the declared length rather than the document.
@@ -242,6 +246,11 @@ int VEKLightXmlParser::Parse(VEKLightXmlInputStream& input, VEKLightXmlElementIt
     }
     target->document_ = std::move(document);
     target->node_ = node;
+    // Without a document type declaration nothing in the root refers outside it, so the root's
+    // own UTF-8 bytes parse back to this tree.
+    if (encoding == TextEncoding::kUtf8 && !extent.doctype && !read.bytes) {
+      ownRoot_ = {bytes, extent.rootBegin, extent.rootEnd - extent.rootBegin, node};
+    }
     return 1;
   } catch (const std::bad_alloc&) {
     errorDescription_ = kOutOfMemory;
@@ -261,6 +270,25 @@ int VEKLightXmlParser::GetXml(const VEKLightXmlElementItf& root,
   VEKLightXmlWriter writer(output);
   WriteTree(node->GetXmlNode(), writer);
   return writer.Flush() ? 1 : 0;
+}
+
+int VEKLightXmlParser::WriteParsedRoot(const VEKLightXmlInputStream& input,
+                                       const VEKLightXmlElementItf& root,
+                                       VEKLightXmlOutputStream& output) noexcept {
+  const auto* handle = dynamic_cast<const VEKLightXmlElement*>(&root);
+  if (!handle || !ownRoot_.node || handle->node_ != ownRoot_.node ||
+      input.GetBytes() != ownRoot_.input) {
+    return GetXml(root, output);
+  }
+  const unsigned char* bytes = ownRoot_.input + ownRoot_.offset;
+  std::size_t left = ownRoot_.length;
+  while (left > 0) {
+    const int piece = static_cast<int>(std::min<std::size_t>(left, INT_MAX));
+    if (output.Write(bytes, piece) != piece) return 0;
+    bytes += piece;
+    left -= static_cast<std::size_t>(piece);
+  }
+  return 1;
 }
 
 std::ptrdiff_t VEKLightXmlParser::GetErrorOffset() const noexcept { return errorOffset_; }
@@ -285,6 +313,16 @@ void VEKLightXmlParser::NoteLineStarts(const unsigned char* text, std::size_t si
   // Texts stay within INT_MAX bytes, so every offset fits.
   try {
     lineStarts_.push_back(0);
+    if (!std::memchr(text, '\r', size)) {
+      // Without carriage returns only line feeds end lines, which memchr finds a word at a time.
+      const unsigned char* end = text + size;
+      for (const unsigned char* at = text;
+           (at = static_cast<const unsigned char*>(std::memchr(at, '\n', end - at))) != nullptr;) {
+        ++at;
+        lineStarts_.push_back(static_cast<std::uint32_t>(at - text));
+      }
+      return;
+    }
     for (std::size_t at = 0; at < size; ++at) {
       if (IsLineBreak(text, size, at)) lineStarts_.push_back(static_cast<std::uint32_t>(at + 1));
     }

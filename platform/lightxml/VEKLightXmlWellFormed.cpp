@@ -103,6 +103,13 @@ class Scanner {
       : begin_(bytes), end_(bytes + length), p_(bytes), error_(error) {}
 
   // The bytes up to the end of the document proper, once Run has accepted it.
+  void GetExtent(DocumentExtent& extent) const {
+    extent.length = ScannedLength();
+    extent.rootBegin = rootBegin_ ? static_cast<std::size_t>(rootBegin_ - begin_) : 0;
+    extent.rootEnd = rootEnd_ ? static_cast<std::size_t>(rootEnd_ - begin_) : extent.rootBegin;
+    extent.doctype = doctypeSeen_;
+  }
+
   std::size_t ScannedLength() const {
     return static_cast<std::size_t>((paddingStart_ ? paddingStart_ : end_) - begin_);
   }
@@ -275,6 +282,7 @@ class Scanner {
 
   bool ScanStartTag() {
     if (depth_ == 0 && rootSeen_) return Fail(p_, "More than one root element");
+    if (depth_ == 0) rootBegin_ = p_;
     ++p_;
     if (!ScanName()) return false;
     attributeCount_ = 0;
@@ -291,6 +299,7 @@ class Scanner {
         if (end_ - p_ < 2) return Truncated();
         if (p_[1] != '>') return Fail(p_ + 1, "Expected '>' after '/'");
         p_ += 2;
+        if (depth_ == 0) rootEnd_ = p_;
         rootSeen_ = true;
         return true;
       }
@@ -368,7 +377,7 @@ class Scanner {
     if (p_ == end_) return Truncated();
     if (*p_ != '>') return Fail(p_, "Expected '>' at the end of an end tag");
     ++p_;
-    --depth_;
+    if (--depth_ == 0) rootEnd_ = p_;
     return true;
   }
 
@@ -891,6 +900,10 @@ class Scanner {
   // Where an XML declaration may stand: the start, after a byte order mark.
   const unsigned char* declarationPlace_ = nullptr;
   std::size_t depth_ = 0;
+  // The root element's first byte and the byte after it (where the tags balance, which the tree
+  // parser confirms).
+  const unsigned char* rootBegin_ = nullptr;
+  const unsigned char* rootEnd_ = nullptr;
   bool rootSeen_ = false;
   bool doctypeSeen_ = false;
   bool externalSubset_ = false;
@@ -927,10 +940,10 @@ std::string_view DeclaredEncoding(const unsigned char* bytes, std::size_t length
 }  // namespace
 
 bool CheckWellFormed(const unsigned char* bytes, std::size_t length, WellFormedError& error,
-                     std::size_t& documentLength) {
+                     DocumentExtent& extent) {
   Scanner scanner(bytes, length, error);
   if (!scanner.Run()) return false;
-  documentLength = scanner.ScannedLength();
+  scanner.GetExtent(extent);
   return true;
 }
 

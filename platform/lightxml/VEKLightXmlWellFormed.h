@@ -23,14 +23,25 @@ enum class TextEncoding {
   kLatin1
 };
 
+// Where a checked document stands in its bytes.
+struct DocumentExtent {
+  // The document proper, without the zeros that may pad it.
+  std::size_t length = 0;
+  // The root element: its '<' and the byte after its end.
+  std::size_t rootBegin = 0;
+  std::size_t rootEnd = 0;
+  // Whether a document type declaration came before the root.
+  bool doctype = false;
+};
+
 // Checks the UTF-8 document [bytes, bytes + length) for everything the tree parser does not:
 // encoding and characters, names, references, attribute values, comments, declarations, text
 // outside the root element, repeated attributes. The declared encoding is not compared with the
 // bytes, which were told apart by their first bytes. Nesting and tag matching are left to the
-// parser. Returns false with `error` set at the first fault; true with `documentLength` set to the
-// length of the document proper, without the zeros that may pad it; may throw std::bad_alloc.
+// parser. Returns false with `error` set at the first fault; true with `extent` set; may throw
+// std::bad_alloc.
 bool CheckWellFormed(const unsigned char* bytes, std::size_t length, WellFormedError& error,
-                     std::size_t& documentLength);
+                     DocumentExtent& extent);
 
 // The encoding of the document that starts with [bytes, bytes + length).
 TextEncoding DetectEncoding(const unsigned char* bytes, std::size_t length) noexcept;

@@ -522,9 +522,11 @@ TEST(LightXmlTest, ErrorsAndElementsArePlacedInLinesAndColumns) {
     EXPECT_FALSE(parser.OutOfMemory());
   }
 
-  // Elements: their offsets as lines, in both encodings, only when line starts are kept.
+  // Elements: their offsets as lines, in both encodings and with or without carriage returns,
+  // only when line starts are kept.
   for (const std::string& text :
-       {std::string("<a>\n<b/>\r\n\r\n<c/></a>"), Utf16(u"<a>\n<b/>\r\n\r\n<c/></a>")}) {
+       {std::string("<a>\n<b/>\r\n\r\n<c/></a>"), std::string("<a>\n<b/>\n\n<c/></a>"),
+        Utf16(u"<a>\n<b/>\r\n\r\n<c/></a>")}) {
     VEKLightXmlElement root;
     VEKLightXmlParser parser;
     ASSERT_TRUE(Parse(text, root, &parser));
