@@ -12,6 +12,8 @@
 using vek_parser_detail::VEKAddTTRS;
 using vek_parser_detail::VEKBuildChildren;
 using vek_parser_detail::VEKForEachChild;
+using vek_parser_detail::VEKForEachFoundObject;
+using vek_parser_detail::VEKForEachInt;
 using vek_parser_detail::VEKOrderGroupLists;
 using vek_parser_detail::VEKPassWide;
 using vek_parser_detail::VEKQueryInterface;
@@ -28,21 +30,46 @@ int ReadIntAttribute(const VEKLightXmlElementItf& element, const VEKUnicodeStrin
   return value;
 }
 
-// Looks each id of `ids` up in `broker` with `kind` and hands every object found to `use`;
-// ids that resolve to nothing are passed over.
-template <class Use>
-void ForEachFoundObject(VEKITPSIdBroker& broker, const VEKRawCollint& ids, VEKTPSLightKind kind,
-                        const VEKReference& by, Use&& use) {
-  for (int position = 1; position <= ids.Size(); ++position) {
-    VEKComPtr<VEKBaseUnknown> found;
-    if (vek_parser_detail::VEKFindObject(broker, ids[position], kind, found, by)) use(found.Get());
-  }
+// Reads the vectors among the children of `parent` into `object`, each through the setter its
+// name selects. With `carryOver` a vector whose text cannot be read repeats the numbers before it;
+// without, it is passed on as 0.0.
+template <class Object, std::size_t Count>
+void SetNamedVectors(VEKTPSLightParserUtil& parser, const VEKLightXmlElementItf& parent,
+                     Object& object,
+                     const vek_parser_detail::VEKNamedVector<Object> (&vectors)[Count],
+                     bool carryOver) {
+  double x = 0.0;
+  double y = 0.0;
+  double z = 0.0;
+  VEKForEachChild(parent, [&](VEKLightXmlElementItf& vector) {
+    const VEKUnicodeString& name = vector.GetName();
+    for (const auto& candidate : vectors) {
+      if (name != candidate.name) continue;
+      if (!carryOver) x = y = z = 0.0;
+      (void)parser.ReadMath(vector, x, y, z);
+      (void)(object.*candidate.set)(x, y, z);
+      return;
+    }
+  });
 }
 
-// Calls `use` with each integer of `ids`, in order.
-template <class Use>
-void ForEachInt(const VEKRawCollint& ids, Use&& use) {
-  for (int position = 1; position <= ids.Size(); ++position) use(ids[position]);
+// The lists of ids a capture links, by the name of their element.
+struct CaptureList {
+  const char* name;
+  VEKTPSLightKind kind;
+  HRESULT (VEKITPSLightCapture::*add)(VEKBaseUnknown*);
+};
+
+const CaptureList* CaptureListNamed(const VEKUnicodeString& name) {
+  static constexpr CaptureList kLists[] = {
+      {"TPSs", VEKTPSLightKindAnnotation, &VEKITPSLightCapture::AddTPS},
+      {"Views", VEKTPSLightKindView, &VEKITPSLightCapture::AddView},
+      {"CGs", VEKTPSLightKindCG, &VEKITPSLightCapture::AddCG},
+  };
+  for (const CaptureList& list : kLists) {
+    if (name == list.name) return &list;
+  }
+  return nullptr;
 }
 
 // Names looked up on every object, made once.
@@ -140,12 +167,12 @@ HRESULT VEKTPSLightParserUtil::BuildNewAnnotation(VEKTPSLightContainer* containe
       VEKRawCollint ids(0);
       (void)ReadListInt(child, ids);
       const VEKReference by{child, VEKTPSLightKindAnnotation, annotation.Get()};
-      ForEachInt(ids, [&](int id) { (void)VEKAddTTRS(*annotation.Get(), id, by); });
+      VEKForEachInt(ids, [&](int id) { (void)VEKAddTTRS(*annotation.Get(), id, by); });
     } else if (name == "Grou") {
       VEKRawCollint ids(0);
       (void)ReadListInt(child, ids);
       VEKListValVEKUnicodeString group;
-      ForEachInt(ids, [&](int id) {
+      VEKForEachInt(ids, [&](int id) {
         if (id <= 0) return;
         VEKUnicodeString text;
         (void)text.BuildFromNum(id, "%d");
@@ -189,37 +216,20 @@ HRESULT VEKTPSLightParserUtil::BuildNewView(VEKTPSLightContainer* container, VEK
     VEKComPtr<VEKITPSIdBroker> broker;
     if (ids.Size() > 0 && VEKSucceeded(VEKQueryInterface(set, broker)) && broker) {
       const VEKReference by{shown, VEKTPSLightKindView, view.Get()};
-      ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindAnnotation, by,
-                         [&](VEKBaseUnknown* found) {
-                           VEKComPtr<VEKITPSLightModel> model;
-                           if (VEKSucceeded(VEKQueryInterface(found, model)) && model) {
-                             (void)model->SetView(view.Get());
-                           }
-                           model.Reset();
-                           (void)view->AddTPS(found);
-                         });
+      VEKForEachFoundObject(
+          *broker.Get(), ids, VEKTPSLightKindAnnotation, by,
+          [&](VEKBaseUnknown* found) { vek_parser_detail::VEKShowAnnotation(*view.Get(), found); });
     }
   }
 
   // Vectors count only inside "Math"; a number that cannot be read is passed on as 0.0.
+  static constexpr vek_parser_detail::VEKNamedVector<VEKITPSLightView> kVectors[] = {
+      {"Or", &VEKITPSLightView::SetOrigin},
+      {"No", &VEKITPSLightView::SetNormal},
+      {"Di", &VEKITPSLightView::SetDirection},
+  };
   VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() != "Math") return;
-    VEKForEachChild(child, [&](VEKLightXmlElementItf& vector) {
-      double x = 0.0;
-      double y = 0.0;
-      double z = 0.0;
-      const VEKUnicodeString& name = vector.GetName();
-      if (name == "Or") {
-        (void)ReadMath(vector, x, y, z);
-        (void)view->SetOrigin(x, y, z);
-      } else if (name == "No") {
-        (void)ReadMath(vector, x, y, z);
-        (void)view->SetNormal(x, y, z);
-      } else if (name == "Di") {
-        (void)ReadMath(vector, x, y, z);
-        (void)view->SetDirection(x, y, z);
-      }
-    });
+    if (child.GetName() == "Math") SetNamedVectors(*this, child, *view.Get(), kVectors, false);
   });
   return S_OK;
 }
@@ -258,14 +268,14 @@ HRESULT VEKTPSLightParserUtil::BuildNewRefFrame(VEKTPSLightContainer* container,
       // Datums are annotations already built in this set; the broker is asked once per child.
       VEKComPtr<VEKITPSIdBroker> broker;
       if (VEKFailed(VEKQueryInterface(set, broker)) || !broker) return;
-      ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindAnnotation,
-                         {child, VEKTPSLightKindRefFrame, frame.Get(), " as a datum"},
-                         [&](VEKBaseUnknown* found) { (void)frame->AddDatum(found); });
+      VEKForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindAnnotation,
+                            {child, VEKTPSLightKindRefFrame, frame.Get(), " as a datum"},
+                            [&](VEKBaseUnknown* found) { (void)frame->AddDatum(found); });
     } else if (name == "TTRS") {
       VEKRawCollint ids(0);
       (void)ReadListInt(child, ids);
       const VEKReference by{child, VEKTPSLightKindRefFrame, frame.Get()};
-      ForEachInt(ids, [&](int id) { (void)VEKAddTTRS(*frame.Get(), id, by); });
+      VEKForEachInt(ids, [&](int id) { (void)VEKAddTTRS(*frame.Get(), id, by); });
     }
   });
   return S_OK;
@@ -297,11 +307,11 @@ HRESULT VEKTPSLightParserUtil::BuildNewCG(VEKTPSLightContainer* container, VEKIT
       VEKRawCollint ids(0);
       (void)ReadListInt(child, ids);
       const VEKReference by{child, VEKTPSLightKindCG, geometry.Get()};
-      ForEachInt(ids, [&](int id) { (void)VEKAddTTRS(*geometry.Get(), id, by); });
+      VEKForEachInt(ids, [&](int id) { (void)VEKAddTTRS(*geometry.Get(), id, by); });
     } else if (name == "TRep") {
       VEKRawCollint ids(0);
       (void)ReadListInt(child, ids);
-      ForEachInt(ids, [&](int id) { (void)geometry->AddTRep(id); });
+      VEKForEachInt(ids, [&](int id) { (void)geometry->AddTRep(id); });
     }
   });
   light.Reset();
@@ -332,27 +342,8 @@ HRESULT VEKTPSLightParserUtil::BuildNewCapture(VEKTPSLightContainer* container,
   VEKComPtr<VEKITPSLight> light;
   if (VEKSucceeded(VEKQueryInterface(capture.Get(), light))) {
     (void)SetTPSValues(light.Get(), element);
-    const int activeViewId = ReadIntAttribute(element, "ActVie", 0);
-    VEKComPtr<VEKBaseUnknown> activeView;
-    if (activeViewId != 0 &&
-        vek_parser_detail::VEKFindObject(
-            *broker.Get(), activeViewId, VEKTPSLightKindView, activeView,
-            {element, VEKTPSLightKindCapture, capture.Get(), " as its active view"})) {
-      // The active view learns of the capture first, then the capture of its view.
-      VEKComPtr<VEKITPSLightView> view;
-      if (VEKSucceeded(activeView->QueryInterface(IID_VEKITPSLightView,
-                                                  view.ReleaseAndGetVoidAddressOf())) &&
-          view) {
-        VEKComPtr<VEKBaseUnknown> captureBase;
-        if (VEKSucceeded(VEKQueryInterface(capture.Get(), captureBase)) && captureBase) {
-          (void)view->AddCapture(captureBase.Get());
-        }
-        captureBase.Reset();
-      }
-      view.Reset();
-      (void)capture->SetActiveView(activeView.Get());
-      activeView.Reset();
-    }
+    vek_parser_detail::VEKLinkActiveView(*broker.Get(), *capture.Get(),
+                                         ReadIntAttribute(element, "ActVie", 0), element);
     (void)capture->SetClippingPlane(ReadIntAttribute(element, "ClipPla", 0));
     light.Reset();
   }
@@ -368,42 +359,22 @@ HRESULT VEKTPSLightParserUtil::BuildNewCapture(VEKTPSLightContainer* container,
     VEKLightXmlElementItf* child = element.GetChild(position);
     if (!child) break;
     const VEKUnicodeString& name = child->GetName();
-    if (name == "TPSs" || name == "Views" || name == "CGs") {
+    if (const CaptureList* list = CaptureListNamed(name)) {
       VEKRawCollint ids(0);
       (void)ReadListInt(*child, ids);
-      const VEKReference by{*child, VEKTPSLightKindCapture, capture.Get()};
-      if (name == "TPSs") {
-        ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindAnnotation, by,
-                           [&](VEKBaseUnknown* found) { (void)capture->AddTPS(found); });
-      } else if (name == "Views") {
-        ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindView, by,
-                           [&](VEKBaseUnknown* found) { (void)capture->AddView(found); });
-      } else {
-        ForEachFoundObject(*broker.Get(), ids, VEKTPSLightKindCG, by,
-                           [&](VEKBaseUnknown* found) { (void)capture->AddCG(found); });
-      }
+      VEKForEachFoundObject(
+          *broker.Get(), ids, list->kind, {*child, VEKTPSLightKindCapture, capture.Get()},
+          [&](VEKBaseUnknown* found) { (void)(capture.Get()->*list->add)(found); });
     } else if (name == "Cam") {
       (void)capture->SetCameraType(ReadIntAttribute(*child, "Type", 0));
+      static constexpr vek_parser_detail::VEKNamedVector<VEKITPSLightCapture> kCamera[] = {
+          {"Po", &VEKITPSLightCapture::SetCameraPosition},
+          {"Di", &VEKITPSLightCapture::SetCameraDirection},
+          {"Ze", &VEKITPSLightCapture::SetCameraZenith},
+          {"Ta", &VEKITPSLightCapture::SetCameraTarget},
+      };
       // Not reset between vectors: one whose text cannot be read repeats the previous numbers.
-      double x = 0.0;
-      double y = 0.0;
-      double z = 0.0;
-      VEKForEachChild(*child, [&](VEKLightXmlElementItf& vector) {
-        const VEKUnicodeString& vectorName = vector.GetName();
-        if (vectorName == "Po") {
-          (void)ReadMath(vector, x, y, z);
-          (void)capture->SetCameraPosition(x, y, z);
-        } else if (vectorName == "Di") {
-          (void)ReadMath(vector, x, y, z);
-          (void)capture->SetCameraDirection(x, y, z);
-        } else if (vectorName == "Ze") {
-          (void)ReadMath(vector, x, y, z);
-          (void)capture->SetCameraZenith(x, y, z);
-        } else if (vectorName == "Ta") {
-          (void)ReadMath(vector, x, y, z);
-          (void)capture->SetCameraTarget(x, y, z);
-        }
-      });
+      SetNamedVectors(*this, *child, *capture.Get(), kCamera, true);
       // The camera closes the capture: any later child is deliberately not read.
       break;
     }

@@ -9,8 +9,10 @@
 #include "VEKTPSLightParserUtil.h"
 #include "VEKTPSLightRecorder.h"
 
+using vek_parser_detail::VEKFindObject;
 using vek_parser_detail::VEKForEachChild;
 using vek_parser_detail::VEKPassWide;
+using vek_parser_detail::VEKQueryInterface;
 using vek_parser_detail::VEKReadNumber;
 
 namespace {
@@ -225,4 +227,25 @@ HRESULT VEKTPSLightParserUtil::SetTPSValues(VEKITPSLight* object, VEKLightXmlEle
     (void)object->SetRep(representation);
   }
   return S_OK;
+}
+
+void vek_parser_detail::VEKLinkActiveView(VEKITPSIdBroker& broker, VEKITPSLightCapture& capture,
+                                          int activeViewId,
+                                          const VEKLightXmlElementItf& element) noexcept {
+  VEKComPtr<VEKBaseUnknown> activeView;
+  if (activeViewId == 0 ||
+      !VEKFindObject(broker, activeViewId, VEKTPSLightKindView, activeView,
+                     {element, VEKTPSLightKindCapture, &capture, " as its active view"})) {
+    return;
+  }
+  VEKComPtr<VEKITPSLightView> view;
+  if (VEKSucceeded(VEKQueryInterface(activeView.Get(), view)) && view) {
+    VEKComPtr<VEKBaseUnknown> captureBase;
+    if (VEKSucceeded(VEKQueryInterface(&capture, captureBase)) && captureBase) {
+      (void)view->AddCapture(captureBase.Get());
+    }
+    captureBase.Reset();
+  }
+  view.Reset();
+  (void)capture.SetActiveView(activeView.Get());
 }

@@ -14,6 +14,8 @@ using vek_parser_detail::VEKAddTTRS;
 using vek_parser_detail::VEKBuildChildren;
 using vek_parser_detail::VEKFindObject;
 using vek_parser_detail::VEKForEachChild;
+using vek_parser_detail::VEKForEachFoundObject;
+using vek_parser_detail::VEKForEachInt;
 using vek_parser_detail::VEKHasValueCount;
 using vek_parser_detail::VEKOrderGroupLists;
 using vek_parser_detail::VEKPassWide;
@@ -114,6 +116,88 @@ void ReadPackedIds(const VEKUnicodeString& text, VEKRawCollint& ids, const VEKSo
   (void)ids.Append(last);
 }
 
+// The integers of a `separator`-separated list of ids, in order (the first character never holds
+// one, as GetListOfUnicode reads it); an id that does not convert is 0.
+VEKRawCollint ReadListedIds(VEKTPSLightParserUtil& parser, const VEKUnicodeString& text,
+                            const char* separator, const VEKSource& source) {
+  VEKListValVEKUnicodeString pieces;
+  (void)parser.GetListOfUnicode(text, separator, &pieces);
+  VEKRawCollint ids(pieces.Size());
+  for (int i = 1; i <= pieces.Size(); ++i) {
+    int id = 0;
+    ReadInt(pieces[i], id, source);
+    (void)ids.Append(id);
+  }
+  return ids;
+}
+
+// Builds every `tag` child of the first `familyTag` child of the document root.
+HRESULT BuildFamily(VEKTPSLightParserUtil& parser, VEKTPSLightContainer* container,
+                    VEKITPSLightSet* set, VEKLightXmlElementItf& root, const char* familyTag,
+                    const char* tag, vek_parser_detail::VEKBuilder build) {
+  if (!set || !container) return E_FAIL;
+  VEKLightXmlElement family;
+  if (VEKSucceeded(parser.FoundRootNode(root, familyTag, family)))
+    VEKBuildChildren(parser, build, container, set, family, tag);
+  return S_OK;
+}
+
+// A view's planes: item 1 the normal, then the direction when a third separator follows the
+// normal; item 2 the origin. One triple of doubles serves every vector: a piece that does not
+// convert keeps the component of the vector before it.
+void SetViewPlanes(const VEKListValVEKUnicodeString& planes, VEKITPSLightView& view,
+                   const VEKSource& source) {
+  static const VEKUnicodeString separator(";");
+  VEKVector3 vector;
+  if (planes[1].GetLengthInChar() != 0) {
+    VEKPieceCutter cutter(planes[1], separator);
+    ReadDouble(cutter.Next(), vector.x, source);
+    ReadDouble(cutter.Next(), vector.y, source);
+    if (!cutter.HasSeparator()) {
+      ReadDouble(cutter.Rest(), vector.z, source);
+      (void)view.SetNormal(vector.x, vector.y, vector.z);
+    } else {
+      ReadDouble(cutter.Next(), vector.z, source);
+      (void)view.SetNormal(vector.x, vector.y, vector.z);
+      ReadDouble(cutter.Next(), vector.x, source);
+      ReadDouble(cutter.Next(), vector.y, source);
+      ReadDouble(cutter.Rest(), vector.z, source);
+      (void)view.SetDirection(vector.x, vector.y, vector.z);
+    }
+  }
+  // A one-item list reads the origin as empty text and sets nothing.
+  if (planes[2].GetLengthInChar() != 0) {
+    VEKPieceCutter cutter(planes[2], separator);
+    ReadDouble(cutter.Next(), vector.x, source);
+    ReadDouble(cutter.Next(), vector.y, source);
+    ReadDouble(cutter.Rest(), vector.z, source);
+    (void)view.SetOrigin(vector.x, vector.y, vector.z);
+  }
+}
+
+// A capture's camera: position, direction, zenith, then target and type when there are more than
+// three items. One triple of doubles serves every vector; items past the end of the list read as
+// empty text and are skipped like empty items. `number` is the integer the capture's items share.
+void SetCamera(const VEKListValVEKUnicodeString& camera, VEKITPSLightCapture& capture, int& number,
+               const VEKSource& source) {
+  if (camera.Size() == 0) return;
+  VEKVector3 point;
+  auto setPoint = [&](int index, HRESULT (VEKITPSLightCapture::*setter)(double, double, double)) {
+    if (camera[index].GetLengthInChar() == 0) return;
+    ReadBlankTriple(camera[index], point, source);
+    (void)(capture.*setter)(point.x, point.y, point.z);
+  };
+  setPoint(1, &VEKITPSLightCapture::SetCameraPosition);
+  setPoint(2, &VEKITPSLightCapture::SetCameraDirection);
+  setPoint(3, &VEKITPSLightCapture::SetCameraZenith);
+  if (camera.Size() > 3) {
+    setPoint(4, &VEKITPSLightCapture::SetCameraTarget);
+    // A list of four items reads the type as empty text: the shared integer goes unchanged.
+    ReadInt(camera[5], number, source);
+    (void)capture.SetCameraType(number);
+  }
+}
+
 }  // namespace
 
 HRESULT VEKTPSLightParserUtil::AssoTPSOrderGroup(VEKITPSLightSet* set, VEKRawCollPV groups) {
@@ -154,11 +238,8 @@ HRESULT VEKTPSLightParserUtil::AssoTPSOrderGroup(VEKITPSLightSet* set, VEKRawCol
 
 HRESULT VEKTPSLightParserUtil::GenerateTTRS(VEKTPSLightContainer* container, VEKITPSLightSet* set,
                                             VEKLightXmlElementItf& element) {
-  if (!set || !container) return E_FAIL;
-  VEKLightXmlElement family;
-  if (VEKSucceeded(FoundRootNode(element, "TTRSRoot", family)))
-    VEKBuildChildren(*this, &VEKTPSLightParserUtil::BuildTTRS, container, set, family, "TTRS");
-  return S_OK;
+  return BuildFamily(*this, container, set, element, "TTRSRoot", "TTRS",
+                     &VEKTPSLightParserUtil::BuildTTRS);
 }
 
 HRESULT VEKTPSLightParserUtil::BuildTTRS(VEKTPSLightContainer* container, VEKITPSLightSet* set,
@@ -266,14 +347,9 @@ HRESULT VEKTPSLightParserUtil::BuildAnnotation(VEKTPSLightContainer* container,
     light.Reset();
   }
 
-  VEKListValVEKUnicodeString ttrsIds;
-  (void)GetListOfUnicode(items[10], ";", &ttrsIds);
   const VEKReference namer{element, VEKTPSLightKindAnnotation, annotation.Get()};
-  for (int i = 1; i <= ttrsIds.Size(); ++i) {
-    int id = 0;
-    ReadInt(ttrsIds[i], id, element);
-    (void)VEKAddTTRS(*annotation.Get(), id, namer);
-  }
+  VEKForEachInt(ReadListedIds(*this, items[10], ";", element),
+                [&](int id) { (void)VEKAddTTRS(*annotation.Get(), id, namer); });
 
   // One entry per created annotation keeps the pairing with the set's annotations aligned; a
   // list that cannot be made is a null entry (no group).
@@ -289,11 +365,8 @@ HRESULT VEKTPSLightParserUtil::BuildAnnotation(VEKTPSLightContainer* container,
 
 HRESULT VEKTPSLightParserUtil::GenerateViews(VEKTPSLightContainer* container, VEKITPSLightSet* set,
                                              VEKLightXmlElementItf& element) {
-  if (!set || !container) return E_FAIL;
-  VEKLightXmlElement family;
-  if (VEKSucceeded(FoundRootNode(element, "ViewRoot", family)))
-    VEKBuildChildren(*this, &VEKTPSLightParserUtil::BuildView, container, set, family, "View");
-  return S_OK;
+  return BuildFamily(*this, container, set, element, "ViewRoot", "View",
+                     &VEKTPSLightParserUtil::BuildView);
 }
 
 HRESULT VEKTPSLightParserUtil::BuildView(VEKTPSLightContainer* container, VEKITPSLightSet* set,
@@ -314,7 +387,7 @@ HRESULT VEKTPSLightParserUtil::BuildView(VEKTPSLightContainer* container, VEKITP
   VEKComPtr<VEKITPSLightView> view;
   if (VEKFailed(container->CreateView(view.ReleaseAndGetAddressOf(), set)) || !view) return E_FAIL;
 
-  VEKListValVEKUnicodeString annotationIds;
+  VEKRawCollint annotationIds(0);
   VEKComPtr<VEKITPSLight> light;
   if (VEKSucceeded(VEKQueryInterface(view.Get(), light)) && light) {
     // Items 1 and 3 share one integer.
@@ -325,72 +398,28 @@ HRESULT VEKTPSLightParserUtil::BuildView(VEKTPSLightContainer* container, VEKITP
     ReadInt(items[3], number, element);
     (void)VEKSetId(*light.Get(), number, element);
     VEKPassWide(items[4], [&](const wchar_t* text) { (void)light->SetUuid(text); });
-    (void)GetListOfUnicode(items[5], ";", &annotationIds);
+    annotationIds = ReadListedIds(*this, items[5], ";", element);
     light.Reset();
   }
 
   VEKComPtr<VEKITPSIdBroker> broker;
   if (annotationIds.Size() > 0 && VEKSucceeded(VEKQueryInterface(set, broker)) && broker) {
-    const VEKReference by{element, VEKTPSLightKindView, view.Get()};
-    for (int i = 1; i <= annotationIds.Size(); ++i) {
-      int id = 0;
-      ReadInt(annotationIds[i], id, element);
-      VEKComPtr<VEKBaseUnknown> annotation;
-      if (!VEKFindObject(*broker.Get(), id, VEKTPSLightKindAnnotation, annotation, by)) continue;
-      VEKComPtr<VEKITPSLightModel> model;
-      if (VEKSucceeded(VEKQueryInterface(annotation.Get(), model)) && model) {
-        (void)model->SetView(view.Get());
-        model.Reset();
-      }
-      (void)view->AddTPS(annotation.Get());
-    }
+    VEKForEachFoundObject(*broker.Get(), annotationIds, VEKTPSLightKindAnnotation,
+                          {element, VEKTPSLightKindView, view.Get()},
+                          [&](VEKBaseUnknown* annotation) {
+                            vek_parser_detail::VEKShowAnnotation(*view.Get(), annotation);
+                          });
     broker.Reset();
   }
-
-  const VEKListValVEKUnicodeString& planes = geometry;
-  if (planes.Size() > 0) {
-    // One triple of doubles serves every vector: a piece that does not convert keeps the
-    // component of the vector before it.
-    VEKVector3 vector;
-    static const VEKUnicodeString separator(";");
-    // Item 1: the normal, then the direction when a third separator follows the normal.
-    if (planes[1].GetLengthInChar() != 0) {
-      VEKPieceCutter cutter(planes[1], separator);
-      ReadDouble(cutter.Next(), vector.x, element);
-      ReadDouble(cutter.Next(), vector.y, element);
-      if (!cutter.HasSeparator()) {
-        ReadDouble(cutter.Rest(), vector.z, element);
-        (void)view->SetNormal(vector.x, vector.y, vector.z);
-      } else {
-        ReadDouble(cutter.Next(), vector.z, element);
-        (void)view->SetNormal(vector.x, vector.y, vector.z);
-        ReadDouble(cutter.Next(), vector.x, element);
-        ReadDouble(cutter.Next(), vector.y, element);
-        ReadDouble(cutter.Rest(), vector.z, element);
-        (void)view->SetDirection(vector.x, vector.y, vector.z);
-      }
-    }
-    // Item 2: the origin; a one-item list reads it as empty text and sets nothing.
-    if (planes[2].GetLengthInChar() != 0) {
-      VEKPieceCutter cutter(planes[2], separator);
-      ReadDouble(cutter.Next(), vector.x, element);
-      ReadDouble(cutter.Next(), vector.y, element);
-      ReadDouble(cutter.Rest(), vector.z, element);
-      (void)view->SetOrigin(vector.x, vector.y, vector.z);
-    }
-  }
+  SetViewPlanes(geometry, *view.Get(), element);
   return S_OK;
 }
 
 HRESULT VEKTPSLightParserUtil::GenerateRefFrame(VEKTPSLightContainer* container,
                                                 VEKITPSLightSet* set,
                                                 VEKLightXmlElementItf& element) {
-  if (!set || !container) return E_FAIL;
-  VEKLightXmlElement family;
-  if (VEKSucceeded(FoundRootNode(element, "ReferenceFrame", family)))
-    VEKBuildChildren(*this, &VEKTPSLightParserUtil::BuildRefFrame, container, set, family,
-                     "RefFrame");
-  return S_OK;
+  return BuildFamily(*this, container, set, element, "ReferenceFrame", "RefFrame",
+                     &VEKTPSLightParserUtil::BuildRefFrame);
 }
 
 HRESULT VEKTPSLightParserUtil::BuildRefFrame(VEKTPSLightContainer* container, VEKITPSLightSet* set,
@@ -418,40 +447,25 @@ HRESULT VEKTPSLightParserUtil::BuildRefFrame(VEKTPSLightContainer* container, VE
     light.Reset();
   }
 
-  VEKListValVEKUnicodeString datumIds;
-  (void)GetListOfUnicode(items[5], ";", &datumIds);
+  const VEKRawCollint datumIds = ReadListedIds(*this, items[5], ";", element);
   VEKComPtr<VEKITPSIdBroker> broker;
   if (datumIds.Size() > 0 && VEKSucceeded(VEKQueryInterface(set, broker)) && broker) {
-    const VEKReference by{element, VEKTPSLightKindRefFrame, refFrame.Get(), " as a datum"};
-    for (int i = 1; i <= datumIds.Size(); ++i) {
-      int id = 0;
-      ReadInt(datumIds[i], id, element);
-      VEKComPtr<VEKBaseUnknown> datum;
-      if (VEKFindObject(*broker.Get(), id, VEKTPSLightKindAnnotation, datum, by)) {
-        (void)refFrame->AddDatum(datum.Get());
-      }
-    }
+    VEKForEachFoundObject(*broker.Get(), datumIds, VEKTPSLightKindAnnotation,
+                          {element, VEKTPSLightKindRefFrame, refFrame.Get(), " as a datum"},
+                          [&](VEKBaseUnknown* datum) { (void)refFrame->AddDatum(datum); });
     broker.Reset();
   }
 
-  VEKListValVEKUnicodeString ttrsIds;
-  (void)GetListOfUnicode(items[6], ";", &ttrsIds);
   const VEKReference namer{element, VEKTPSLightKindRefFrame, refFrame.Get()};
-  for (int i = 1; i <= ttrsIds.Size(); ++i) {
-    int id = 0;
-    ReadInt(ttrsIds[i], id, element);
-    (void)VEKAddTTRS(*refFrame.Get(), id, namer);
-  }
+  VEKForEachInt(ReadListedIds(*this, items[6], ";", element),
+                [&](int id) { (void)VEKAddTTRS(*refFrame.Get(), id, namer); });
   return S_OK;
 }
 
 HRESULT VEKTPSLightParserUtil::GenerateCG(VEKTPSLightContainer* container, VEKITPSLightSet* set,
                                           VEKLightXmlElementItf& element) {
-  if (!set || !container) return E_FAIL;
-  VEKLightXmlElement family;
-  if (VEKSucceeded(FoundRootNode(element, "CGRoot", family)))
-    VEKBuildChildren(*this, &VEKTPSLightParserUtil::BuildCG, container, set, family, "CG");
-  return S_OK;
+  return BuildFamily(*this, container, set, element, "CGRoot", "CG",
+                     &VEKTPSLightParserUtil::BuildCG);
 }
 
 HRESULT VEKTPSLightParserUtil::BuildCG(VEKTPSLightContainer* container, VEKITPSLightSet* set,
@@ -480,21 +494,11 @@ HRESULT VEKTPSLightParserUtil::BuildCG(VEKTPSLightContainer* container, VEKITPSL
   VEKPassWide(items[5], [&](const wchar_t* text) { (void)cg->SetAttribute(text); });
   VEKPassWide(items[6], [&](const wchar_t* text) { (void)light->SetUuid(text); });
 
-  VEKListValVEKUnicodeString ttrsIds;
-  (void)GetListOfUnicode(items[7], ";", &ttrsIds);
   const VEKReference namer{element, VEKTPSLightKindCG, cg.Get()};
-  for (int i = 1; i <= ttrsIds.Size(); ++i) {
-    int id = 0;
-    ReadInt(ttrsIds[i], id, element);
-    (void)VEKAddTTRS(*cg.Get(), id, namer);
-  }
-  VEKListValVEKUnicodeString repIds;
-  (void)GetListOfUnicode(items[8], ";", &repIds);
-  for (int i = 1; i <= repIds.Size(); ++i) {
-    int id = 0;
-    ReadInt(repIds[i], id, element);
-    (void)cg->AddTRep(id);
-  }
+  VEKForEachInt(ReadListedIds(*this, items[7], ";", element),
+                [&](int id) { (void)VEKAddTTRS(*cg.Get(), id, namer); });
+  VEKForEachInt(ReadListedIds(*this, items[8], ";", element),
+                [&](int id) { (void)cg->AddTRep(id); });
   light.Reset();
   return E_FAIL;
 }
@@ -502,12 +506,8 @@ HRESULT VEKTPSLightParserUtil::BuildCG(VEKTPSLightContainer* container, VEKITPSL
 HRESULT VEKTPSLightParserUtil::GenerateCapture(VEKTPSLightContainer* container,
                                                VEKITPSLightSet* set,
                                                VEKLightXmlElementItf& element) {
-  if (!set || !container) return E_FAIL;
-  VEKLightXmlElement family;
-  if (VEKSucceeded(FoundRootNode(element, "CaptureRoot", family)))
-    VEKBuildChildren(*this, &VEKTPSLightParserUtil::BuildCapture, container, set, family,
-                     "Capture");
-  return S_OK;
+  return BuildFamily(*this, container, set, element, "CaptureRoot", "Capture",
+                     &VEKTPSLightParserUtil::BuildCapture);
 }
 
 HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEKITPSLightSet* set,
@@ -546,22 +546,7 @@ HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEK
     ReadInt(items[1], number, element);
     (void)VEKSetId(*light.Get(), number, element);
     ReadInt(items[2], number, element);
-    VEKComPtr<VEKBaseUnknown> activeView;
-    if (number != 0 &&
-        VEKFindObject(*broker.Get(), number, VEKTPSLightKindView, activeView,
-                      {element, VEKTPSLightKindCapture, capture.Get(), " as its active view"})) {
-      // Only the active view links back; an object that is not a view is still recorded.
-      VEKComPtr<VEKITPSLightView> view;
-      if (VEKSucceeded(VEKQueryInterface(activeView.Get(), view)) && view) {
-        VEKComPtr<VEKBaseUnknown> identity;
-        if (VEKSucceeded(VEKQueryInterface(capture.Get(), identity)) && identity) {
-          (void)view->AddCapture(identity.Get());
-        }
-      }
-      view.Reset();
-      (void)capture->SetActiveView(activeView.Get());
-    }
-    activeView.Reset();
+    vek_parser_detail::VEKLinkActiveView(*broker.Get(), *capture.Get(), number, element);
     ReadInt(items[3], number, element);
     (void)capture->SetClippingPlane(number);
     VEKPassWide(items[4], [&](const wchar_t* text) { (void)light->SetName(text); });
@@ -570,44 +555,16 @@ HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEK
   }
 
   // Items 6 to 8 list ids separated by one blank.
-  auto linkAll = [&](const VEKUnicodeString& text, VEKTPSLightKind kind,
-                     HRESULT (VEKITPSLightCapture::*add)(VEKBaseUnknown*)) {
-    VEKListValVEKUnicodeString ids;
-    (void)GetListOfUnicode(text, " ", &ids);
-    const VEKReference by{element, VEKTPSLightKindCapture, capture.Get()};
-    for (int i = 1; i <= ids.Size(); ++i) {
-      int id = 0;
-      ReadInt(ids[i], id, element);
-      VEKComPtr<VEKBaseUnknown> object;
-      if (VEKFindObject(*broker.Get(), id, kind, object, by)) {
-        (void)(capture.Get()->*add)(object.Get());
-      }
-    }
+  const auto linkAll = [&](const VEKUnicodeString& text, VEKTPSLightKind kind,
+                           HRESULT (VEKITPSLightCapture::*add)(VEKBaseUnknown*)) {
+    VEKForEachFoundObject(*broker.Get(), ReadListedIds(*this, text, " ", element), kind,
+                          {element, VEKTPSLightKindCapture, capture.Get()},
+                          [&](VEKBaseUnknown* object) { (void)(capture.Get()->*add)(object); });
   };
   linkAll(items[6], VEKTPSLightKindAnnotation, &VEKITPSLightCapture::AddTPS);
   linkAll(items[7], VEKTPSLightKindView, &VEKITPSLightCapture::AddView);
   linkAll(items[8], VEKTPSLightKindCG, &VEKITPSLightCapture::AddCG);
-
-  const VEKListValVEKUnicodeString& cameraItems = camera;
-  if (cameraItems.Size() > 0) {
-    // One triple of doubles serves every camera vector; items past the end of the camera list
-    // read as empty text and are skipped like empty items.
-    VEKVector3 point;
-    auto setPoint = [&](int index, HRESULT (VEKITPSLightCapture::*setter)(double, double, double)) {
-      if (cameraItems[index].GetLengthInChar() == 0) return;
-      ReadBlankTriple(cameraItems[index], point, element);
-      (void)(capture.Get()->*setter)(point.x, point.y, point.z);
-    };
-    setPoint(1, &VEKITPSLightCapture::SetCameraPosition);
-    setPoint(2, &VEKITPSLightCapture::SetCameraDirection);
-    setPoint(3, &VEKITPSLightCapture::SetCameraZenith);
-    if (cameraItems.Size() > 3) {
-      setPoint(4, &VEKITPSLightCapture::SetCameraTarget);
-      // A list of four items reads the type as empty text: the shared integer goes unchanged.
-      ReadInt(cameraItems[5], number, element);
-      (void)capture->SetCameraType(number);
-    }
-  }
+  SetCamera(camera, *capture.Get(), number, element);
   broker.Reset();
   return S_OK;
 }

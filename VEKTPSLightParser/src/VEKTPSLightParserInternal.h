@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <new>
 
 #include "VEKBaseUnknown.h"
@@ -10,27 +11,34 @@
 #include "VEKLightXml.h"
 #include "VEKLists.h"
 #include "VEKTPSLightParserUtil.h"
+#include "VEKTPSLightRecorder.h"
 #include "VEKUnicodeString.h"
 
 namespace vek_parser_detail {
 
-// A zero-terminated UTF-32 copy of a string, made for one model call and freed right after it:
-// an array of GetLengthInChar() + 1 wide characters. Get() is null when the array could not be
-// allocated: the caller then skips that call.
+// A zero-terminated UTF-32 copy of a string, made for one model call and dropped right after it.
+// Names, uuids and numbers fit the inline room; longer text gets a heap array. Get() is null when
+// that array could not be allocated: the caller then skips that call.
 class VEKWideString {
  public:
-  explicit VEKWideString(const VEKUnicodeString& text) noexcept
-      : chars_(new (std::nothrow) wchar_t[static_cast<std::size_t>(text.GetLengthInChar()) + 1]) {
+  explicit VEKWideString(const VEKUnicodeString& text) noexcept {
+    const std::size_t length = static_cast<std::size_t>(text.GetLengthInChar());
+    if (length >= kInline) {
+      heap_.reset(new (std::nothrow) wchar_t[length + 1]);
+      chars_ = heap_.get();
+    }
     if (chars_) text.ConvertToWChar(chars_);
   }
-  ~VEKWideString() { delete[] chars_; }
   VEKWideString(const VEKWideString&) = delete;
   VEKWideString& operator=(const VEKWideString&) = delete;
 
   const wchar_t* Get() const noexcept { return chars_; }
 
  private:
-  wchar_t* chars_;
+  static constexpr std::size_t kInline = 64;
+  wchar_t inline_[kInline];
+  std::unique_ptr<wchar_t[]> heap_;
+  wchar_t* chars_ = inline_;
 };
 
 // Calls `call` with the wide form of `text`; skips the call when the array cannot be allocated.
@@ -73,6 +81,45 @@ inline void VEKBuildChildren(VEKTPSLightParserUtil& parser, VEKBuilder build,
   VEKForEachChild(parent, [&](VEKLightXmlElementItf& child) {
     if (child.GetName() == tag) (void)(parser.*build)(container, set, child);
   });
+}
+
+// Makes `activeViewId` (0: none) the active view of `capture` when the set's broker finds it: the
+// view learns of the capture first, when it is a view, then the capture takes the object found,
+// view or not.
+void VEKLinkActiveView(VEKITPSIdBroker& broker, VEKITPSLightCapture& capture, int activeViewId,
+                       const VEKLightXmlElementItf& element) noexcept;
+
+// A vector setter of a model object, and the element name that carries its three numbers.
+template <class Object>
+struct VEKNamedVector {
+  const char* name;
+  HRESULT (Object::*set)(double, double, double);
+};
+
+// Looks each id of `ids` up in `broker` with `kind` and hands every object found to `use`;
+// ids that resolve to nothing are passed over.
+template <class Use>
+void VEKForEachFoundObject(VEKITPSIdBroker& broker, const VEKRawCollint& ids, VEKTPSLightKind kind,
+                           const VEKReference& by, Use&& use) {
+  for (int position = 1; position <= ids.Size(); ++position) {
+    VEKComPtr<VEKBaseUnknown> found;
+    if (VEKFindObject(broker, ids[position], kind, found, by)) use(found.Get());
+  }
+}
+
+// Calls `use` with each integer of `ids`, in order.
+template <class Use>
+void VEKForEachInt(const VEKRawCollint& ids, Use&& use) {
+  for (int position = 1; position <= ids.Size(); ++position) use(ids[position]);
+}
+
+// A view shows `annotation`: the annotation learns of the view first (when it is an annotation),
+// then the view of the annotation.
+inline void VEKShowAnnotation(VEKITPSLightView& view, VEKBaseUnknown* annotation) noexcept {
+  VEKComPtr<VEKITPSLightModel> model;
+  if (VEKSucceeded(VEKQueryInterface(annotation, model)) && model) (void)model->SetView(&view);
+  model.Reset();
+  (void)view.AddTPS(annotation);
 }
 
 // Owns the id lists collected for order groups: each entry is a heap VEKListValVEKUnicodeString
