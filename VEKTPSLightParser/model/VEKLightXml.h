@@ -250,7 +250,17 @@ class VEK_API VEKLightXmlParser {
   // negative offset, or when line starts were not kept or memory ran out keeping them.
   int GetLineOf(std::ptrdiff_t offset) const noexcept;
 
+  // Where and why a Parse failed; an empty description when it did not.
+  struct ParseError {
+    std::ptrdiff_t offset = -1;
+    const char* description = "";
+    int line = 0;
+    int column = 0;
+  };
+
  private:
+  // Keeps `error` as the last Parse's; 1 when it holds no fault, else 0.
+  int Report(const ParseError& error) noexcept;
   void NoteLineStarts(const unsigned char* text, std::size_t size) noexcept;
 
   std::ptrdiff_t errorOffset_ = -1;

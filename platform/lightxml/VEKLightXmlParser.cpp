@@ -24,6 +24,8 @@ namespace {
 
 constexpr const char* kOutOfMemory = "Could not allocate memory";
 
+using ParseError = VEKLightXmlParser::ParseError;
+
 // Writes `root` and everything under it, walking the tree without recursion.
 void WriteTree(pugi::xml_node root, VEKLightXmlWriter& writer) {
   pugi::xml_node node = root;
@@ -95,6 +97,20 @@ bool ReadWhole(VEKLightXmlInputStream& input, OwnedText& text) {
   return false;
 }
 
+// The input as the tree parser gets it.
+struct CheckedText {
+  // The input's bytes, or `read` when the stream had no block of its own.
+  const unsigned char* bytes = nullptr;
+  std::size_t size = 0;
+  OwnedText read;
+  // The UTF-8 form of input in another encoding.
+  OwnedText converted;
+  TextEncoding encoding = TextEncoding::kUtf8;
+  DocumentExtent extent;
+
+  const unsigned char* Utf8() const { return converted.bytes ? converted.bytes.get() : bytes; }
+};
+
 // Converts [bytes, bytes + size) from `encoding` into new UTF-8 text in `text`. False with
 // `fault` set when the text is malformed, or with `text` empty when memory runs out.
 bool ConvertText(const unsigned char* bytes, std::size_t size, TextEncoding encoding,
@@ -137,6 +153,101 @@ void PlaceOffset(const unsigned char* text, std::size_t size, std::size_t offset
   column = static_cast<int>(std::min<std::int64_t>(characters, INT_MAX));
 }
 
+// A fault at `fault.offset` of the UTF-8 text [text, text + size), which must be intact.
+ParseError Placed(const WellFormedError& fault, const unsigned char* text, std::size_t size) {
+  ParseError error;
+  error.offset = fault.offset;
+  error.description = fault.description;
+  if (fault.offset >= 0) {
+    PlaceOffset(text, size, static_cast<std::size_t>(fault.offset), error.line, error.column);
+  }
+  return error;
+}
+
+// Reads `input` into `text` as checked UTF-8: the caller's bytes when they are UTF-8 already in
+// one block, or a copy of ours. False with `error` set when it is not a well-formed document.
+bool PrepareText(VEKLightXmlInputStream& input, CheckedText& text, ParseError& error) {
+  text.bytes = input.GetBytes();
+  text.size = static_cast<std::size_t>(std::max(input.GetLength(), 0));
+  if (!text.bytes || input.GetLength() < 0) {
+    if (!ReadWhole(input, text.read)) {
+      error.description = text.read.bytes ? "The input is too large" : kOutOfMemory;
+      return false;
+    }
+    text.bytes = text.read.bytes.get();
+    text.size = text.read.size;
+  }
+  text.encoding = DetectEncoding(text.bytes, text.size);
+  WellFormedError fault;
+  if (text.encoding != TextEncoding::kUtf8 &&
+      !ConvertText(text.bytes, text.size, text.encoding, text.converted, fault)) {
+    if (!text.converted.bytes) {
+      error.description = kOutOfMemory;
+      return false;
+    }
+    error = Placed(fault, text.converted.bytes.get(), text.converted.size);
+    return false;
+  }
+  const std::size_t size = text.converted.bytes ? text.converted.size : text.size;
+  if (!CheckWellFormed(text.Utf8(), size, fault, text.extent)) {
+    error = Placed(fault, text.Utf8(), size);
+    return false;
+  }
+  return true;
+}
+
+// Parses the checked `text` into `document`. Zeros padding the document are left out: the parser
+// would stop at the first, and copying them would make its memory follow the declared length
+// rather than the document. The checks leave the parser nesting and tag matching. Its default
+// options keep no document type declaration and expand only the predefined entities and
+// character references, so entity declarations cannot blow the text up.
+bool LoadTree(Document& document, CheckedText& text, ParseError& error) {
+  const bool converted = text.converted.bytes != nullptr;
+  const pugi::xml_parse_result result =
+      converted
+          ? document.xml.load_buffer_inplace_own(text.converted.bytes.release(), text.extent.length,
+                                                 pugi::parse_default, pugi::encoding_utf8)
+          : document.xml.load_buffer(text.bytes, text.extent.length, pugi::parse_default,
+                                     pugi::encoding_utf8);
+  if (result) return true;
+  if (result.status == pugi::status_out_of_memory) {
+    error.description = kOutOfMemory;
+    return false;
+  }
+  WellFormedError fault;
+  fault.offset = result.offset;
+  fault.description = result.description();
+  if (!converted) {
+    error = Placed(fault, text.bytes, text.size);
+    return false;
+  }
+  // The parser wrote into the converted text it took; its place is told on a fresh copy.
+  document.xml.reset();
+  OwnedText again;
+  WellFormedError unused;
+  if (ConvertText(text.bytes, text.size, text.encoding, again, unused)) {
+    error = Placed(fault, again.bytes.get(), again.size);
+  } else {
+    error.offset = fault.offset;
+    error.description = fault.description;
+  }
+  return false;
+}
+
+// The node of the parsed document's element; null with `error` set when there is none or memory
+// runs out. The checks let one element at most stand at the top.
+Node* RootNode(Document& document, ParseError& error) {
+  pugi::xml_node element = document.xml.first_child();
+  while (element && element.type() != pugi::node_element) element = element.next_sibling();
+  if (!element) {
+    error.description = "No document element found";
+    return nullptr;
+  }
+  Node* node = document.NewRoot(element);
+  if (!node) error.description = kOutOfMemory;
+  return node;
+}
+
 }  // namespace
 
 VEKLightXmlParser::VEKLightXmlParser() noexcept = default;
@@ -144,118 +255,46 @@ VEKLightXmlParser::VEKLightXmlParser() noexcept = default;
 VEKLightXmlParser::~VEKLightXmlParser() = default;
 
 int VEKLightXmlParser::Parse(VEKLightXmlInputStream& input, VEKLightXmlElementItf& root) noexcept {
-  errorOffset_ = -1;
-  errorDescription_ = "";
-  errorLine_ = 0;
-  errorColumn_ = 0;
   lineStarts_.clear();
   ownRoot_ = {};
+  ParseError error;
   auto* target = dynamic_cast<VEKLightXmlElement*>(&root);
   if (!target) {
-    errorDescription_ = "The root is not a VEKLightXmlElement";
-    return 0;
+    error.description = "The root is not a VEKLightXmlElement";
+    return Report(error);
   }
   target->document_.reset();
   target->node_ = nullptr;
-  // Records a fault at `offset` of the UTF-8 text [text, text + size), which must be intact.
-  const auto fail = [this](const WellFormedError& fault, const unsigned char* text,
-                           std::size_t size) {
-    errorOffset_ = fault.offset;
-    errorDescription_ = fault.description;
-    if (fault.offset >= 0) {
-      PlaceOffset(text, size, static_cast<std::size_t>(fault.offset), errorLine_, errorColumn_);
-    }
-    return 0;
-  };
   try {
     auto document = std::make_shared<Document>();
-    // The text as UTF-8: the caller's bytes when they are UTF-8 already, or a copy of ours.
-    const unsigned char* bytes = input.GetBytes();
-    std::size_t size = static_cast<std::size_t>(std::max(input.GetLength(), 0));
-    OwnedText read;
-    if (!bytes || input.GetLength() < 0) {
-      if (!ReadWhole(input, read)) {
-        errorDescription_ = read.bytes ? "The input is too large" : kOutOfMemory;
-        return 0;
-      }
-      bytes = read.bytes.get();
-      size = read.size;
-    }
-    const TextEncoding encoding = DetectEncoding(bytes, size);
-    WellFormedError fault;
-    DocumentExtent extent;
-    OwnedText converted;
-    if (encoding != TextEncoding::kUtf8) {
-      if (!ConvertText(bytes, size, encoding, converted, fault)) {
-        if (!converted.bytes) {
-          errorDescription_ = kOutOfMemory;
-          return 0;
-        }
-        return fail(fault, converted.bytes.get(), converted.size);
-      }
-      if (!CheckWellFormed(converted.bytes.get(), converted.size, fault, extent)) {
-        return fail(fault, converted.bytes.get(), converted.size);
-      }
-    } else if (!CheckWellFormed(bytes, size, fault, extent)) {
-      return fail(fault, bytes, size);
-    }
-    const unsigned char* text = converted.bytes ? converted.bytes.get() : bytes;
-    const std::size_t documentLength = extent.length;
-    if (keepLineStarts_) NoteLineStarts(text, documentLength);
-    // Zeros padding the document are left out: the parser would stop at the first, and copying
-    // them would make its memory follow the declared length rather than the document.
-    // The checks above leave the parser nesting and tag matching. Its default options keep no
-    // document type declaration and expand only the predefined entities and character
-    // references, so entity declarations cannot blow the text up.
-    const pugi::xml_parse_result result =
-        converted.bytes
-            ? document->xml.load_buffer_inplace_own(converted.bytes.release(), documentLength,
-                                                    pugi::parse_default, pugi::encoding_utf8)
-            : document->xml.load_buffer(bytes, documentLength, pugi::parse_default,
-                                        pugi::encoding_utf8);
-    if (!result) {
-      if (result.status == pugi::status_out_of_memory) {
-        errorDescription_ = kOutOfMemory;
-        return 0;
-      }
-      fault.offset = result.offset;
-      fault.description = result.description();
-      if (encoding == TextEncoding::kUtf8) return fail(fault, bytes, size);
-      // The parser wrote into the converted text it took; its place is told on a fresh copy.
-      document.reset();
-      OwnedText again;
-      WellFormedError unused;
-      if (ConvertText(bytes, size, encoding, again, unused)) {
-        return fail(fault, again.bytes.get(), again.size);
-      }
-      errorOffset_ = fault.offset;
-      errorDescription_ = fault.description;
-      return 0;
-    }
-    // The checks let one element at most stand at the top.
-    pugi::xml_node element = document->xml.first_child();
-    while (element && element.type() != pugi::node_element) element = element.next_sibling();
-    if (!element) {
-      errorDescription_ = "No document element found";
-      return 0;
-    }
-    Node* node = document->NewRoot(element);
-    if (!node) {
-      errorDescription_ = kOutOfMemory;
-      return 0;
-    }
+    CheckedText text;
+    if (!PrepareText(input, text, error)) return Report(error);
+    if (keepLineStarts_) NoteLineStarts(text.Utf8(), text.extent.length);
+    if (!LoadTree(*document, text, error)) return Report(error);
+    Node* node = RootNode(*document, error);
+    if (!node) return Report(error);
     target->document_ = std::move(document);
     target->node_ = node;
     // Without a document type declaration nothing in the root refers outside it, so the root's
     // own UTF-8 bytes parse back to this tree.
-    if (encoding == TextEncoding::kUtf8 && !extent.doctype && !read.bytes) {
-      ownRoot_ = {bytes, extent.rootBegin, extent.rootEnd - extent.rootBegin, node};
+    if (text.encoding == TextEncoding::kUtf8 && !text.extent.doctype && !text.read.bytes) {
+      ownRoot_ = {text.bytes, text.extent.rootBegin, text.extent.rootEnd - text.extent.rootBegin,
+                  node};
     }
-    return 1;
+    return Report(error);
   } catch (const std::bad_alloc&) {
-    errorDescription_ = kOutOfMemory;
-    return 0;
+    error = {};
+    error.description = kOutOfMemory;
+    return Report(error);
   }
+}
+
+int VEKLightXmlParser::Report(const ParseError& error) noexcept {
+  errorOffset_ = error.offset;
+  errorDescription_ = error.description;
+  errorLine_ = error.line;
+  errorColumn_ = error.column;
+  return *error.description ? 0 : 1;
 }
 
 int VEKLightXmlParser::GetXml(const VEKLightXmlElementItf& root,
