@@ -165,6 +165,27 @@ HRESULT VEKWalkCurrent(VEKTPSLightParserUtil& parser, VEKLightXmlElement& root,
   return result;
 }
 
+// A legacy set's own values: name, standard, type, status and uuid, items 1 to 5.
+void SetLegacySetValues(VEKITPSLightSet* set, const VEKListValVEKUnicodeString& items,
+                        const VEKLightXmlElementItf& element) {
+  VEKComPtr<VEKITPSLight> light;
+  if (!set ||
+      VEKFailed(set->QueryInterface(IID_VEKITPSLight, light.ReleaseAndGetVoidAddressOf())) ||
+      !light) {
+    return;
+  }
+  VEKPassWide(items[1], [&](const wchar_t* text) { (void)light->SetName(text); });
+  VEKPassWide(items[2], [&](const wchar_t* text) { (void)set->SetStandard(text); });
+  // Type and status share one integer, so an unreadable status repeats the type.
+  int number = 0;
+  (void)vek_parser_detail::VEKReadNumber(items[3], number, element);
+  (void)light->SetType(static_cast<unsigned short>(number));
+  (void)vek_parser_detail::VEKReadNumber(items[4], number, element);
+  (void)light->SetStatus(static_cast<unsigned short>(number));
+  VEKPassWide(items[5], [&](const wchar_t* text) { (void)light->SetUuid(text); });
+  light.Reset();
+}
+
 // Legacy schema: one set per "AnnotationSet" child with exactly five values, each built from the
 // whole document.
 HRESULT VEKWalkLegacy(VEKTPSLightParserUtil& parser, VEKLightXmlElement& root,
@@ -217,23 +238,7 @@ HRESULT VEKWalkLegacy(VEKTPSLightParserUtil& parser, VEKLightXmlElement& root,
       return;
     }
 
-    VEKComPtr<VEKITPSLight> light;
-    if (current &&
-        VEKSucceeded(
-            current->QueryInterface(IID_VEKITPSLight, light.ReleaseAndGetVoidAddressOf())) &&
-        light) {
-      VEKPassWide(items[1], [&](const wchar_t* text) { (void)light->SetName(text); });
-      VEKPassWide(items[2], [&](const wchar_t* text) { (void)current->SetStandard(text); });
-      // Type and status share one integer, so an unreadable status repeats the type.
-      int number = 0;
-      (void)vek_parser_detail::VEKReadNumber(items[3], number, child);
-      (void)light->SetType(static_cast<unsigned short>(number));
-      (void)vek_parser_detail::VEKReadNumber(items[4], number, child);
-      (void)light->SetStatus(static_cast<unsigned short>(number));
-      VEKPassWide(items[5], [&](const wchar_t* text) { (void)light->SetUuid(text); });
-      light.Reset();
-    }
-
+    SetLegacySetValues(current, items, child);
     // Every builder reads the whole document from its root.
     (void)parser.GenerateTTRS(container.Get(), current, root);
     (void)parser.GenerateAnnotations(container.Get(), current, root);
