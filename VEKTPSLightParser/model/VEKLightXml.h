@@ -117,6 +117,13 @@ class VEK_API VEKLightXmlElementItf {
   // An opaque identity of the designated node: equal for two elements designating the same node,
   // null for an element designating nothing.
   virtual const void* GetNodeIdentity() const = 0;
+
+  // The tag name, the value of attribute `name` (empty when absent) and the text content as UTF-8
+  // views, valid as long as the strings returned by reference. Parsed elements answer from their
+  // document without making strings; these defaults answer from the reads above.
+  virtual std::string_view GetNameView() const;
+  virtual std::string_view GetAttributeView(std::string_view name) const;
+  virtual std::string_view GetValueView() const;
 };
 
 // Writes XML text into a stream element by element, through a buffer of its own. Names are
@@ -201,6 +208,9 @@ class VEK_API VEKLightXmlElement final : public VEKLightXmlElementItf {
   const VEKUnicodeString& GetValue() const override;
   std::ptrdiff_t GetSourceOffset() const override;
   const void* GetNodeIdentity() const override;
+  std::string_view GetNameView() const override;
+  std::string_view GetAttributeView(std::string_view name) const override;
+  std::string_view GetValueView() const override;
 
  private:
   friend class VEKLightXmlParser;

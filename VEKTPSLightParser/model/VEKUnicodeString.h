@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "VEKExport.h"
 
@@ -59,6 +60,15 @@ class VEK_API VEKUnicodeString {
   // only on 1.
   int ConvertToNum(int* value, const char* format) const noexcept;
   int ConvertToNum(double* value, const char* format) const noexcept;
+  // The same conversions of a UTF-8 text given as a view.
+  static int ConvertViewToNum(std::string_view utf8, int* value, const char* format) noexcept;
+  static int ConvertViewToNum(std::string_view utf8, double* value, const char* format) noexcept;
+  // Writes the characters of the UTF-8 text `utf8` as UTF-32 plus a terminating zero into
+  // `target`, which must hold utf8.size() + 1 wide characters; a byte that starts no character
+  // becomes U+FFFD. Null target: nothing is written.
+  static void ConvertViewToWChar(std::string_view utf8, wchar_t* target) noexcept;
+  // The UTF-8 form as a view, valid until the string changes.
+  std::string_view View() const noexcept { return {Data(), size_}; }
   // Makes the string the decimal form of `value` ("%d"); returns its length, or -1 (string left
   // unchanged) for any other format.
   int BuildFromNum(int value, const char* format) noexcept;

@@ -23,10 +23,9 @@ using vek_parser_detail::VEKReference;
 namespace {
 
 // Reads the integer attribute `name` of `element` into a variable preset to `fallback`.
-int ReadIntAttribute(const VEKLightXmlElementItf& element, const VEKUnicodeString& name,
-                     int fallback) {
+int ReadIntAttribute(const VEKLightXmlElementItf& element, std::string_view name, int fallback) {
   int value = fallback;
-  (void)VEKReadNumber(element.GetAttributeValue(name), value, element);
+  (void)VEKReadNumber(element.GetAttributeView(name), value, element);
   return value;
 }
 
@@ -42,7 +41,7 @@ void SetNamedVectors(VEKTPSLightParserUtil& parser, const VEKLightXmlElementItf&
   double y = 0.0;
   double z = 0.0;
   VEKForEachChild(parent, [&](VEKLightXmlElementItf& vector) {
-    const VEKUnicodeString& name = vector.GetName();
+    const std::string_view name = vector.GetNameView();
     for (const auto& candidate : vectors) {
       if (name != candidate.name) continue;
       if (!carryOver) x = y = z = 0.0;
@@ -60,7 +59,7 @@ struct CaptureList {
   HRESULT (VEKITPSLightCapture::*add)(VEKBaseUnknown*);
 };
 
-const CaptureList* CaptureListNamed(const VEKUnicodeString& name) {
+const CaptureList* CaptureListNamed(std::string_view name) {
   static constexpr CaptureList kLists[] = {
       {"TPSs", VEKTPSLightKindAnnotation, &VEKITPSLightCapture::AddTPS},
       {"Views", VEKTPSLightKindView, &VEKITPSLightCapture::AddView},
@@ -72,11 +71,6 @@ const CaptureList* CaptureListNamed(const VEKUnicodeString& name) {
   return nullptr;
 }
 
-// Names looked up on every object, made once.
-const VEKUnicodeString& AttributeName() {
-  static const VEKUnicodeString name("Att");
-  return name;
-}
 // The type of the representation that an annotation or a capture keeps as its own graphic.
 const VEKUnicodeString& GraphicRepType() {
   static const VEKUnicodeString type("2");
@@ -104,7 +98,7 @@ HRESULT VEKTPSLightParserUtil::BuildNewTTRS(VEKTPSLightContainer* container, VEK
       (void)SetTPSValues(light.Get(), element);
   }
   VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() != "GeoP") return;
+    if (child.GetNameView() != "GeoP") return;
     VEKRawCollint ids(0);
     (void)ReadListInt(child, ids);
     // The TTRS owns the copy from here on, a null one included.
@@ -119,7 +113,8 @@ HRESULT VEKTPSLightParserUtil::GenerateNewAnnotations(VEKTPSLightContainer* cont
   if (!set || !container) return E_FAIL;
   VEKOrderGroupLists groups;
   VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == "TPS") (void)BuildNewAnnotation(container, set, child, &groups.Lists());
+    if (child.GetNameView() == "TPS")
+      (void)BuildNewAnnotation(container, set, child, &groups.Lists());
   });
   // Groups can be linked only now that every annotation of this root exists.
   if (groups.Lists().Size() > 0) (void)AssoTPSOrderGroup(set, groups.Lists());
@@ -139,18 +134,15 @@ HRESULT VEKTPSLightParserUtil::BuildNewAnnotation(VEKTPSLightContainer* containe
   VEKComPtr<VEKITPSLight> light;
   if (VEKSucceeded(VEKQueryInterface(annotation.Get(), light))) {
     (void)SetTPSValues(light.Get(), element);
-    static const VEKUnicodeString kValue("Val");
-    static const VEKUnicodeString kDefault("Def");
-    static const VEKUnicodeString kReference("Ref");
     double value = 0.0;
-    (void)VEKReadNumber(element.GetAttributeValue(kValue), value, element);
+    (void)VEKReadNumber(element.GetAttributeView("Val"), value, element);
     (void)annotation->SetValue(value);
     // Any non-zero "Def" marks the annotation as default with the flag 1.
-    if (ReadIntAttribute(element, kDefault, 0) != 0) (void)annotation->SetDefault(1);
+    if (ReadIntAttribute(element, "Def", 0) != 0) (void)annotation->SetDefault(1);
     (void)vek_parser_detail::VEKSetReference(
-        *annotation.Get(), ReadIntAttribute(element, kReference, 0),
+        *annotation.Get(), ReadIntAttribute(element, "Ref", 0),
         {element, VEKTPSLightKindAnnotation, annotation.Get(), " as its reference"});
-    VEKPassWide(element.GetAttributeValue(AttributeName()),
+    VEKPassWide(element.GetAttributeView("Att"),
                 [&](const wchar_t* text) { (void)annotation->SetAttribute(text); });
     light.Reset();
   }
@@ -162,7 +154,7 @@ HRESULT VEKTPSLightParserUtil::BuildNewAnnotation(VEKTPSLightContainer* containe
   }
 
   VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    const VEKUnicodeString& name = child.GetName();
+    const std::string_view name = child.GetNameView();
     if (name == "TTRS") {
       VEKRawCollint ids(0);
       (void)ReadListInt(child, ids);
@@ -208,14 +200,12 @@ HRESULT VEKTPSLightParserUtil::BuildNewView(VEKTPSLightContainer* container, VEK
   }
 
   // Only the first "TPSs" is read; the annotations it names are linked both ways.
-  static const VEKUnicodeString kShown("TPSs");
-  VEKLightXmlElement shown;
-  if (VEKSucceeded(FoundRootNode(element, kShown, shown))) {
+  if (VEKLightXmlElementItf* shown = vek_parser_detail::VEKFirstChildNamed(element, "TPSs")) {
     VEKRawCollint ids(0);
-    (void)ReadListInt(shown, ids);
+    (void)ReadListInt(*shown, ids);
     VEKComPtr<VEKITPSIdBroker> broker;
     if (ids.Size() > 0 && VEKSucceeded(VEKQueryInterface(set, broker)) && broker) {
-      const VEKReference by{shown, VEKTPSLightKindView, view.Get()};
+      const VEKReference by{*shown, VEKTPSLightKindView, view.Get()};
       VEKForEachFoundObject(
           *broker.Get(), ids, VEKTPSLightKindAnnotation, by,
           [&](VEKBaseUnknown* found) { vek_parser_detail::VEKShowAnnotation(*view.Get(), found); });
@@ -229,7 +219,7 @@ HRESULT VEKTPSLightParserUtil::BuildNewView(VEKTPSLightContainer* container, VEK
       {"Di", &VEKITPSLightView::SetDirection},
   };
   VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == "Math") SetNamedVectors(*this, child, *view.Get(), kVectors, false);
+    if (child.GetNameView() == "Math") SetNamedVectors(*this, child, *view.Get(), kVectors, false);
   });
   return S_OK;
 }
@@ -254,13 +244,13 @@ HRESULT VEKTPSLightParserUtil::BuildNewRefFrame(VEKTPSLightContainer* container,
     VEKComPtr<VEKITPSLight> light;
     if (VEKSucceeded(VEKQueryInterface(frame.Get(), light))) {
       (void)SetTPSValues(light.Get(), element);
-      VEKPassWide(element.GetAttributeValue(AttributeName()),
+      VEKPassWide(element.GetAttributeView("Att"),
                   [&](const wchar_t* text) { (void)frame->SetAttribute(text); });
     }
   }
 
   VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    const VEKUnicodeString& name = child.GetName();
+    const std::string_view name = child.GetNameView();
     if (name == "Datum") {
       VEKRawCollint ids(0);
       (void)ReadListInt(child, ids);
@@ -298,11 +288,11 @@ HRESULT VEKTPSLightParserUtil::BuildNewCG(VEKTPSLightContainer* container, VEKIT
   VEKComPtr<VEKITPSLight> light;
   if (VEKFailed(VEKQueryInterface(geometry.Get(), light)) || !light) return E_FAIL;
   (void)SetTPSValues(light.Get(), element);
-  VEKPassWide(element.GetAttributeValue(AttributeName()),
+  VEKPassWide(element.GetAttributeView("Att"),
               [&](const wchar_t* text) { (void)geometry->SetAttribute(text); });
 
   VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    const VEKUnicodeString& name = child.GetName();
+    const std::string_view name = child.GetNameView();
     if (name == "TTRS") {
       VEKRawCollint ids(0);
       (void)ReadListInt(child, ids);
@@ -358,7 +348,7 @@ HRESULT VEKTPSLightParserUtil::BuildNewCapture(VEKTPSLightContainer* container,
   while (position) {
     VEKLightXmlElementItf* child = element.GetChild(position);
     if (!child) break;
-    const VEKUnicodeString& name = child->GetName();
+    const std::string_view name = child->GetNameView();
     if (const CaptureList* list = CaptureListNamed(name)) {
       VEKRawCollint ids(0);
       (void)ReadListInt(*child, ids);

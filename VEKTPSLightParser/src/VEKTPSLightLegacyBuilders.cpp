@@ -13,9 +13,11 @@
 using vek_parser_detail::VEKAddTTRS;
 using vek_parser_detail::VEKBuildChildren;
 using vek_parser_detail::VEKFindObject;
+using vek_parser_detail::VEKFindText;
 using vek_parser_detail::VEKForEachChild;
 using vek_parser_detail::VEKForEachFoundObject;
 using vek_parser_detail::VEKForEachInt;
+using vek_parser_detail::VEKForEachValue;
 using vek_parser_detail::VEKHasValueCount;
 using vek_parser_detail::VEKOrderGroupLists;
 using vek_parser_detail::VEKPassWide;
@@ -23,28 +25,24 @@ using vek_parser_detail::VEKQueryInterface;
 using vek_parser_detail::VEKReference;
 using vek_parser_detail::VEKSetId;
 using vek_parser_detail::VEKSource;
+using vek_parser_detail::VEKSubView;
+using vek_parser_detail::VEKValueItems;
 
 namespace {
 
-const VEKUnicodeString& ValueName() {
-  static const VEKUnicodeString name("V");
-  return name;
-}
-
 // The "V" attribute of `element`, empty when absent.
-VEKUnicodeString ValueOf(const VEKLightXmlElementItf& element) {
-  static const VEKUnicodeString absent;
-  return element.GetAttributeValue(ValueName(), absent);
+std::string_view ValueOf(const VEKLightXmlElementItf& element) {
+  return element.GetAttributeView("V");
 }
 
 // "%d" into `number`; text that does not convert leaves `number` as it was, which the callers
 // rely on where one integer is shared by several items.
-void ReadInt(const VEKUnicodeString& text, int& number, const VEKSource& source) {
+void ReadInt(std::string_view text, int& number, const VEKSource& source) {
   (void)vek_parser_detail::VEKReadNumber(text, number, source);
 }
 
 // "%le" into `number`, with the same rule.
-void ReadDouble(const VEKUnicodeString& text, double& number, const VEKSource& source) {
+void ReadDouble(std::string_view text, double& number, const VEKSource& source) {
   (void)vek_parser_detail::VEKReadNumber(text, number, source);
 }
 
@@ -56,43 +54,40 @@ const char* const kPassedOver = ", so it is passed over";
 // not convert and its target keeps the value it had.
 class VEKPieceCutter {
  public:
-  VEKPieceCutter(const VEKUnicodeString& text, const VEKUnicodeString& separator) noexcept
+  VEKPieceCutter(std::string_view text, std::string_view separator) noexcept
       : text_(text), separator_(separator) {}
 
   // Whether another separator follows the current position.
   bool HasSeparator() const noexcept { return !exhausted_ && NextSeparator() >= 0; }
   // The text up to the next separator, which is then passed.
-  VEKUnicodeString Next() noexcept {
+  std::string_view Next() noexcept {
     const int found = exhausted_ ? -1 : NextSeparator();
     if (found < 0) {
       exhausted_ = true;
-      return VEKUnicodeString();
+      return {};
     }
-    VEKUnicodeString piece = text_.SubString(start_, found - start_);
+    const std::string_view piece = VEKSubView(text_, start_, found - start_);
     start_ = found + 1;
     return piece;
   }
   // Everything after the last separator passed.
-  VEKUnicodeString Rest() const noexcept {
-    if (exhausted_) return VEKUnicodeString();
-    return text_.SubString(start_, text_.GetLengthInChar() - start_);
+  std::string_view Rest() const noexcept {
+    if (exhausted_) return {};
+    return VEKSubView(text_, start_, static_cast<int>(text_.size()) - start_);
   }
 
  private:
-  int NextSeparator() const noexcept {
-    return text_.SearchSubString(separator_, start_, VEKUnicodeString::VEKSearchForward);
-  }
+  int NextSeparator() const noexcept { return VEKFindText(text_, separator_, start_); }
 
-  const VEKUnicodeString& text_;
-  const VEKUnicodeString& separator_;
+  std::string_view text_;
+  std::string_view separator_;
   int start_ = 0;
   bool exhausted_ = false;
 };
 
 // Three numbers "x<blank>y<blank>z" into `point`; a missing piece keeps its component.
-void ReadBlankTriple(const VEKUnicodeString& text, VEKVector3& point, const VEKSource& source) {
-  static const VEKUnicodeString blank(" ");
-  VEKPieceCutter cutter(text, blank);
+void ReadBlankTriple(std::string_view text, VEKVector3& point, const VEKSource& source) {
+  VEKPieceCutter cutter(text, " ");
   ReadDouble(cutter.Next(), point.x, source);
   ReadDouble(cutter.Next(), point.y, source);
   ReadDouble(cutter.Rest(), point.z, source);
@@ -100,34 +95,30 @@ void ReadBlankTriple(const VEKUnicodeString& text, VEKVector3& point, const VEKS
 
 // One packed geometry item: ";"-separated integers after a first character that never holds a
 // value. Zeros before the last piece are dropped; the last piece is always kept.
-void ReadPackedIds(const VEKUnicodeString& text, VEKRawCollint& ids, const VEKSource& source) {
-  static const VEKUnicodeString separator(";");
-  int start = 1;
+void ReadPackedIds(std::string_view text, VEKRawCollint& ids, const VEKSource& source) {
+  int start = vek_parser_detail::VEKCharacterLengthAt(text, 0);
   for (;;) {
-    const int found = text.SearchSubString(separator, start, VEKUnicodeString::VEKSearchForward);
+    const int found = VEKFindText(text, ";", start);
     if (found < 0) break;
     int number = 0;
-    ReadInt(text.SubString(start, found - start), number, source);
+    ReadInt(VEKSubView(text, start, found - start), number, source);
     if (number != 0) (void)ids.Append(number);
     start = found + 1;
   }
   int last = 0;
-  ReadInt(text.SubString(start, text.GetLengthInChar() - start), last, source);
+  ReadInt(VEKSubView(text, start, static_cast<int>(text.size()) - start), last, source);
   (void)ids.Append(last);
 }
 
 // The integers of a `separator`-separated list of ids, in order (the first character never holds
 // one, as GetListOfUnicode reads it); an id that does not convert is 0.
-VEKRawCollint ReadListedIds(VEKTPSLightParserUtil& parser, const VEKUnicodeString& text,
-                            const char* separator, const VEKSource& source) {
-  VEKListValVEKUnicodeString pieces;
-  (void)parser.GetListOfUnicode(text, separator, &pieces);
-  VEKRawCollint ids(pieces.Size());
-  for (int i = 1; i <= pieces.Size(); ++i) {
+VEKRawCollint ReadListedIds(std::string_view text, const char* separator, const VEKSource& source) {
+  VEKRawCollint ids(0);
+  vek_parser_detail::VEKForEachListItem(text, separator, [&](std::string_view item) {
     int id = 0;
-    ReadInt(pieces[i], id, source);
+    ReadInt(item, id, source);
     (void)ids.Append(id);
-  }
+  });
   return ids;
 }
 
@@ -145,11 +136,10 @@ HRESULT BuildFamily(VEKTPSLightParserUtil& parser, VEKTPSLightContainer* contain
 // A view's planes: item 1 the normal, then the direction when a third separator follows the
 // normal; item 2 the origin. One triple of doubles serves every vector: a piece that does not
 // convert keeps the component of the vector before it.
-void SetViewPlanes(const VEKListValVEKUnicodeString& planes, VEKITPSLightView& view,
-                   const VEKSource& source) {
-  static const VEKUnicodeString separator(";");
+void SetViewPlanes(const VEKValueItems& planes, VEKITPSLightView& view, const VEKSource& source) {
+  const std::string_view separator(";");
   VEKVector3 vector;
-  if (planes[1].GetLengthInChar() != 0) {
+  if (!planes[1].empty()) {
     VEKPieceCutter cutter(planes[1], separator);
     ReadDouble(cutter.Next(), vector.x, source);
     ReadDouble(cutter.Next(), vector.y, source);
@@ -166,7 +156,7 @@ void SetViewPlanes(const VEKListValVEKUnicodeString& planes, VEKITPSLightView& v
     }
   }
   // A one-item list reads the origin as empty text and sets nothing.
-  if (planes[2].GetLengthInChar() != 0) {
+  if (!planes[2].empty()) {
     VEKPieceCutter cutter(planes[2], separator);
     ReadDouble(cutter.Next(), vector.x, source);
     ReadDouble(cutter.Next(), vector.y, source);
@@ -178,12 +168,12 @@ void SetViewPlanes(const VEKListValVEKUnicodeString& planes, VEKITPSLightView& v
 // A capture's camera: position, direction, zenith, then target and type when there are more than
 // three items. One triple of doubles serves every vector; items past the end of the list read as
 // empty text and are skipped like empty items. `number` is the integer the capture's items share.
-void SetCamera(const VEKListValVEKUnicodeString& camera, VEKITPSLightCapture& capture, int& number,
+void SetCamera(const VEKValueItems& camera, VEKITPSLightCapture& capture, int& number,
                const VEKSource& source) {
   if (camera.Size() == 0) return;
   VEKVector3 point;
   auto setPoint = [&](int index, HRESULT (VEKITPSLightCapture::*setter)(double, double, double)) {
-    if (camera[index].GetLengthInChar() == 0) return;
+    if (camera[index].empty()) return;
     ReadBlankTriple(camera[index], point, source);
     (void)(capture.*setter)(point.x, point.y, point.z);
   };
@@ -225,7 +215,7 @@ HRESULT VEKTPSLightParserUtil::AssoTPSOrderGroup(VEKITPSLightSet* set, VEKRawCol
                           annotations->Get(k - 1), " in its order group"};
     for (int j = 1; j <= ids->Size(); ++j) {
       int id = 0;
-      ReadInt((*ids)[j], id, by.source);
+      ReadInt((*ids)[j].View(), id, by.source);
       VEKComPtr<VEKBaseUnknown> member;
       if (VEKFindObject(*broker.Get(), id, VEKTPSLightKindAnnotation, member, by)) {
         (void)group->Append(member.Get());
@@ -247,14 +237,14 @@ HRESULT VEKTPSLightParserUtil::BuildTTRS(VEKTPSLightContainer* container, VEKITP
   if (!set || !container) return E_FAIL;
   // "Na", "In" and "Ui" fill the identity in document order: the order, not the tag, decides
   // which of name, id and uuid a value becomes.
-  VEKListValVEKUnicodeString identity;
-  VEKListValVEKUnicodeString geometry;
+  VEKValueItems identity;
+  VEKValueItems geometry;
   VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    const VEKUnicodeString& name = child.GetName();
+    const std::string_view name = child.GetNameView();
     if (name == "Na" || name == "In" || name == "Ui") {
-      (void)identity.Append(ValueOf(child));
+      identity.Append(ValueOf(child));
     } else if (name == "Gd") {
-      (void)GetNodeValue(child, &geometry);
+      VEKForEachValue(child, [&](std::string_view value) { geometry.Append(value); });
     }
   });
   if (!VEKHasValueCount(identity, -1, element, kPassedOver)) return E_FAIL;
@@ -264,7 +254,7 @@ HRESULT VEKTPSLightParserUtil::BuildTTRS(VEKTPSLightContainer* container, VEKITP
 
   VEKComPtr<VEKITPSLight> light;
   if (VEKSucceeded(VEKQueryInterface(ttrs.Get(), light)) && light) {
-    const VEKListValVEKUnicodeString& items = identity;
+    const VEKValueItems& items = identity;
     VEKPassWide(items[1], [&](const wchar_t* text) { (void)light->SetName(text); });
     // A one-item identity reads item 2 as empty text: the id is then 0.
     int id = 0;
@@ -277,10 +267,9 @@ HRESULT VEKTPSLightParserUtil::BuildTTRS(VEKTPSLightContainer* container, VEKITP
     light.Reset();
   }
 
-  const VEKListValVEKUnicodeString& packedItems = geometry;
-  for (int i = 1; i <= packedItems.Size(); ++i) {
-    const VEKUnicodeString& packed = packedItems[i];
-    if (packed.GetLengthInChar() == 0) continue;
+  for (int i = 1; i <= geometry.Size(); ++i) {
+    const std::string_view packed = geometry[i];
+    if (packed.empty()) continue;
     VEKRawCollint* ids = new (std::nothrow) VEKRawCollint(0);
     if (!ids) continue;
     ReadPackedIds(packed, *ids, element);
@@ -300,7 +289,7 @@ HRESULT VEKTPSLightParserUtil::GenerateAnnotations(VEKTPSLightContainer* contain
   // Groups name annotations that may come later, so they are linked once all are built.
   VEKOrderGroupLists groups;
   VEKForEachChild(family, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == "TPS") (void)BuildAnnotation(container, set, child, &groups.Lists());
+    if (child.GetNameView() == "TPS") (void)BuildAnnotation(container, set, child, &groups.Lists());
   });
   if (groups.Lists().Size() >= 1) (void)AssoTPSOrderGroup(set, groups.Lists());
   return S_OK;
@@ -310,10 +299,10 @@ HRESULT VEKTPSLightParserUtil::BuildAnnotation(VEKTPSLightContainer* container,
                                                VEKITPSLightSet* set, VEKLightXmlElementItf& element,
                                                VEKRawCollPV* orderGroups) {
   if (!set || !container || !orderGroups) return E_FAIL;
-  VEKListValVEKUnicodeString values;
-  (void)GetNodeValue(element, &values);
+  VEKValueItems values;
+  VEKForEachValue(element, [&](std::string_view value) { values.Append(value); });
   if (!VEKHasValueCount(values, 11, element, kPassedOver)) return E_FAIL;
-  const VEKListValVEKUnicodeString& items = values;
+  const VEKValueItems& items = values;
 
   VEKComPtr<VEKITPSLightAnnotation> annotation;
   if (VEKFailed(container->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set)) ||
@@ -348,7 +337,7 @@ HRESULT VEKTPSLightParserUtil::BuildAnnotation(VEKTPSLightContainer* container,
   }
 
   const VEKReference namer{element, VEKTPSLightKindAnnotation, annotation.Get()};
-  VEKForEachInt(ReadListedIds(*this, items[10], ";", element),
+  VEKForEachInt(ReadListedIds(items[10], ";", element),
                 [&](int id) { (void)VEKAddTTRS(*annotation.Get(), id, namer); });
 
   // One entry per created annotation keeps the pairing with the set's annotations aligned; a
@@ -356,7 +345,9 @@ HRESULT VEKTPSLightParserUtil::BuildAnnotation(VEKTPSLightContainer* container,
   std::unique_ptr<VEKListValVEKUnicodeString> groupIds(new (std::nothrow)
                                                            VEKListValVEKUnicodeString());
   if (groupIds) {
-    (void)GetListOfUnicode(items[11], ";", groupIds.get());
+    vek_parser_detail::VEKForEachListItem(items[11], ";", [&](std::string_view id) {
+      (void)groupIds->Append(VEKUnicodeString(id.data(), id.size()));
+    });
     vek_parser_detail::VEKNoteGroupSource(groupIds.get(), element);
   }
   if (VEKSucceeded(orderGroups->Append(groupIds.get()))) (void)groupIds.release();
@@ -372,17 +363,17 @@ HRESULT VEKTPSLightParserUtil::GenerateViews(VEKTPSLightContainer* container, VE
 HRESULT VEKTPSLightParserUtil::BuildView(VEKTPSLightContainer* container, VEKITPSLightSet* set,
                                          VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
-  VEKListValVEKUnicodeString values;
-  VEKListValVEKUnicodeString geometry;
+  VEKValueItems values;
+  VEKValueItems geometry;
   VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == "Mt") {
-      (void)GetNodeValue(child, &geometry);
+    if (child.GetNameView() == "Mt") {
+      VEKForEachValue(child, [&](std::string_view value) { geometry.Append(value); });
     } else {
-      (void)values.Append(ValueOf(child));
+      values.Append(ValueOf(child));
     }
   });
   if (!VEKHasValueCount(values, 5, element, kPassedOver) || !geometry.Complete()) return E_FAIL;
-  const VEKListValVEKUnicodeString& items = values;
+  const VEKValueItems& items = values;
 
   VEKComPtr<VEKITPSLightView> view;
   if (VEKFailed(container->CreateView(view.ReleaseAndGetAddressOf(), set)) || !view) return E_FAIL;
@@ -398,7 +389,7 @@ HRESULT VEKTPSLightParserUtil::BuildView(VEKTPSLightContainer* container, VEKITP
     ReadInt(items[3], number, element);
     (void)VEKSetId(*light.Get(), number, element);
     VEKPassWide(items[4], [&](const wchar_t* text) { (void)light->SetUuid(text); });
-    annotationIds = ReadListedIds(*this, items[5], ";", element);
+    annotationIds = ReadListedIds(items[5], ";", element);
     light.Reset();
   }
 
@@ -425,10 +416,10 @@ HRESULT VEKTPSLightParserUtil::GenerateRefFrame(VEKTPSLightContainer* container,
 HRESULT VEKTPSLightParserUtil::BuildRefFrame(VEKTPSLightContainer* container, VEKITPSLightSet* set,
                                              VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
-  VEKListValVEKUnicodeString values;
-  (void)GetNodeValue(element, &values);
+  VEKValueItems values;
+  VEKForEachValue(element, [&](std::string_view value) { values.Append(value); });
   if (!VEKHasValueCount(values, 6, element, kPassedOver)) return E_FAIL;
-  const VEKListValVEKUnicodeString& items = values;
+  const VEKValueItems& items = values;
 
   VEKComPtr<VEKITPSLightRefFrame> refFrame;
   if (VEKFailed(container->CreateRefFrame(refFrame.ReleaseAndGetAddressOf(), set)) || !refFrame) {
@@ -447,7 +438,7 @@ HRESULT VEKTPSLightParserUtil::BuildRefFrame(VEKTPSLightContainer* container, VE
     light.Reset();
   }
 
-  const VEKRawCollint datumIds = ReadListedIds(*this, items[5], ";", element);
+  const VEKRawCollint datumIds = ReadListedIds(items[5], ";", element);
   VEKComPtr<VEKITPSIdBroker> broker;
   if (datumIds.Size() > 0 && VEKSucceeded(VEKQueryInterface(set, broker)) && broker) {
     VEKForEachFoundObject(*broker.Get(), datumIds, VEKTPSLightKindAnnotation,
@@ -457,7 +448,7 @@ HRESULT VEKTPSLightParserUtil::BuildRefFrame(VEKTPSLightContainer* container, VE
   }
 
   const VEKReference namer{element, VEKTPSLightKindRefFrame, refFrame.Get()};
-  VEKForEachInt(ReadListedIds(*this, items[6], ";", element),
+  VEKForEachInt(ReadListedIds(items[6], ";", element),
                 [&](int id) { (void)VEKAddTTRS(*refFrame.Get(), id, namer); });
   return S_OK;
 }
@@ -472,10 +463,10 @@ HRESULT VEKTPSLightParserUtil::BuildCG(VEKTPSLightContainer* container, VEKITPSL
                                        VEKLightXmlElementItf& element) {
   // The result is E_FAIL on every path, a complete build included; callers ignore it.
   if (!set || !container) return E_FAIL;
-  VEKListValVEKUnicodeString values;
-  (void)GetNodeValue(element, &values);
+  VEKValueItems values;
+  VEKForEachValue(element, [&](std::string_view value) { values.Append(value); });
   if (!VEKHasValueCount(values, 8, element, kPassedOver)) return E_FAIL;
-  const VEKListValVEKUnicodeString& items = values;
+  const VEKValueItems& items = values;
 
   VEKComPtr<VEKITPSLightCG> cg;
   if (VEKFailed(container->CreateCG(cg.ReleaseAndGetAddressOf(), set)) || !cg) return E_FAIL;
@@ -495,10 +486,9 @@ HRESULT VEKTPSLightParserUtil::BuildCG(VEKTPSLightContainer* container, VEKITPSL
   VEKPassWide(items[6], [&](const wchar_t* text) { (void)light->SetUuid(text); });
 
   const VEKReference namer{element, VEKTPSLightKindCG, cg.Get()};
-  VEKForEachInt(ReadListedIds(*this, items[7], ";", element),
+  VEKForEachInt(ReadListedIds(items[7], ";", element),
                 [&](int id) { (void)VEKAddTTRS(*cg.Get(), id, namer); });
-  VEKForEachInt(ReadListedIds(*this, items[8], ";", element),
-                [&](int id) { (void)cg->AddTRep(id); });
+  VEKForEachInt(ReadListedIds(items[8], ";", element), [&](int id) { (void)cg->AddTRep(id); });
   light.Reset();
   return E_FAIL;
 }
@@ -513,22 +503,19 @@ HRESULT VEKTPSLightParserUtil::GenerateCapture(VEKTPSLightContainer* container,
 HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEKITPSLightSet* set,
                                             VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
-  VEKListValVEKUnicodeString values;
-  VEKListValVEKUnicodeString camera;
-  // "Gd" values are read as the format demands, but nothing in a capture depends on them.
-  VEKListValVEKUnicodeString unusedGeometry;
+  VEKValueItems values;
+  VEKValueItems camera;
+  // "Gd" values belong to the format, but nothing in a capture depends on them.
   VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    const VEKUnicodeString& name = child.GetName();
+    const std::string_view name = child.GetNameView();
     if (name == "Cam") {
-      (void)GetNodeValue(child, &camera);
-    } else if (name == "Gd") {
-      (void)GetNodeValue(child, &unusedGeometry);
-    } else {
-      (void)values.Append(ValueOf(child));
+      VEKForEachValue(child, [&](std::string_view value) { camera.Append(value); });
+    } else if (name != "Gd") {
+      values.Append(ValueOf(child));
     }
   });
   if (!VEKHasValueCount(values, 8, element, kPassedOver) || !camera.Complete()) return E_FAIL;
-  const VEKListValVEKUnicodeString& items = values;
+  const VEKValueItems& items = values;
 
   VEKComPtr<VEKITPSLightCapture> capture;
   if (VEKFailed(container->CreateCapture(capture.ReleaseAndGetAddressOf(), set)) || !capture) {
@@ -555,9 +542,9 @@ HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEK
   }
 
   // Items 6 to 8 list ids separated by one blank.
-  const auto linkAll = [&](const VEKUnicodeString& text, VEKTPSLightKind kind,
+  const auto linkAll = [&](std::string_view text, VEKTPSLightKind kind,
                            HRESULT (VEKITPSLightCapture::*add)(VEKBaseUnknown*)) {
-    VEKForEachFoundObject(*broker.Get(), ReadListedIds(*this, text, " ", element), kind,
+    VEKForEachFoundObject(*broker.Get(), ReadListedIds(text, " ", element), kind,
                           {element, VEKTPSLightKindCapture, capture.Get()},
                           [&](VEKBaseUnknown* object) { (void)(capture.Get()->*add)(object); });
   };

@@ -166,7 +166,7 @@ HRESULT VEKWalkCurrent(VEKTPSLightParserUtil& parser, VEKLightXmlElement& root,
 }
 
 // A legacy set's own values: name, standard, type, status and uuid, items 1 to 5.
-void SetLegacySetValues(VEKITPSLightSet* set, const VEKListValVEKUnicodeString& items,
+void SetLegacySetValues(VEKITPSLightSet* set, const vek_parser_detail::VEKValueItems& items,
                         const VEKLightXmlElementItf& element) {
   VEKComPtr<VEKITPSLight> light;
   if (!set ||
@@ -194,8 +194,6 @@ HRESULT VEKWalkLegacy(VEKTPSLightParserUtil& parser, VEKLightXmlElement& root,
   HRESULT result = E_FAIL;
   if (!root.GetChildren()) return result;
 
-  const VEKUnicodeString valueName("V");
-  const VEKUnicodeString absent;
   VEKObjectBudget budget(rules.maxObjects);
   // Every set that gets its values builds the same objects: the first tells what the next costs.
   std::uint64_t objectsPerSet = 0;
@@ -203,7 +201,7 @@ HRESULT VEKWalkLegacy(VEKTPSLightParserUtil& parser, VEKLightXmlElement& root,
   vek_parser_detail::VEKSource firstRebuild;
   bool stopped = false;
   VEKForEachChild(root, [&](VEKLightXmlElementItf& child) {
-    if (stopped || child.GetName() != "AnnotationSet") return;
+    if (stopped || child.GetNameView() != "AnnotationSet") return;
     ++outcome.annotationSets;
     const bool builds = child.GetChildCount() == 5 && objectsPerSet > 0;
     if (!budget.Allows(builds ? objectsPerSet : 1, child)) {
@@ -226,10 +224,9 @@ HRESULT VEKWalkLegacy(VEKTPSLightParserUtil& parser, VEKLightXmlElement& root,
     vek_parser_detail::VEKRecorderBeginSet(current);
 
     // The set's values are positional: item k is the "V" of the k-th child, whatever its name.
-    VEKListValVEKUnicodeString items;
-    VEKForEachChild(child, [&](VEKLightXmlElementItf& item) {
-      (void)items.Append(item.GetAttributeValue(valueName, absent));
-    });
+    vek_parser_detail::VEKValueItems items;
+    VEKForEachChild(child,
+                    [&](VEKLightXmlElementItf& item) { items.Append(item.GetAttributeView("V")); });
     if (!vek_parser_detail::VEKHasValueCount(items, 5, child,
                                              ", so its set gets no values and no objects")) {
       if (!items.Complete()) outcome.outOfMemory = true;

@@ -2,9 +2,13 @@
 // queries and the child walk over parsed elements.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <new>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "VEKBaseUnknown.h"
 #include "VEKComPtr.h"
@@ -16,18 +20,18 @@
 
 namespace vek_parser_detail {
 
-// A zero-terminated UTF-32 copy of a string, made for one model call and dropped right after it.
-// Names, uuids and numbers fit the inline room; longer text gets a heap array. Get() is null when
-// that array could not be allocated: the caller then skips that call.
+// A zero-terminated UTF-32 copy of a UTF-8 text, made for one model call and dropped right after
+// it. Names, uuids and numbers fit the inline room; longer text gets a heap array. Get() is null
+// when that array could not be allocated: the caller then skips that call.
 class VEKWideString {
  public:
-  explicit VEKWideString(const VEKUnicodeString& text) noexcept {
-    const std::size_t length = static_cast<std::size_t>(text.GetLengthInChar());
-    if (length >= kInline) {
-      heap_.reset(new (std::nothrow) wchar_t[length + 1]);
+  explicit VEKWideString(std::string_view utf8) noexcept {
+    // A character takes at least one byte, so the byte count bounds the characters.
+    if (utf8.size() >= kInline) {
+      heap_.reset(new (std::nothrow) wchar_t[utf8.size() + 1]);
       chars_ = heap_.get();
     }
-    if (chars_) text.ConvertToWChar(chars_);
+    VEKUnicodeString::ConvertViewToWChar(utf8, chars_);
   }
   VEKWideString(const VEKWideString&) = delete;
   VEKWideString& operator=(const VEKWideString&) = delete;
@@ -43,9 +47,63 @@ class VEKWideString {
 
 // Calls `call` with the wide form of `text`; skips the call when the array cannot be allocated.
 template <class Call>
-void VEKPassWide(const VEKUnicodeString& text, Call&& call) {
+void VEKPassWide(std::string_view text, Call&& call) {
   VEKWideString wide(text);
   if (wide.Get()) call(wide.Get());
+}
+template <class Call>
+void VEKPassWide(const VEKUnicodeString& text, Call&& call) {
+  VEKPassWide(text.View(), std::forward<Call>(call));
+}
+
+// Byte-level reading of UTF-8 text, with the clamping rules of VEKUnicodeString's SubString and
+// SearchSubString. Both texts are valid UTF-8, so a byte match starts on a character boundary and
+// byte positions cut exactly where character positions would.
+
+// Position of `what` at or after byte `start` (a negative start counts as 0), or -1; empty `what`
+// is found at `start` when start is within the text or at its end.
+inline int VEKFindText(std::string_view text, std::string_view what, int start) noexcept {
+  if (start < 0) start = 0;
+  if (static_cast<std::size_t>(start) > text.size()) return -1;
+  const std::size_t found = text.find(what, static_cast<std::size_t>(start));
+  return found == std::string_view::npos ? -1 : static_cast<int>(found);
+}
+
+// The `length` bytes from `start`, clamped to the text: a negative start counts from 0, a
+// non-positive length or a start past the end gives empty text.
+inline std::string_view VEKSubView(std::string_view text, int start, int length) noexcept {
+  if (start < 0) start = 0;
+  if (length <= 0 || static_cast<std::size_t>(start) >= text.size()) return {};
+  return text.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(length));
+}
+
+// Bytes of the character at byte `at` of `text`; 1 at or past the end.
+inline int VEKCharacterLengthAt(std::string_view text, int at) noexcept {
+  if (at < 0 || static_cast<std::size_t>(at) >= text.size()) return 1;
+  const auto lead = static_cast<unsigned char>(text[static_cast<std::size_t>(at)]);
+  const int length = lead < 0xC0 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+  return std::min<int>(length, static_cast<int>(text.size()) - at);
+}
+
+// Calls `visit` with each item of the list `text` as GetListOfUnicode cuts it: the first
+// character never belongs to an item (data is expected to open with the separator), empty pieces
+// are skipped, the search goes on one character past where a separator starts, and when no
+// separator is left the whole text, not the remainder, becomes the last item.
+template <class Visit>
+void VEKForEachListItem(std::string_view text, std::string_view separator, Visit&& visit) {
+  const int length = static_cast<int>(text.size());
+  if (length == 0) return;
+  int start = VEKCharacterLengthAt(text, 0);
+  for (;;) {
+    const int found = VEKFindText(text, separator, start);
+    if (found < 0) {
+      visit(text);
+      return;
+    }
+    if (start < found) visit(text.substr(start, found - start));
+    start = found + VEKCharacterLengthAt(text, found);
+    if (start >= length) return;
+  }
 }
 
 // Asks `object` for interface U (identified by U::kIID) into `out`; E_POINTER for a null object.
@@ -69,6 +127,19 @@ void VEKForEachChild(const VEKLightXmlElementItf& parent, Visit&& visit) {
   }
 }
 
+// The first child of `parent` named `name`, or null. Direct children only: the cost stays
+// bounded by the parent's own child count.
+inline VEKLightXmlElementItf* VEKFirstChildNamed(const VEKLightXmlElementItf& parent,
+                                                 std::string_view name) {
+  void* position = parent.GetChildren();
+  while (position) {
+    VEKLightXmlElementItf* child = parent.GetChild(position);
+    if (!child) break;
+    if (child->GetNameView() == name) return child;
+  }
+  return nullptr;
+}
+
 // A builder member: makes one object from one element.
 using VEKBuilder = HRESULT (VEKTPSLightParserUtil::*)(VEKTPSLightContainer*, VEKITPSLightSet*,
                                                       VEKLightXmlElementItf&);
@@ -79,7 +150,39 @@ inline void VEKBuildChildren(VEKTPSLightParserUtil& parser, VEKBuilder build,
                              VEKTPSLightContainer* container, VEKITPSLightSet* set,
                              const VEKLightXmlElementItf& parent, const char* tag) {
   VEKForEachChild(parent, [&](VEKLightXmlElementItf& child) {
-    if (child.GetName() == tag) (void)(parser.*build)(container, set, child);
+    if (child.GetNameView() == tag) (void)(parser.*build)(container, set, child);
+  });
+}
+
+// The positional values of a legacy object: item k (from 1) is the "V" attribute of its k-th
+// value child, as views into the element's document. Reading outside 1..Size() gives empty text.
+class VEKValueItems {
+ public:
+  void Append(std::string_view value) noexcept {
+    try {
+      items_.push_back(value);
+    } catch (const std::bad_alloc&) {
+      complete_ = false;
+    }
+  }
+  int Size() const noexcept { return static_cast<int>(items_.size()); }
+  bool Complete() const noexcept { return complete_; }
+  std::string_view operator[](int index) const noexcept {
+    return index >= 1 && index <= Size() ? items_[static_cast<std::size_t>(index - 1)]
+                                         : std::string_view();
+  }
+
+ private:
+  std::vector<std::string_view> items_;
+  bool complete_ = true;
+};
+
+// Calls `visit` with the "V" attribute of each named child of `element`, in order: the values
+// GetNodeValue lists.
+template <class Visit>
+void VEKForEachValue(const VEKLightXmlElementItf& element, Visit&& visit) {
+  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
+    if (!child.GetNameView().empty()) visit(child.GetAttributeView("V"));
   });
 }
 

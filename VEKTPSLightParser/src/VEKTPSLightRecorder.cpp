@@ -75,14 +75,14 @@ const VEKLightObjectList* FamilyOf(VEKITPSLightSet& set, VEKTPSLightKind kind) {
 }
 
 template <class Number>
-int ReadNumber(const VEKUnicodeString& text, Number& value, const char* format, const char* what,
+int ReadNumber(std::string_view text, Number& value, const char* format, const char* what,
                const VEKSource& source) noexcept {
-  const int converted = text.ConvertToNum(&value, format);
+  const int converted = VEKUnicodeString::ConvertViewToNum(text, &value, format);
   // 0: text that does not convert; -1 (empty or blank) is a value left out, not a bad one.
   VEKLoadRecorder* recorder = tActive;
   if (converted != 0 || !recorder) return converted;
   try {
-    std::string written = Utf8(text);
+    std::string written(text);
     std::string message = "\"" + written + "\" in " + TagOf(source) + " is not " + what +
                           ", so its value is left unset";
     recorder->Add(VEKTPSLightDiagnosticKind::BadNumber, 0, 0, source, std::move(written),
@@ -264,11 +264,11 @@ void VEKRecordFamilyBeforeSet(const VEKSource& root) noexcept {
   }
 }
 
-int VEKReadNumber(const VEKUnicodeString& text, int& value, const VEKSource& source) noexcept {
+int VEKReadNumber(std::string_view text, int& value, const VEKSource& source) noexcept {
   return ReadNumber(text, value, "%d", "an integer", source);
 }
 
-int VEKReadNumber(const VEKUnicodeString& text, double& value, const VEKSource& source) noexcept {
+int VEKReadNumber(std::string_view text, double& value, const VEKSource& source) noexcept {
   return ReadNumber(text, value, "%le", "a number", source);
 }
 
@@ -313,11 +313,10 @@ void VEKNoteNamedId(VEKTPSLightKind kind, int id, const VEKReference& by) noexce
                 kind, id, by);
 }
 
-bool VEKHasValueCount(const VEKListValVEKUnicodeString& values, int expected,
-                      const VEKSource& source, const char* consequence) noexcept {
+bool VEKHasValueCount(int count, bool complete, int expected, const VEKSource& source,
+                      const char* consequence) noexcept {
   // A list that lost an item for want of memory says nothing about the document.
-  if (!values.Complete()) return false;
-  const int count = values.Size();
+  if (!complete) return false;
   if (expected < 0 ? count > 0 : count == expected) return true;
   VEKLoadRecorder* recorder = tActive;
   if (!recorder) return false;

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -144,8 +145,16 @@ void VEKRecordFamilyBeforeSet(const VEKSource& root) noexcept;
 
 // ConvertToNum with "%d" or "%le"; a non-empty text that does not convert is recorded against
 // `source`. Returns ConvertToNum's result; `value` is written only on success.
-int VEKReadNumber(const VEKUnicodeString& text, int& value, const VEKSource& source) noexcept;
-int VEKReadNumber(const VEKUnicodeString& text, double& value, const VEKSource& source) noexcept;
+int VEKReadNumber(std::string_view text, int& value, const VEKSource& source) noexcept;
+int VEKReadNumber(std::string_view text, double& value, const VEKSource& source) noexcept;
+inline int VEKReadNumber(const VEKUnicodeString& text, int& value,
+                         const VEKSource& source) noexcept {
+  return VEKReadNumber(text.View(), value, source);
+}
+inline int VEKReadNumber(const VEKUnicodeString& text, double& value,
+                         const VEKSource& source) noexcept {
+  return VEKReadNumber(text.View(), value, source);
+}
 
 // Looks `id` of `kind` up in `broker`; a lookup that fails, or succeeds with nothing, is recorded
 // and gives false.
@@ -166,8 +175,13 @@ HRESULT VEKSetReference(VEKITPSLightAnnotation& annotation, int reference,
 // Whether a legacy object's values number `expected` and were all held; a wrong count (not a list
 // that lost an item for want of memory) is recorded as the object passed over, `consequence`
 // saying what follows (", so it is passed over"). `expected` of -1 means one or more.
-[[nodiscard]] bool VEKHasValueCount(const VEKListValVEKUnicodeString& values, int expected,
-                                    const VEKSource& source, const char* consequence) noexcept;
+[[nodiscard]] bool VEKHasValueCount(int count, bool complete, int expected, const VEKSource& source,
+                                    const char* consequence) noexcept;
+template <class Values>
+[[nodiscard]] bool VEKHasValueCount(const Values& values, int expected, const VEKSource& source,
+                                    const char* consequence) noexcept {
+  return VEKHasValueCount(values.Size(), values.Complete(), expected, source, consequence);
+}
 
 // Where the order-group list `group` was read, so that the lookups made when groups are linked
 // point there; a source that designates nothing when it was not noted.

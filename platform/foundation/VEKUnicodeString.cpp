@@ -115,7 +115,7 @@ const char* SkipBlanks(const char* text, const char* end) {
 }
 
 // Parses a floating number without a sign at [text, end) into *magnitude; false when none.
-// `signedText` is the zero-terminated text from its sign, for the out-of-range fallback.
+// `signedText` is the text from its sign, for the out-of-range fallback.
 bool ParseUnsignedDouble(const char* text, const char* end, const char* signedText,
                          double* magnitude) {
   if (StartsWithWord(text, end, "inf")) {
@@ -136,9 +136,15 @@ bool ParseUnsignedDouble(const char* text, const char* end, const char* signedTe
   if (result.ec == std::errc::result_out_of_range) {
     // strtod_l gives the correctly rounded +-HUGE_VAL, subnormal or zero; its sign is undone
     // here because the caller applies it.
+    // The text may run on past `end`, so strtod_l reads a zero-terminated copy.
     const locale_t classic = ClassicLocale();
     if (!classic) return false;
-    *magnitude = std::fabs(strtod_l(signedText, nullptr, classic));
+    try {
+      const std::string number(signedText, end);
+      *magnitude = std::fabs(strtod_l(number.c_str(), nullptr, classic));
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
     return true;
   }
   return result.ec == std::errc();
@@ -298,27 +304,29 @@ const char* VEKUnicodeString::CastToCharPtr() const noexcept { return Data(); }
 
 void VEKUnicodeString::ConvertToWChar(wchar_t* target) const noexcept {
   if (!target) return;
-  const auto* bytes = reinterpret_cast<const unsigned char*>(Data());
-  const std::size_t count = size_;
-  if (ascii_) {
-    // One byte per character: a plain widening copy.
-    for (std::size_t i = 0; i < count; ++i) target[i] = static_cast<wchar_t>(bytes[i]);
-    target[count] = L'\0';
+  if (!ascii_) {
+    ConvertViewToWChar(View(), target);
     return;
   }
-  // The text is valid UTF-8, so every sequence decodes.
-  for (const unsigned char* at = bytes; at < bytes + count;) {
-    std::uint32_t codePoint = 0;
-    at += VEKDecodeUtf8(at, bytes + count, codePoint);
-    *target++ = static_cast<wchar_t>(codePoint);
-  }
-  *target = L'\0';
+  // One byte per character: a plain widening copy.
+  const auto* bytes = reinterpret_cast<const unsigned char*>(Data());
+  for (std::size_t i = 0; i < size_; ++i) target[i] = static_cast<wchar_t>(bytes[i]);
+  target[size_] = L'\0';
 }
 
 int VEKUnicodeString::ConvertToNum(int* value, const char* format) const noexcept {
+  return ConvertViewToNum(View(), value, format);
+}
+
+int VEKUnicodeString::ConvertToNum(double* value, const char* format) const noexcept {
+  return ConvertViewToNum(View(), value, format);
+}
+
+int VEKUnicodeString::ConvertViewToNum(std::string_view utf8, int* value,
+                                       const char* format) noexcept {
   if (!value || !format || std::strcmp(format, "%d") != 0) return 0;
-  const char* end = Data() + size_;
-  const char* text = SkipBlanks(Data(), end);
+  const char* end = utf8.data() + utf8.size();
+  const char* text = SkipBlanks(utf8.data(), end);
   if (!text) return -1;
   const bool negative = *text == '-';
   const char* digits = (negative || *text == '+') ? text + 1 : text;
@@ -335,14 +343,15 @@ int VEKUnicodeString::ConvertToNum(int* value, const char* format) const noexcep
   return 1;
 }
 
-int VEKUnicodeString::ConvertToNum(double* value, const char* format) const noexcept {
+int VEKUnicodeString::ConvertViewToNum(std::string_view utf8, double* value,
+                                       const char* format) noexcept {
   if (!value || !format ||
       (std::strcmp(format, "%le") != 0 && std::strcmp(format, "%lf") != 0 &&
        std::strcmp(format, "%lg") != 0)) {
     return 0;
   }
-  const char* end = Data() + size_;
-  const char* text = SkipBlanks(Data(), end);
+  const char* end = utf8.data() + utf8.size();
+  const char* text = SkipBlanks(utf8.data(), end);
   if (!text) return -1;
   const bool negative = *text == '-';
   const char* unsignedText = (negative || *text == '+') ? text + 1 : text;
@@ -350,6 +359,21 @@ int VEKUnicodeString::ConvertToNum(double* value, const char* format) const noex
   if (!ParseUnsignedDouble(unsignedText, end, text, &magnitude)) return 0;
   *value = negative ? -magnitude : magnitude;
   return 1;
+}
+
+void VEKUnicodeString::ConvertViewToWChar(std::string_view utf8, wchar_t* target) noexcept {
+  if (!target) return;
+  const auto* bytes = reinterpret_cast<const unsigned char*>(utf8.data());
+  const unsigned char* end = bytes + utf8.size();
+  for (const unsigned char* at = bytes; at < end;) {
+    std::uint32_t codePoint = 0xFFFD;
+    const int length = VEKDecodeUtf8(at, end, codePoint);
+    // Never met in a string's own text, which is valid: a byte that starts no character stands
+    // for itself as U+FFFD.
+    at += length > 0 ? length : 1;
+    *target++ = static_cast<wchar_t>(codePoint);
+  }
+  *target = L'\0';
 }
 
 int VEKUnicodeString::BuildFromNum(int value, const char* format) noexcept {

@@ -104,6 +104,31 @@ std::ptrdiff_t Node::GetSourceOffset() const {
 
 const void* Node::GetNodeIdentity() const { return this; }
 
+// The parsed text is checked UTF-8 and zero-terminated in place, so views need no string.
+std::string_view Node::GetNameView() const { return element_.name(); }
+
+std::string_view Node::GetAttributeView(std::string_view name) const {
+  for (pugi::xml_attribute attribute = element_.first_attribute(); attribute;
+       attribute = attribute.next_attribute()) {
+    const char* parsed = attribute.name();
+    if (std::strncmp(parsed, name.data(), name.size()) == 0 && parsed[name.size()] == '\0') {
+      return attribute.value();
+    }
+  }
+  return {};
+}
+
+std::string_view Node::GetValueView() const {
+  pugi::xml_node text;
+  for (pugi::xml_node child = element_.first_child(); child; child = child.next_sibling()) {
+    if (!IsText(child)) continue;
+    // Text in several pieces is joined once, in the element's strings.
+    if (text) return GetValue().View();
+    text = child;
+  }
+  return text ? text.value() : "";
+}
+
 bool Node::BuildChildren() const noexcept {
   if (childCount_ >= 0) return true;
   std::vector<pugi::xml_node>& children = document_->ChildScratch();

@@ -114,6 +114,9 @@ class Node final : public VEKLightXmlElementItf {
   const VEKUnicodeString& GetValue() const override;
   std::ptrdiff_t GetSourceOffset() const override;
   const void* GetNodeIdentity() const override;
+  std::string_view GetNameView() const override;
+  std::string_view GetAttributeView(std::string_view name) const override;
+  std::string_view GetValueView() const override;
 
   Document& GetDocument() const noexcept { return *document_; }
   pugi::xml_node GetXmlNode() const noexcept { return element_; }

@@ -7,6 +7,15 @@ using vek_lightxml_detail::Node;
 
 VEKLightXmlElementItf::~VEKLightXmlElementItf() = default;
 
+std::string_view VEKLightXmlElementItf::GetNameView() const { return GetName().View(); }
+
+std::string_view VEKLightXmlElementItf::GetAttributeView(std::string_view name) const {
+  const VEKUnicodeString key(name.data(), name.size());
+  return GetAttributeValue(key).View();
+}
+
+std::string_view VEKLightXmlElementItf::GetValueView() const { return GetValue().View(); }
+
 VEKLightXmlElement::VEKLightXmlElement() noexcept = default;
 
 VEKLightXmlElement::VEKLightXmlElement(const VEKLightXmlElement& other) noexcept
@@ -93,3 +102,15 @@ std::ptrdiff_t VEKLightXmlElement::GetSourceOffset() const {
 }
 
 const void* VEKLightXmlElement::GetNodeIdentity() const { return node_; }
+
+std::string_view VEKLightXmlElement::GetNameView() const {
+  return node_ ? node_->GetNameView() : std::string_view();
+}
+
+std::string_view VEKLightXmlElement::GetAttributeView(std::string_view name) const {
+  return node_ ? node_->GetAttributeView(name) : std::string_view();
+}
+
+std::string_view VEKLightXmlElement::GetValueView() const {
+  return node_ ? node_->GetValueView() : std::string_view();
+}
