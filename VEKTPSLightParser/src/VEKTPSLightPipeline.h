@@ -27,7 +27,7 @@ constexpr std::int64_t kVEKMaxInflateRatio = 1032;
 class VEKBytesRelease {
  public:
   // Implicit, so that a holder is made with the function that frees its bytes.
-  VEKBytesRelease(void (*free)(unsigned char*)) noexcept : free_(free) {}
+  VEKBytesRelease(void (*freeBytes)(unsigned char*)) noexcept : free_(freeBytes) {}
   static VEKBytesRelease Unmap(std::size_t length) noexcept;
   void operator()(unsigned char* bytes) const noexcept;
 
