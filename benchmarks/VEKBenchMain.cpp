@@ -1,6 +1,7 @@
 // vektps-bench: our loads against the bare XML parses of the same bytes, in one run, with the
-// medians of several interleaved repetitions; time per MB at growing object counts; peak memory
-// of one load. Writes a markdown report.
+// medians of several interleaved repetitions; the same loads in fresh processes, with their peak
+// memory; `vektps summary` against a bare parse as whole processes; time per MB at growing object
+// counts. Writes a markdown report.
 #include <libxml/parser.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -24,7 +25,7 @@
 
 #include "GlbBuilder.h"
 #include "VEKBenchMeasures.h"
-#include "VEKBenchMemory.h"
+#include "VEKBenchProcess.h"
 #include "VEKDocumentGenerator.h"
 
 namespace {
@@ -35,9 +36,20 @@ struct Options {
   std::vector<std::int64_t> linearity = {10'000, 100'000, 1'000'000};
   int linearityRepetitions = 3;
   std::uint64_t seed = 1;
-  bool skipMemory = false;
+  bool skipProcesses = false;
   std::string output;
 };
+
+// The median of `value` (a member of a run, or a function of one) over `runs`; 0 without runs.
+template <class Run, class Value>
+double MedianOf(const std::vector<Run>& runs, Value value) {
+  std::vector<double> values;
+  for (const Run& run : runs) values.push_back(static_cast<double>(std::invoke(value, run)));
+  std::sort(values.begin(), values.end());
+  const std::size_t n = values.size();
+  if (n == 0) return 0;
+  return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
 
 // One timed operation and the time of each of its runs.
 struct Measure {
@@ -45,21 +57,13 @@ struct Measure {
       : name(std::move(name)), run(std::move(run)) {}
 
   // Median CPU seconds: the figure every rate and ratio uses.
-  double Median() const { return MedianOf(&VEKBenchTime::cpu); }
-  double WallMedian() const { return MedianOf(&VEKBenchTime::wall); }
+  double Median() const { return MedianOf(times, &VEKBenchTime::cpu); }
+  double WallMedian() const { return MedianOf(times, &VEKBenchTime::wall); }
+  double TeardownMedian() const { return MedianOf(times, &VEKBenchTime::teardown); }
 
   std::string name;
   std::function<VEKBenchTime()> run;
   std::vector<VEKBenchTime> times;
-
- private:
-  double MedianOf(double VEKBenchTime::*clock) const {
-    std::vector<double> sorted;
-    for (const VEKBenchTime& time : times) sorted.push_back(time.*clock);
-    std::sort(sorted.begin(), sorted.end());
-    const std::size_t n = sorted.size();
-    return n % 2 ? sorted[n / 2] : (sorted[n / 2 - 1] + sorted[n / 2]) / 2;
-  }
 };
 
 // Runs every measure once per round, in turn, so that a slow spell of the shared machine falls on
@@ -310,12 +314,132 @@ std::vector<LinearityRow> MeasureLinearity(const Options& options) {
   return rows;
 }
 
-struct MemoryRow {
+// ---- child processes ----
+
+// A generated document written to a file for the child processes.
+struct DocumentFile {
+  std::string path;
+  double mb = 0;
+  std::int64_t annotations = 0;
+};
+
+// One load measured warm (the medians of the in-process rounds of the throughput tables) and in
+// fresh processes; CPU seconds and MB.
+struct LoadRow {
   std::string name;
   double documentMb = 0;
-  double addedMb = 0;
-  double Multiple() const { return addedMb / documentMb; }
+  double warm = 0, warmTeardown = 0;
+  double fresh = 0, freshTeardown = 0;
+  double addedPeakMb = 0;
+  double PeakMultiple() const { return addedPeakMb / documentMb; }
 };
+
+// A whole program run as a child process: medians of its CPU seconds and of its peak in MB.
+struct ProgramRow {
+  std::string name;
+  double documentMb = 0;
+  double cpu = 0;
+  double peakMb = 0;
+  double PeakMultiple() const { return peakMb / documentMb; }
+};
+
+// The rows in the order the report uses: pugixml and our load (or the bare parse and
+// `vektps summary`) of the current-schema document, then of the legacy one.
+struct Processes {
+  std::vector<LoadRow> loads;
+  std::vector<ProgramRow> programs;
+  bool Measured() const { return !loads.empty(); }
+};
+
+// Every load and program once per round, in turn, as RunInterleaved does in-process.
+Processes MeasureProcesses(const std::string& self, const WorkDirectory& directory,
+                           const DocumentFile& current, const DocumentFile& legacy,
+                           const Throughput& currentWarm, const Throughput& legacyWarm,
+                           int rounds) {
+  const std::string floor = "pugixml load_buffer (the floor)";
+  struct Load {
+    const char* name;
+    VEKChildLoad load;
+    const DocumentFile* document;
+    const Measure* warm;
+    std::vector<VEKFreshLoad> runs;
+  };
+  std::vector<Load> loads = {
+      {"pugixml load_buffer, current-schema document",
+       VEKChildLoad::Pugixml,
+       &current,
+       &Find(currentWarm.measures, floor),
+       {}},
+      {"our current-schema load, plain text, dump included",
+       VEKChildLoad::Current,
+       &current,
+       &Find(currentWarm.measures, "our load, plain text"),
+       {}},
+      {"pugixml load_buffer, legacy document",
+       VEKChildLoad::Pugixml,
+       &legacy,
+       &Find(legacyWarm.measures, floor),
+       {}},
+      {"our legacy load",
+       VEKChildLoad::Legacy,
+       &legacy,
+       &Find(legacyWarm.measures, "our legacy load"),
+       {}},
+  };
+  struct Program {
+    const char* name;
+    const DocumentFile* document;
+    std::vector<std::string> arguments;
+    std::vector<VEKProgramRun> runs;
+  };
+  std::vector<Program> programs = {
+      {"vektps-bare-parse, current-schema document",
+       &current,
+       {VEK_BENCH_BARE_PARSE_PATH, current.path},
+       {}},
+      {"vektps summary, current-schema document",
+       &current,
+       {VEK_BENCH_TOOL_PATH, "summary", current.path},
+       {}},
+      {"vektps-bare-parse, legacy document", &legacy, {VEK_BENCH_BARE_PARSE_PATH, legacy.path}, {}},
+      {"vektps summary, legacy document",
+       &legacy,
+       {VEK_BENCH_TOOL_PATH, "summary", legacy.path},
+       {}},
+  };
+  for (int round = 0; round < rounds; ++round) {
+    for (Load& load : loads) {
+      load.runs.push_back(VEKMeasureFreshLoad(self, load.load, load.document->path,
+                                              load.document->annotations, directory.Path()));
+    }
+    for (Program& program : programs) {
+      program.runs.push_back(VEKRunProgram(self, program.arguments, directory.Path()));
+    }
+  }
+
+  Processes result;
+  for (const Load& load : loads) {
+    LoadRow row;
+    row.name = load.name;
+    row.documentMb = load.document->mb;
+    row.warm = load.warm->Median();
+    row.warmTeardown = load.warm->TeardownMedian();
+    row.fresh = MedianOf(load.runs, [](const VEKFreshLoad& run) { return run.time.cpu; });
+    row.freshTeardown =
+        MedianOf(load.runs, [](const VEKFreshLoad& run) { return run.time.teardown; });
+    row.addedPeakMb = MedianOf(load.runs, &VEKFreshLoad::addedPeak) / 1e6;
+    result.loads.push_back(row);
+  }
+  for (const Program& program : programs) {
+    ProgramRow row;
+    row.name = program.name;
+    row.documentMb = program.document->mb;
+    row.cpu = MedianOf(program.runs, &VEKProgramRun::cpu);
+    row.peakMb = MedianOf(program.runs, &VEKProgramRun::peakBytes) / 1e6;
+    result.programs.push_back(row);
+  }
+  return result;
+}
 
 // ---- the report ----
 
@@ -361,9 +485,62 @@ void WriteGraphics(std::ostream& out, const Graphics& graphics, int repetitions)
 
 std::string Verdict(bool met) { return met ? "met" : "**not met**"; }
 
+void WriteProcesses(std::ostream& out, const Processes& processes, int repetitions) {
+  const std::vector<LoadRow>& loads = processes.loads;
+  out << "### Warm and fresh-process loads: CPU ms (medians of " << repetitions << ")\n\n"
+      << "Warm: the rounds above, in this process. Fresh: each call made once in a newly started "
+         "process, its CPU time read around the call inside that process. Teardown: releasing "
+         "the set or freeing pugixml's document after the call, on a clock of its own.\n\n"
+      << "| Load | Document MB | Warm | Warm teardown | Fresh | Fresh teardown | "
+         "Warm / pugixml | Fresh / pugixml |\n"
+      << "|---|---:|---:|---:|---:|---:|---:|---:|\n";
+  for (std::size_t k = 0; k < loads.size(); ++k) {
+    // Each document's pugixml row comes just before our load of it.
+    const LoadRow& row = loads[k];
+    const LoadRow& floor = loads[k - k % 2];
+    out << "| " << row.name << " | " << Fixed(row.documentMb, 1) << " | "
+        << Fixed(row.warm * 1e3, 1) << " | " << Fixed(row.warmTeardown * 1e3, 1) << " | "
+        << Fixed(row.fresh * 1e3, 1) << " | " << Fixed(row.freshTeardown * 1e3, 1) << " | "
+        << Fixed(row.warm / floor.warm, 2) << "x | " << Fixed(row.fresh / floor.fresh, 2)
+        << "x |\n";
+  }
+  out << "\n### Peak memory of one load (a fresh process; what the load adds to the host's "
+         "copy of the document, medians)\n\n"
+      << "| Load | Document MB | Added at peak, MB | Multiple of the document |\n"
+      << "|---|---:|---:|---:|\n";
+  for (const LoadRow& row : loads) {
+    out << "| " << row.name << " | " << Fixed(row.documentMb, 1) << " | "
+        << Fixed(row.addedPeakMb, 1) << " | " << Fixed(row.PeakMultiple(), 2) << "x |\n";
+  }
+  const std::vector<ProgramRow>& programs = processes.programs;
+  out << "\n### Whole process: `vektps summary FILE` against `vektps-bare-parse FILE` (medians of "
+      << repetitions << ")\n\n"
+      << "Each program run as a child process; CPU time (user and system) and peak resident "
+         "size as the kernel accounts them to the finished process.\n\n"
+      << "| Program | Document MB | CPU ms | Peak RSS MB | Time / bare parse | "
+         "Peak RSS / document |\n"
+      << "|---|---:|---:|---:|---:|---:|\n";
+  for (std::size_t k = 0; k < programs.size(); ++k) {
+    const ProgramRow& row = programs[k];
+    out << "| " << row.name << " | " << Fixed(row.documentMb, 1) << " | " << Fixed(row.cpu * 1e3, 1)
+        << " | " << Fixed(row.peakMb, 1) << " | " << Fixed(row.cpu / programs[k - k % 2].cpu, 2)
+        << "x | " << Fixed(row.PeakMultiple(), 2) << "x |\n";
+  }
+  out << "\n";
+}
+
+// The row of a target on a ratio; `stretch` 0 when it has no stretch goal.
+void WriteRatioTarget(std::ostream& out, const std::string& target, const std::string& limitText,
+                      double measured, double limit, double stretch = 0) {
+  out << "| " << target << " | " << limitText << " | " << Fixed(measured, 2) << "x | "
+      << Verdict(measured <= limit);
+  if (stretch > 0) out << (measured <= stretch ? ", stretch met" : ", stretch not met");
+  out << " |\n";
+}
+
 void WriteReport(std::ostream& out, const Options& options, const Throughput& current,
                  const Throughput& legacy, const Graphics& graphics,
-                 const std::vector<LinearityRow>& linearity, const std::vector<MemoryRow>& memory) {
+                 const std::vector<LinearityRow>& linearity, const Processes& processes) {
   out << "Run " << Today() << " on " << MachineLine() << ".\n\n"
       << "Command: `vektps-bench --size-mb " << Fixed(options.sizeMb, 0) << " --repetitions "
       << options.repetitions << " --linearity ";
@@ -371,7 +548,7 @@ void WriteReport(std::ostream& out, const Options& options, const Throughput& cu
     out << (k ? "," : "") << options.linearity[k];
   }
   out << " --linearity-repetitions " << options.linearityRepetitions << " --seed " << options.seed
-      << (options.skipMemory ? " --skip-memory" : "") << "`\n\n";
+      << (options.skipProcesses ? " --skip-processes" : "") << "`\n\n";
 
   out << "Times are medians of the CPU time the process spent in each call (user and system), "
          "which other work on a shared machine does not inflate; the elapsed (wall) medians "
@@ -397,17 +574,7 @@ void WriteReport(std::ostream& out, const Options& options, const Throughput& cu
     out << "| slowest / fastest | | " << Fixed(spreadCurrent, 2) << " | | | "
         << Fixed(spreadLegacy, 2) << " | |\n\n";
   }
-  if (!memory.empty()) {
-    out << "### Peak memory of one load (a fresh process; what the load adds to the host's "
-           "copy of the document)\n\n"
-        << "| Load | Document MB | Added at peak, MB | Multiple of the document |\n"
-        << "|---|---:|---:|---:|\n";
-    for (const MemoryRow& row : memory) {
-      out << "| " << row.name << " | " << Fixed(row.documentMb, 1) << " | " << Fixed(row.addedMb, 1)
-          << " | " << Fixed(row.Multiple(), 2) << "x |\n";
-    }
-    out << "\n";
-  }
+  if (processes.Measured()) WriteProcesses(out, processes, options.repetitions);
 
   // ---- targets ----
   const double plain = Find(current.measures, "our load, plain text").Median();
@@ -432,15 +599,24 @@ void WriteReport(std::ostream& out, const Options& options, const Throughput& cu
     out << "Measured on " << Fixed(options.sizeMb, 0)
         << " MB documents; the targets are stated for 100 MB.\n\n";
   }
-  out << "| Target | Limit | Measured | Verdict |\n|---|---|---|---|\n"
-      << "| Current-schema load, plain text, dump included | at most 2.0x pugixml's parse "
-         "(stretch 1.5x) | "
-      << Fixed(currentRatio, 2) << "x | " << Verdict(currentRatio <= 2.0)
-      << (currentRatio <= 1.5 ? ", stretch met" : ", stretch not met") << " |\n"
-      << "| Legacy load | at most 1.6x pugixml's parse (stretch 1.3x) | " << Fixed(legacyRatio, 2)
-      << "x | " << Verdict(legacyRatio <= 1.6)
-      << (legacyRatio <= 1.3 ? ", stretch met" : ", stretch not met") << " |\n"
-      << "| Base64 form | at most the plain load + a decode at 1 GB/s: "
+  const std::vector<LoadRow>& loads = processes.loads;
+  const std::vector<ProgramRow>& programs = processes.programs;
+  out << "| Target | Limit | Measured | Verdict |\n|---|---|---|---|\n";
+  WriteRatioTarget(out, "Current-schema load, plain text, dump included, warm",
+                   "at most 2.0x pugixml's parse (stretch 1.5x)", currentRatio, 2.0, 1.5);
+  if (processes.Measured()) {
+    WriteRatioTarget(out, "Current-schema load, plain text, dump included, fresh process",
+                     "at most 2.0x pugixml's parse in a fresh process (stretch 1.5x)",
+                     loads[1].fresh / loads[0].fresh, 2.0, 1.5);
+  }
+  WriteRatioTarget(out, "Legacy load, warm", "at most 1.6x pugixml's parse (stretch 1.3x)",
+                   legacyRatio, 1.6, 1.3);
+  if (processes.Measured()) {
+    WriteRatioTarget(out, "Legacy load, fresh process",
+                     "at most 1.6x pugixml's parse in a fresh process (stretch 1.3x)",
+                     loads[3].fresh / loads[2].fresh, 1.6, 1.3);
+  }
+  out << "| Base64 form | at most the plain load + a decode at 1 GB/s: "
       << Fixed(base64Limit * 1e3, 0) << " ms | " << Fixed(base64 * 1e3, 0) << " ms | "
       << Verdict(base64 <= base64Limit) << " |\n"
       << "| Zlib form | at most the plain load + 1.1x libdeflate's inflate: "
@@ -454,13 +630,19 @@ void WriteReport(std::ostream& out, const Options& options, const Throughput& cu
         << "slowest " << Fixed(spreadLegacy, 2) << "x the fastest | "
         << Verdict(spreadLegacy <= 1.25) << " |\n";
   }
-  if (!memory.empty()) {
-    out << "| Peak memory, current-schema load | at most 3.5x the document | "
-        << Fixed(memory[0].Multiple(), 2) << "x | " << Verdict(memory[0].Multiple() <= 3.5)
-        << " |\n"
-        << "| Peak memory, legacy load | at most 5x the document | "
-        << Fixed(memory[2].Multiple(), 2) << "x | " << Verdict(memory[2].Multiple() <= 5.0)
-        << " |\n";
+  if (processes.Measured()) {
+    WriteRatioTarget(out, "Peak memory, current-schema load", "at most 3.5x the document",
+                     loads[1].PeakMultiple(), 3.5);
+    WriteRatioTarget(out, "Peak memory, legacy load", "at most 5x the document",
+                     loads[3].PeakMultiple(), 5.0);
+    WriteRatioTarget(out, "Whole process, current schema: `vektps summary` CPU time",
+                     "at most 2.0x the bare parse's", programs[1].cpu / programs[0].cpu, 2.0);
+    WriteRatioTarget(out, "Whole process, legacy: `vektps summary` CPU time",
+                     "at most 1.6x the bare parse's", programs[3].cpu / programs[2].cpu, 1.6);
+    WriteRatioTarget(out, "Whole process, current schema: `vektps summary` peak RSS",
+                     "at most 4.5x the document", programs[1].PeakMultiple(), 4.5);
+    WriteRatioTarget(out, "Whole process, legacy: `vektps summary` peak RSS",
+                     "at most 6x the document", programs[3].PeakMultiple(), 6.0);
   }
   out << "| Every form faster than libxml2's parse of the same document | below 1.0x | slowest "
       << Fixed(libxml2Ratio, 2) << "x libxml2 | " << Verdict(libxml2Ratio < 1.0) << " |\n";
@@ -483,6 +665,13 @@ std::vector<std::int64_t> ParseCounts(const std::string& text) {
   return counts;
 }
 
+void WriteWholeFile(const std::string& path, const std::string& bytes) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << bytes;
+  out.close();
+  if (!out) throw std::runtime_error("cannot write " + path);
+}
+
 std::string SelfPath() {
   std::error_code error;
   const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
@@ -502,7 +691,7 @@ int Run(const Options& options) {
   const std::int64_t legacyObjects =
       VEKObjectsForBytes(VEKGeneratedSchema::Legacy, targetBytes, options.seed);
   Throughput current, legacy;
-  std::vector<MemoryRow> memory;
+  Processes processes;
   {
     VEKBenchDocument document;
     VEKPrepareBenchDocument(
@@ -516,27 +705,16 @@ int Run(const Options& options) {
     Progress("timing the legacy schema");
     legacy = MeasureLegacy(legacyXml, legacyObjects, options.repetitions);
 
-    if (!options.skipMemory) {
-      Progress("measuring peak memory");
-      const std::string currentFile = directory.File("current.xml");
-      const std::string legacyFile = directory.File("legacy.xml");
-      std::ofstream(currentFile, std::ios::binary) << document.xml;
-      std::ofstream(legacyFile, std::ios::binary) << legacyXml;
-      const double currentMb = Megabytes(document.xml.size());
-      const double legacyMb = Megabytes(legacyXml.size());
-      const auto peak = [&](VEKMemoryLoad load, const std::string& file) {
-        return Megabytes(
-            static_cast<std::size_t>(VEKMeasureLoadPeak(self, load, file, directory.Path())));
-      };
-      memory = {
-          {"our current-schema load, plain text", currentMb,
-           peak(VEKMemoryLoad::Current, currentFile)},
-          {"pugixml load_buffer, current-schema document", currentMb,
-           peak(VEKMemoryLoad::Pugixml, currentFile)},
-          {"our legacy load", legacyMb, peak(VEKMemoryLoad::Legacy, legacyFile)},
-          {"pugixml load_buffer, legacy document", legacyMb,
-           peak(VEKMemoryLoad::Pugixml, legacyFile)},
-      };
+    if (!options.skipProcesses) {
+      const DocumentFile currentFile = {directory.File("current.xml"),
+                                        Megabytes(document.xml.size()), document.annotations};
+      const DocumentFile legacyFile = {directory.File("legacy.xml"), Megabytes(legacyXml.size()),
+                                       VEKCountFamilies(legacyObjects).annotations};
+      WriteWholeFile(currentFile.path, document.xml);
+      WriteWholeFile(legacyFile.path, legacyXml);
+      Progress("timing the loads in fresh processes and the whole programs");
+      processes = MeasureProcesses(self, directory, currentFile, legacyFile, current, legacy,
+                                   options.repetitions);
     }
   }
 
@@ -546,7 +724,7 @@ int Run(const Options& options) {
   xmlCleanupParser();
 
   std::ostringstream report;
-  WriteReport(report, options, current, legacy, graphics, linearity, memory);
+  WriteReport(report, options, current, legacy, graphics, linearity, processes);
   if (options.output.empty()) {
     std::cout << report.str();
   } else {
@@ -560,8 +738,11 @@ int Run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 4 && std::string(argv[1]) == "--memory-child") {
-    return VEKRunMemoryChild(argv[2], argv[3]);
+  if (argc == 5 && std::string(argv[1]) == kVEKLoadChildFlag) {
+    return VEKRunLoadChild(argv[2], argv[3], argv[4]);
+  }
+  if (argc >= 3 && std::string(argv[1]) == kVEKProgramChildFlag) {
+    return VEKRunProgramChild(std::vector<std::string>(argv + 2, argv + argc));
   }
 
   CLI::App app{
@@ -591,7 +772,8 @@ int main(int argc, char** argv) {
           ->check(CLI::Range(1, 1000))
           ->capture_default_str();
   app.add_option("--seed", options.seed, "Seed of the generated documents")->capture_default_str();
-  app.add_flag("--skip-memory", options.skipMemory, "Do not measure peak memory");
+  app.add_flag("--skip-processes,--skip-memory", options.skipProcesses,
+               "Start no child process: no fresh-process loads, peak memory or whole programs");
   app.add_option("-o,--output", options.output, "Write the report to FILE, not standard output");
   CLI11_PARSE(app, argc, argv);
 

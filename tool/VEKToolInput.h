@@ -8,8 +8,9 @@
 #include "VEKTPSLightDocument.h"
 
 // Loads `path` through the library's one-call load into `document`, which tells every failure of
-// the load (a file that cannot be read included). "-" reads standard input as it comes, stopped at
-// options.maxInputBytes; false with a message when it cannot be read whole.
+// the load (a file that cannot be read included); the load maps a large file, so the XML parser's
+// copy is the only one. "-" reads standard input as it comes, stopped at options.maxInputBytes, and
+// hands those bytes to the load uncopied; false with a message when it cannot be read whole.
 bool VEKToolLoad(const std::string& path, const VEKTPSLightLoadOptions& options,
                  VEKTPSLightDocument& document, std::string& error);
 

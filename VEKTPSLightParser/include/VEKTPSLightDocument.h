@@ -160,7 +160,10 @@ VEK_API HRESULT VEKGetSetsOfLoad(VEKITPSLightSet* lastSet,
 VEK_API VEKTPSLightDocument VEKLoadDocument(const void* bytes, std::size_t length,
                                             const VEKTPSLightLoadOptions& options = {}) noexcept;
 // Loads the document at `path`; "-" is not special here. A file larger than maxInputBytes is
-// refused before it is read.
+// refused before it is read. A regular file of 1 MiB or more is mapped read-only instead of read,
+// and unmapped once it is parsed, before the model is built; as with any program that maps files,
+// a file cut short by another process during that parse raises SIGBUS. A host that loads files
+// others may truncate meanwhile reads them itself and calls VEKLoadDocument.
 VEK_API VEKTPSLightDocument
 VEKLoadDocumentFile(const char* path, const VEKTPSLightLoadOptions& options = {}) noexcept;
 

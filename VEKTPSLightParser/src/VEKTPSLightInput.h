@@ -19,10 +19,12 @@ namespace vek_parser_detail {
 // what is wrong.
 VEKTPSLightForm VEKDetectForm(const unsigned char* bytes, std::size_t length) noexcept;
 
-// Reads the file at `path` whole into `input` (with a zero byte after it). A regular file larger
-// than `maxBytes` is refused before it is read; other files are read in chunks and refused once
-// they pass `maxBytes`. Loaded, or ReadFailed, TooLarge or OutOfMemory with a sentence in `error`.
-// May throw std::bad_alloc while writing `error`.
+// Reads the file at `path` whole into `input` (with a zero byte after it), or maps it read-only
+// when it is a regular file of 1 MiB or more that the system lets map (no zero byte after it then;
+// the mapping goes with `input.owned`). A regular file larger than `maxBytes` is refused before it
+// is read or mapped; other files are read in chunks and refused once they pass `maxBytes`. Loaded,
+// or ReadFailed, TooLarge or OutOfMemory with a sentence in `error`. May throw std::bad_alloc while
+// writing `error`.
 VEKTPSLightLoadStatus VEKReadDocumentFile(const char* path, std::uint64_t maxBytes,
                                           VEKLoadBytes& input, std::string& error);
 

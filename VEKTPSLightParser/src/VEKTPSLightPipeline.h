@@ -22,8 +22,22 @@ constexpr const char* kVEKLegacyRoot = "TolerancingData";
 // no zlib stream fills more than 1032 times its length.
 constexpr std::int64_t kVEKMaxInflateRatio = 1032;
 
-// Bytes a load made (decoded, inflated or read), freed as soon as they are parsed.
-using VEKOwnedBytes = std::unique_ptr<unsigned char, void (*)(unsigned char*)>;
+// How bytes a load made are given back: by the function that frees them (free, delete[]), or, for
+// a mapped file, by unmapping its length.
+class VEKBytesRelease {
+ public:
+  // Implicit, so that a holder is made with the function that frees its bytes.
+  VEKBytesRelease(void (*freeBytes)(unsigned char*)) noexcept : free_(freeBytes) {}
+  static VEKBytesRelease Unmap(std::size_t length) noexcept;
+  void operator()(unsigned char* bytes) const noexcept;
+
+ private:
+  void (*free_)(unsigned char*);
+  std::size_t mappedLength_ = 0;
+};
+
+// Bytes a load made (decoded, inflated, read or mapped), released as soon as they are parsed.
+using VEKOwnedBytes = std::unique_ptr<unsigned char, VEKBytesRelease>;
 void VEKDeleteArray(unsigned char* bytes) noexcept;
 void VEKFreeBlock(unsigned char* bytes) noexcept;
 inline VEKOwnedBytes VEKNoBytes() noexcept { return VEKOwnedBytes(nullptr, VEKFreeBlock); }

@@ -8,11 +8,13 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "ParserTestSupport.h"
+#include "VEKDocumentGenerator.h"
 #include "VEKTPSLightDocument.h"
 #include "VEKTPSLightLinks.h"
 
@@ -292,6 +294,46 @@ TEST_F(DocumentLoad, FilesOfEveryKindWithinTheLimit) {
   EXPECT_EQ(LoadText(xml, tight).Status(), VEKTPSLightLoadStatus::TooLarge);
   tight.maxInputBytes = xml.size();
   EXPECT_TRUE(LoadText(vek_test::ZlibCompress(xml), tight).Loaded());
+}
+
+// Files of 1 MiB or more are mapped, not read, and unmapped once parsed: the model they give is
+// the one their bytes give from memory, so nothing of it points into the mapping.
+TEST_F(DocumentLoad, MappedFilesLoadAsTheirBytesDo) {
+  const std::string current = VEKGenerateDocument({VEKGeneratedSchema::Current, 2000, 1});
+  std::string pageEnd = current;
+  // A mapping that ends at a page end makes any read past the document fault.
+  pageEnd.append(4096 - pageEnd.size() % 4096, '\n');
+  std::string base64;
+  ASSERT_TRUE(VEKEncodeDocumentForm(current, VEKGeneratedForm::Base64, base64));
+  const struct {
+    const char* what;
+    std::string bytes;
+  } rows[] = {
+      {"current", current},
+      {"ending at a page end", pageEnd},
+      {"base64", base64},
+      {"UTF-16", ToUtf16(current)},
+      {"legacy", VEKGenerateDocument({VEKGeneratedSchema::Legacy, 6000, 1})},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    ASSERT_GE(row.bytes.size(), 1u << 20);
+    {
+      std::ofstream file("mapped.xml", std::ios::binary | std::ios::trunc);
+      ASSERT_TRUE(file << row.bytes);
+    }
+    const VEKTPSLightDocument mapped = VEKLoadDocumentFile("mapped.xml");
+    const VEKTPSLightDocument read = LoadText(row.bytes);
+    ASSERT_TRUE(mapped.Loaded()) << mapped.Error();
+    ASSERT_TRUE(read.Loaded()) << read.Error();
+    EXPECT_EQ(mapped.Form(), read.Form());
+    EXPECT_EQ(mapped.Schema(), read.Schema());
+    EXPECT_EQ(mapped.ObjectsBuilt(), read.ObjectsBuilt());
+    EXPECT_EQ(mapped.Diagnostics().size(), read.Diagnostics().size());
+    EXPECT_EQ(Attributes(*mapped.Sets()[0].Get()), Attributes(*read.Sets()[0].Get()));
+    // The mapping went with the load.
+    EXPECT_EQ(ReadFileBytes("/proc/self/maps").find("mapped.xml"), std::string::npos);
+  }
 }
 
 TEST_F(DocumentLoad, WritesOnlyTheDumpAskedFor) {
