@@ -15,8 +15,6 @@ using vek_parser_detail::VEKBuildChildren;
 using vek_parser_detail::VEKFindObject;
 using vek_parser_detail::VEKFindText;
 using vek_parser_detail::VEKForEachChild;
-using vek_parser_detail::VEKForEachFoundObject;
-using vek_parser_detail::VEKForEachInt;
 using vek_parser_detail::VEKForEachValue;
 using vek_parser_detail::VEKHasValueCount;
 using vek_parser_detail::VEKOrderGroupLists;
@@ -110,16 +108,34 @@ void ReadPackedIds(std::string_view text, VEKRawCollint& ids, const VEKSource& s
   (void)ids.Append(last);
 }
 
-// The integers of a `separator`-separated list of ids, in order (the first character never holds
-// one, as GetListOfUnicode reads it); an id that does not convert is 0.
-VEKRawCollint ReadListedIds(std::string_view text, const char* separator, const VEKSource& source) {
-  VEKRawCollint ids(0);
+// Calls `use` with each id of a `separator`-separated list, in order, as GetListOfUnicode cuts
+// it (the first character never holds one); an id that does not convert is 0.
+template <class Use>
+void ForEachListedId(std::string_view text, const char* separator, const VEKSource& source,
+                     Use&& use) {
   vek_parser_detail::VEKForEachListItem(text, separator, [&](std::string_view item) {
     int id = 0;
     ReadInt(item, id, source);
-    (void)ids.Append(id);
+    use(id);
   });
-  return ids;
+}
+
+// Whether the list holds any id at all.
+bool HasListedId(std::string_view text, const char* separator) {
+  bool any = false;
+  vek_parser_detail::VEKForEachListItem(text, separator, [&](std::string_view) { any = true; });
+  return any;
+}
+
+// Hands each object that an id of the list names to `use`; ids that resolve to nothing are
+// passed over.
+template <class Use>
+void ForEachListedObject(VEKITPSIdBroker& broker, std::string_view text, const char* separator,
+                         VEKTPSLightKind kind, const VEKReference& by, Use&& use) {
+  ForEachListedId(text, separator, by.source, [&](int id) {
+    VEKComPtr<VEKBaseUnknown> found;
+    if (VEKFindObject(broker, id, kind, found, by)) use(found.Get());
+  });
 }
 
 // Builds every `tag` child of the first `familyTag` child of the document root.
@@ -337,8 +353,8 @@ HRESULT VEKTPSLightParserUtil::BuildAnnotation(VEKTPSLightContainer* container,
   }
 
   const VEKReference namer{element, VEKTPSLightKindAnnotation, annotation.Get()};
-  VEKForEachInt(ReadListedIds(items[10], ";", element),
-                [&](int id) { (void)VEKAddTTRS(*annotation.Get(), id, namer); });
+  ForEachListedId(items[10], ";", element,
+                  [&](int id) { (void)VEKAddTTRS(*annotation.Get(), id, namer); });
 
   // One entry per created annotation keeps the pairing with the set's annotations aligned; a
   // list that cannot be made is a null entry (no group).
@@ -378,7 +394,7 @@ HRESULT VEKTPSLightParserUtil::BuildView(VEKTPSLightContainer* container, VEKITP
   VEKComPtr<VEKITPSLightView> view;
   if (VEKFailed(container->CreateView(view.ReleaseAndGetAddressOf(), set)) || !view) return E_FAIL;
 
-  VEKRawCollint annotationIds(0);
+  std::string_view shownIds;
   VEKComPtr<VEKITPSLight> light;
   if (VEKSucceeded(VEKQueryInterface(view.Get(), light)) && light) {
     // Items 1 and 3 share one integer.
@@ -389,17 +405,17 @@ HRESULT VEKTPSLightParserUtil::BuildView(VEKTPSLightContainer* container, VEKITP
     ReadInt(items[3], number, element);
     (void)VEKSetId(*light.Get(), number, element);
     VEKPassWide(items[4], [&](const wchar_t* text) { (void)light->SetUuid(text); });
-    annotationIds = ReadListedIds(items[5], ";", element);
+    shownIds = items[5];
     light.Reset();
   }
 
   VEKComPtr<VEKITPSIdBroker> broker;
-  if (annotationIds.Size() > 0 && VEKSucceeded(VEKQueryInterface(set, broker)) && broker) {
-    VEKForEachFoundObject(*broker.Get(), annotationIds, VEKTPSLightKindAnnotation,
-                          {element, VEKTPSLightKindView, view.Get()},
-                          [&](VEKBaseUnknown* annotation) {
-                            vek_parser_detail::VEKShowAnnotation(*view.Get(), annotation);
-                          });
+  if (HasListedId(shownIds, ";") && VEKSucceeded(VEKQueryInterface(set, broker)) && broker) {
+    ForEachListedObject(*broker.Get(), shownIds, ";", VEKTPSLightKindAnnotation,
+                        {element, VEKTPSLightKindView, view.Get()},
+                        [&](VEKBaseUnknown* annotation) {
+                          vek_parser_detail::VEKShowAnnotation(*view.Get(), annotation);
+                        });
     broker.Reset();
   }
   SetViewPlanes(geometry, *view.Get(), element);
@@ -438,18 +454,17 @@ HRESULT VEKTPSLightParserUtil::BuildRefFrame(VEKTPSLightContainer* container, VE
     light.Reset();
   }
 
-  const VEKRawCollint datumIds = ReadListedIds(items[5], ";", element);
   VEKComPtr<VEKITPSIdBroker> broker;
-  if (datumIds.Size() > 0 && VEKSucceeded(VEKQueryInterface(set, broker)) && broker) {
-    VEKForEachFoundObject(*broker.Get(), datumIds, VEKTPSLightKindAnnotation,
-                          {element, VEKTPSLightKindRefFrame, refFrame.Get(), " as a datum"},
-                          [&](VEKBaseUnknown* datum) { (void)refFrame->AddDatum(datum); });
+  if (HasListedId(items[5], ";") && VEKSucceeded(VEKQueryInterface(set, broker)) && broker) {
+    ForEachListedObject(*broker.Get(), items[5], ";", VEKTPSLightKindAnnotation,
+                        {element, VEKTPSLightKindRefFrame, refFrame.Get(), " as a datum"},
+                        [&](VEKBaseUnknown* datum) { (void)refFrame->AddDatum(datum); });
     broker.Reset();
   }
 
   const VEKReference namer{element, VEKTPSLightKindRefFrame, refFrame.Get()};
-  VEKForEachInt(ReadListedIds(items[6], ";", element),
-                [&](int id) { (void)VEKAddTTRS(*refFrame.Get(), id, namer); });
+  ForEachListedId(items[6], ";", element,
+                  [&](int id) { (void)VEKAddTTRS(*refFrame.Get(), id, namer); });
   return S_OK;
 }
 
@@ -486,9 +501,8 @@ HRESULT VEKTPSLightParserUtil::BuildCG(VEKTPSLightContainer* container, VEKITPSL
   VEKPassWide(items[6], [&](const wchar_t* text) { (void)light->SetUuid(text); });
 
   const VEKReference namer{element, VEKTPSLightKindCG, cg.Get()};
-  VEKForEachInt(ReadListedIds(items[7], ";", element),
-                [&](int id) { (void)VEKAddTTRS(*cg.Get(), id, namer); });
-  VEKForEachInt(ReadListedIds(items[8], ";", element), [&](int id) { (void)cg->AddTRep(id); });
+  ForEachListedId(items[7], ";", element, [&](int id) { (void)VEKAddTTRS(*cg.Get(), id, namer); });
+  ForEachListedId(items[8], ";", element, [&](int id) { (void)cg->AddTRep(id); });
   light.Reset();
   return E_FAIL;
 }
@@ -544,9 +558,9 @@ HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEK
   // Items 6 to 8 list ids separated by one blank.
   const auto linkAll = [&](std::string_view text, VEKTPSLightKind kind,
                            HRESULT (VEKITPSLightCapture::*add)(VEKBaseUnknown*)) {
-    VEKForEachFoundObject(*broker.Get(), ReadListedIds(text, " ", element), kind,
-                          {element, VEKTPSLightKindCapture, capture.Get()},
-                          [&](VEKBaseUnknown* object) { (void)(capture.Get()->*add)(object); });
+    ForEachListedObject(*broker.Get(), text, " ", kind,
+                        {element, VEKTPSLightKindCapture, capture.Get()},
+                        [&](VEKBaseUnknown* object) { (void)(capture.Get()->*add)(object); });
   };
   linkAll(items[6], VEKTPSLightKindAnnotation, &VEKITPSLightCapture::AddTPS);
   linkAll(items[7], VEKTPSLightKindView, &VEKITPSLightCapture::AddView);

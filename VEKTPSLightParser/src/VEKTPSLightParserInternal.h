@@ -156,24 +156,38 @@ inline void VEKBuildChildren(VEKTPSLightParserUtil& parser, VEKBuilder build,
 
 // The positional values of a legacy object: item k (from 1) is the "V" attribute of its k-th
 // value child, as views into the element's document. Reading outside 1..Size() gives empty text.
+// Objects hold a handful of values, which fit the inline room; more spill to the heap.
 class VEKValueItems {
  public:
+  VEKValueItems() noexcept = default;
+  VEKValueItems(const VEKValueItems&) = delete;
+  VEKValueItems& operator=(const VEKValueItems&) = delete;
+
   void Append(std::string_view value) noexcept {
+    if (count_ < kInline) {
+      inline_[count_++] = value;
+      return;
+    }
     try {
-      items_.push_back(value);
+      more_.push_back(value);
+      ++count_;
     } catch (const std::bad_alloc&) {
       complete_ = false;
     }
   }
-  int Size() const noexcept { return static_cast<int>(items_.size()); }
+  int Size() const noexcept { return static_cast<int>(count_); }
   bool Complete() const noexcept { return complete_; }
   std::string_view operator[](int index) const noexcept {
-    return index >= 1 && index <= Size() ? items_[static_cast<std::size_t>(index - 1)]
-                                         : std::string_view();
+    if (index < 1 || static_cast<std::size_t>(index) > count_) return {};
+    const auto at = static_cast<std::size_t>(index - 1);
+    return at < kInline ? inline_[at] : more_[at - kInline];
   }
 
  private:
-  std::vector<std::string_view> items_;
+  static constexpr std::size_t kInline = 16;
+  std::string_view inline_[kInline];
+  std::vector<std::string_view> more_;
+  std::size_t count_ = 0;
   bool complete_ = true;
 };
 
