@@ -85,7 +85,8 @@ class VEK_API VEKUnicodeString {
   friend class vek_lightxml_detail::Document;
 
   enum class Storage : std::uint8_t { kInline, kHeap, kBorrowed };
-  static constexpr std::size_t kInlineCapacity = 23;
+  // Room for a uuid's 36 characters, the longest text a model object usually keeps.
+  static constexpr std::size_t kInlineCapacity = 39;
 
   struct BorrowTag {};
   // Refers to the `byteLength` bytes at `utf8`, followed by a zero byte, in place when they are
