@@ -16,21 +16,18 @@ SCENEGRAPH = "platform/scenegraph/"
 MODEL = "platform/annotationmodel/"
 PARSER = "VEKTPSLightParser/src/"
 
-# The current-schema capture links its active view both ways, the view first.
-ACTIVE_VIEW_TAKEN = "      (void)capture->SetActiveView(activeView.Get());\n"
+# A capture and its active view are linked both ways, the view first, in both schemas.
+ACTIVE_VIEW_TAKEN = "  (void)capture.SetActiveView(activeView.Get());\n"
 ACTIVE_VIEW_LINKS = (
-    "      // The active view learns of the capture first, then the capture of its view.\n"
-    "      VEKComPtr<VEKITPSLightView> view;\n"
-    "      if (VEKSucceeded(activeView->QueryInterface(IID_VEKITPSLightView,\n"
-    "                                                  view.ReleaseAndGetVoidAddressOf())) &&\n"
-    "          view) {\n"
-    "        VEKComPtr<VEKBaseUnknown> captureBase;\n"
-    "        if (VEKSucceeded(VEKQueryInterface(capture.Get(), captureBase)) && captureBase) {\n"
-    "          (void)view->AddCapture(captureBase.Get());\n"
-    "        }\n"
-    "        captureBase.Reset();\n"
-    "      }\n"
-    "      view.Reset();\n" + ACTIVE_VIEW_TAKEN)
+    "  VEKComPtr<VEKITPSLightView> view;\n"
+    "  if (VEKSucceeded(VEKQueryInterface(activeView.Get(), view)) && view) {\n"
+    "    VEKComPtr<VEKBaseUnknown> captureBase;\n"
+    "    if (VEKSucceeded(VEKQueryInterface(&capture, captureBase)) && captureBase) {\n"
+    "      (void)view->AddCapture(captureBase.Get());\n"
+    "    }\n"
+    "    captureBase.Reset();\n"
+    "  }\n"
+    "  view.Reset();\n" + ACTIVE_VIEW_TAKEN)
 ACTIVE_VIEW_LINKS_SWAPPED = ACTIVE_VIEW_TAKEN + ACTIVE_VIEW_LINKS[:-len(ACTIVE_VIEW_TAKEN)]
 
 MUTATIONS = [
@@ -164,9 +161,21 @@ MUTATIONS = [
              "if (reference != 0 && tActive) VEKNoteNamedId(VEKTPSLightKindRefFrame, reference, by);",
              "(void)by;",
              "an annotation naming an unknown reference frame is not recorded"),
-    mutation("capture-link-order", PARSER + "VEKTPSLightCurrentBuilders.cpp",
+    mutation("capture-link-order", PARSER + "VEKTPSLightElementReading.cpp",
              ACTIVE_VIEW_LINKS, ACTIVE_VIEW_LINKS_SWAPPED,
              "a capture takes its active view before the view learns of the capture"),
+    mutation("list-first-character", PARSER + "VEKTPSLightParserInternal.h",
+             "  int start = VEKCharacterLengthAt(text, 0);",
+             "  int start = 0;",
+             "a list's first character is read as part of its first item"),
+    mutation("dump-own-bytes-with-doctype", LIGHTXML + "VEKLightXmlParser.cpp",
+             "text.encoding == TextEncoding::kUtf8 && !text.extent.doctype && !text.read.bytes",
+             "text.encoding == TextEncoding::kUtf8 && !text.read.bytes",
+             "the dump copies a root whose document declares a document type"),
+    mutation("line-starts-shifted", LIGHTXML + "VEKLightXmlParser.cpp",
+             "lineStarts_.push_back(static_cast<std::uint32_t>(at - text));",
+             "lineStarts_.push_back(static_cast<std::uint32_t>(at - text + 1));",
+             "a line found by memchr starts one byte late"),
     mutation("dump-not-exclusive", PARSER + "VEKTPSLightReplacingFile.cpp",
              "O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC",
              "O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC",
