@@ -73,6 +73,15 @@ class VEK_API VEKLightXmlOutputStreamBuffer final : public VEKLightXmlOutputStre
   int capacity_ = 0;
 };
 
+// Receives the children of an element as views (see ForEachChildValue).
+class VEK_API VEKLightXmlValueVisitor {
+ public:
+  virtual ~VEKLightXmlValueVisitor();
+  // One child element: its name and the value of the attribute asked for (empty when absent);
+  // `nested` for a child of a child the walk descended into.
+  virtual void Visit(std::string_view name, std::string_view value, bool nested) = 0;
+};
+
 // One element of a parsed tree. Every read on an element that designates nothing returns an
 // empty result (null position, null child, empty string, 0).
 class VEK_API VEKLightXmlElementItf {
@@ -124,6 +133,12 @@ class VEK_API VEKLightXmlElementItf {
   virtual std::string_view GetNameView() const;
   virtual std::string_view GetAttributeView(std::string_view name) const;
   virtual std::string_view GetValueView() const;
+  // Visits each child element in document order with its name and the value of its attribute
+  // `attribute`; right after a child named `descendInto`, visits that child's own children the
+  // same way (nested). Parsed elements read their document without making element records for
+  // the children visited; the default walks GetChild.
+  virtual void ForEachChildValue(std::string_view attribute, std::string_view descendInto,
+                                 VEKLightXmlValueVisitor& visitor) const;
 };
 
 // Writes XML text into a stream element by element, through a buffer of its own. Names are
@@ -211,6 +226,8 @@ class VEK_API VEKLightXmlElement final : public VEKLightXmlElementItf {
   std::string_view GetNameView() const override;
   std::string_view GetAttributeView(std::string_view name) const override;
   std::string_view GetValueView() const override;
+  void ForEachChildValue(std::string_view attribute, std::string_view descendInto,
+                         VEKLightXmlValueVisitor& visitor) const override;
 
  private:
   friend class VEKLightXmlParser;

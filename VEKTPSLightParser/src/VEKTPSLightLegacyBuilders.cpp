@@ -14,7 +14,9 @@ using vek_parser_detail::VEKAddTTRS;
 using vek_parser_detail::VEKBuildChildren;
 using vek_parser_detail::VEKFindObject;
 using vek_parser_detail::VEKFindText;
+using vek_parser_detail::VEKFirstChildNamed;
 using vek_parser_detail::VEKForEachChild;
+using vek_parser_detail::VEKForEachChildValue;
 using vek_parser_detail::VEKForEachValue;
 using vek_parser_detail::VEKHasValueCount;
 using vek_parser_detail::VEKOrderGroupLists;
@@ -27,11 +29,6 @@ using vek_parser_detail::VEKSubView;
 using vek_parser_detail::VEKValueItems;
 
 namespace {
-
-// The "V" attribute of `element`, empty when absent.
-std::string_view ValueOf(const VEKLightXmlElementItf& element) {
-  return element.GetAttributeView("V");
-}
 
 // "%d" into `number`; text that does not convert leaves `number` as it was, which the callers
 // rely on where one integer is shared by several items.
@@ -143,9 +140,8 @@ HRESULT BuildFamily(VEKTPSLightParserUtil& parser, VEKTPSLightContainer* contain
                     VEKITPSLightSet* set, VEKLightXmlElementItf& root, const char* familyTag,
                     const char* tag, vek_parser_detail::VEKBuilder build) {
   if (!set || !container) return E_FAIL;
-  VEKLightXmlElement family;
-  if (VEKSucceeded(parser.FoundRootNode(root, familyTag, family)))
-    VEKBuildChildren(parser, build, container, set, family, tag);
+  if (const VEKLightXmlElementItf* family = VEKFirstChildNamed(root, familyTag))
+    VEKBuildChildren(parser, build, container, set, *family, tag);
   return S_OK;
 }
 
@@ -255,14 +251,14 @@ HRESULT VEKTPSLightParserUtil::BuildTTRS(VEKTPSLightContainer* container, VEKITP
   // which of name, id and uuid a value becomes.
   VEKValueItems identity;
   VEKValueItems geometry;
-  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    const std::string_view name = child.GetNameView();
-    if (name == "Na" || name == "In" || name == "Ui") {
-      identity.Append(ValueOf(child));
-    } else if (name == "Gd") {
-      VEKForEachValue(child, [&](std::string_view value) { geometry.Append(value); });
-    }
-  });
+  VEKForEachChildValue(element, "V", "Gd",
+                       [&](std::string_view name, std::string_view value, bool nested) {
+                         if (nested) {
+                           if (!name.empty()) geometry.Append(value);
+                         } else if (name == "Na" || name == "In" || name == "Ui") {
+                           identity.Append(value);
+                         }
+                       });
   if (!VEKHasValueCount(identity, -1, element, kPassedOver)) return E_FAIL;
 
   VEKComPtr<VEKITPSLightTTRS> ttrs;
@@ -299,12 +295,12 @@ HRESULT VEKTPSLightParserUtil::GenerateAnnotations(VEKTPSLightContainer* contain
                                                    VEKITPSLightSet* set,
                                                    VEKLightXmlElementItf& element) {
   if (!set || !container) return E_FAIL;
-  VEKLightXmlElement family;
-  if (VEKFailed(FoundRootNode(element, "Annotations", family))) return S_OK;
+  const VEKLightXmlElementItf* family = VEKFirstChildNamed(element, "Annotations");
+  if (!family) return S_OK;
 
   // Groups name annotations that may come later, so they are linked once all are built.
   VEKOrderGroupLists groups;
-  VEKForEachChild(family, [&](VEKLightXmlElementItf& child) {
+  VEKForEachChild(*family, [&](VEKLightXmlElementItf& child) {
     if (child.GetNameView() == "TPS") (void)BuildAnnotation(container, set, child, &groups.Lists());
   });
   if (groups.Lists().Size() >= 1) (void)AssoTPSOrderGroup(set, groups.Lists());
@@ -381,13 +377,14 @@ HRESULT VEKTPSLightParserUtil::BuildView(VEKTPSLightContainer* container, VEKITP
   if (!set || !container) return E_FAIL;
   VEKValueItems values;
   VEKValueItems geometry;
-  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    if (child.GetNameView() == "Mt") {
-      VEKForEachValue(child, [&](std::string_view value) { geometry.Append(value); });
-    } else {
-      values.Append(ValueOf(child));
-    }
-  });
+  VEKForEachChildValue(element, "V", "Mt",
+                       [&](std::string_view name, std::string_view value, bool nested) {
+                         if (nested) {
+                           if (!name.empty()) geometry.Append(value);
+                         } else if (name != "Mt") {
+                           values.Append(value);
+                         }
+                       });
   if (!VEKHasValueCount(values, 5, element, kPassedOver) || !geometry.Complete()) return E_FAIL;
   const VEKValueItems& items = values;
 
@@ -520,14 +517,14 @@ HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEK
   VEKValueItems values;
   VEKValueItems camera;
   // "Gd" values belong to the format, but nothing in a capture depends on them.
-  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    const std::string_view name = child.GetNameView();
-    if (name == "Cam") {
-      VEKForEachValue(child, [&](std::string_view value) { camera.Append(value); });
-    } else if (name != "Gd") {
-      values.Append(ValueOf(child));
-    }
-  });
+  VEKForEachChildValue(element, "V", "Cam",
+                       [&](std::string_view name, std::string_view value, bool nested) {
+                         if (nested) {
+                           if (!name.empty()) camera.Append(value);
+                         } else if (name != "Cam" && name != "Gd") {
+                           values.Append(value);
+                         }
+                       });
   if (!VEKHasValueCount(values, 8, element, kPassedOver) || !camera.Complete()) return E_FAIL;
   const VEKValueItems& items = values;
 

@@ -225,8 +225,9 @@ HRESULT VEKWalkLegacy(VEKTPSLightParserUtil& parser, VEKLightXmlElement& root,
 
     // The set's values are positional: item k is the "V" of the k-th child, whatever its name.
     vek_parser_detail::VEKValueItems items;
-    VEKForEachChild(child,
-                    [&](VEKLightXmlElementItf& item) { items.Append(item.GetAttributeView("V")); });
+    vek_parser_detail::VEKForEachChildValue(
+        child, "V", {},
+        [&](std::string_view, std::string_view value, bool) { items.Append(value); });
     if (!vek_parser_detail::VEKHasValueCount(items, 5, child,
                                              ", so its set gets no values and no objects")) {
       if (!items.Complete()) outcome.outOfMemory = true;

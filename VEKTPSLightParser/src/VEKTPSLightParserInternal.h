@@ -191,12 +191,26 @@ class VEKValueItems {
   bool complete_ = true;
 };
 
+// Calls `use(name, value, nested)` for each child of `element` as ForEachChildValue visits it.
+template <class Use>
+void VEKForEachChildValue(const VEKLightXmlElementItf& element, std::string_view attribute,
+                          std::string_view descendInto, Use&& use) {
+  struct Adapter final : VEKLightXmlValueVisitor {
+    explicit Adapter(Use& use) noexcept : use_(use) {}
+    void Visit(std::string_view name, std::string_view value, bool nested) override {
+      use_(name, value, nested);
+    }
+    Use& use_;
+  } adapter(use);
+  element.ForEachChildValue(attribute, descendInto, adapter);
+}
+
 // Calls `visit` with the "V" attribute of each named child of `element`, in order: the values
 // GetNodeValue lists.
 template <class Visit>
 void VEKForEachValue(const VEKLightXmlElementItf& element, Visit&& visit) {
-  VEKForEachChild(element, [&](VEKLightXmlElementItf& child) {
-    if (!child.GetNameView().empty()) visit(child.GetAttributeView("V"));
+  VEKForEachChildValue(element, "V", {}, [&](std::string_view name, std::string_view value, bool) {
+    if (!name.empty()) visit(value);
   });
 }
 

@@ -104,11 +104,11 @@ std::ptrdiff_t Node::GetSourceOffset() const {
 
 const void* Node::GetNodeIdentity() const { return this; }
 
-// The parsed text is checked UTF-8 and zero-terminated in place, so views need no string.
-std::string_view Node::GetNameView() const { return element_.name(); }
+namespace {
 
-std::string_view Node::GetAttributeView(std::string_view name) const {
-  for (pugi::xml_attribute attribute = element_.first_attribute(); attribute;
+// The value of attribute `name` of a parsed element; empty when absent.
+std::string_view AttributeOf(pugi::xml_node element, std::string_view name) {
+  for (pugi::xml_attribute attribute = element.first_attribute(); attribute;
        attribute = attribute.next_attribute()) {
     const char* parsed = attribute.name();
     if (std::strncmp(parsed, name.data(), name.size()) == 0 && parsed[name.size()] == '\0') {
@@ -116,6 +116,30 @@ std::string_view Node::GetAttributeView(std::string_view name) const {
     }
   }
   return {};
+}
+
+}  // namespace
+
+// The parsed text is checked UTF-8 and zero-terminated in place, so views need no string.
+std::string_view Node::GetNameView() const { return element_.name(); }
+
+std::string_view Node::GetAttributeView(std::string_view name) const {
+  return AttributeOf(element_, name);
+}
+
+void Node::ForEachChildValue(std::string_view attribute, std::string_view descendInto,
+                             VEKLightXmlValueVisitor& visitor) const {
+  for (pugi::xml_node child = element_.first_child(); child; child = child.next_sibling()) {
+    if (child.type() != pugi::node_element) continue;
+    const std::string_view name = child.name();
+    visitor.Visit(name, AttributeOf(child, attribute), false);
+    if (name != descendInto) continue;
+    for (pugi::xml_node nested = child.first_child(); nested; nested = nested.next_sibling()) {
+      if (nested.type() == pugi::node_element) {
+        visitor.Visit(nested.name(), AttributeOf(nested, attribute), true);
+      }
+    }
+  }
 }
 
 std::string_view Node::GetValueView() const {

@@ -117,6 +117,8 @@ class Node final : public VEKLightXmlElementItf {
   std::string_view GetNameView() const override;
   std::string_view GetAttributeView(std::string_view name) const override;
   std::string_view GetValueView() const override;
+  void ForEachChildValue(std::string_view attribute, std::string_view descendInto,
+                         VEKLightXmlValueVisitor& visitor) const override;
 
   Document& GetDocument() const noexcept { return *document_; }
   pugi::xml_node GetXmlNode() const noexcept { return element_; }

@@ -16,6 +16,27 @@ std::string_view VEKLightXmlElementItf::GetAttributeView(std::string_view name) 
 
 std::string_view VEKLightXmlElementItf::GetValueView() const { return GetValue().View(); }
 
+VEKLightXmlValueVisitor::~VEKLightXmlValueVisitor() = default;
+
+void VEKLightXmlElementItf::ForEachChildValue(std::string_view attribute,
+                                              std::string_view descendInto,
+                                              VEKLightXmlValueVisitor& visitor) const {
+  void* position = GetChildren();
+  while (position) {
+    const VEKLightXmlElementItf* child = GetChild(position);
+    if (!child) break;
+    const std::string_view name = child->GetNameView();
+    visitor.Visit(name, child->GetAttributeView(attribute), false);
+    if (name != descendInto) continue;
+    void* nestedPosition = child->GetChildren();
+    while (nestedPosition) {
+      const VEKLightXmlElementItf* nested = child->GetChild(nestedPosition);
+      if (!nested) break;
+      visitor.Visit(nested->GetNameView(), nested->GetAttributeView(attribute), true);
+    }
+  }
+}
+
 VEKLightXmlElement::VEKLightXmlElement() noexcept = default;
 
 VEKLightXmlElement::VEKLightXmlElement(const VEKLightXmlElement& other) noexcept
@@ -113,4 +134,9 @@ std::string_view VEKLightXmlElement::GetAttributeView(std::string_view name) con
 
 std::string_view VEKLightXmlElement::GetValueView() const {
   return node_ ? node_->GetValueView() : std::string_view();
+}
+
+void VEKLightXmlElement::ForEachChildValue(std::string_view attribute, std::string_view descendInto,
+                                           VEKLightXmlValueVisitor& visitor) const {
+  if (node_) node_->ForEachChildValue(attribute, descendInto, visitor);
 }

@@ -1,0 +1,141 @@
+// The builders on an element class of a host's own: it answers only the string reads, so every
+// view read and child walk takes the interface's default, and the model must come out the same as
+// from the parsed elements.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ParserTestSupport.h"
+#include "VEKComPtr.h"
+#include "VEKTPSLightJsonExport.h"
+#include "VEKTPSLightParserUtil.h"
+
+namespace {
+
+// Mirrors a parsed element and everything under it, forwarding the string reads.
+class MirrorElement final : public VEKLightXmlElementItf {
+ public:
+  MirrorElement(const VEKLightXmlElementItf& inner, const MirrorElement* parent)
+      : inner_(inner), parent_(parent) {
+    void* position = inner.GetChildren();
+    while (position) {
+      const VEKLightXmlElementItf* child = inner.GetChild(position);
+      if (!child) break;
+      children_.push_back(std::make_unique<MirrorElement>(*child, this));
+    }
+  }
+
+  bool IsNull() const override { return false; }
+  int SetElement(VEKLightXmlElementItf*) override { return 0; }
+  int GetChildCount() const override { return static_cast<int>(children_.size()); }
+  // Positions are child indices from 1.
+  void* GetChildren() const override { return children_.empty() ? nullptr : Position(0); }
+  VEKLightXmlElementItf* GetChild(void*& position) const override {
+    const auto index = reinterpret_cast<std::uintptr_t>(position);
+    if (index == 0 || index > children_.size()) return nullptr;
+    position = index < children_.size() ? Position(index) : nullptr;
+    return children_[index - 1].get();
+  }
+  VEKLightXmlElementItf* GetParent() const override { return const_cast<MirrorElement*>(parent_); }
+  const VEKUnicodeString& GetName() const override { return inner_.GetName(); }
+  int GetAttributeCount() const override { return inner_.GetAttributeCount(); }
+  const VEKUnicodeString& GetAttributeValue(const VEKUnicodeString& name,
+                                            const VEKUnicodeString& absent) const override {
+    return inner_.GetAttributeValue(name, absent);
+  }
+  const VEKUnicodeString& GetAttributeValue(const VEKUnicodeString& name) const override {
+    return inner_.GetAttributeValue(name);
+  }
+  const VEKUnicodeString& GetAttributeName(int index) const override {
+    return inner_.GetAttributeName(index);
+  }
+  const VEKUnicodeString& GetAttributeValueAt(int index) const override {
+    return inner_.GetAttributeValueAt(index);
+  }
+  bool HasAttribute(const VEKUnicodeString& name) const override {
+    return inner_.HasAttribute(name);
+  }
+  const VEKUnicodeString& GetValue() const override { return inner_.GetValue(); }
+  std::ptrdiff_t GetSourceOffset() const override { return -1; }
+  const void* GetNodeIdentity() const override { return this; }
+
+ private:
+  static void* Position(std::size_t index) {
+    return reinterpret_cast<void*>(static_cast<std::uintptr_t>(index + 1));
+  }
+
+  const VEKLightXmlElementItf& inner_;
+  const MirrorElement* parent_;
+  std::vector<std::unique_ptr<MirrorElement>> children_;
+};
+
+std::string ReadDocument(const char* name) {
+  std::ifstream file(std::string(VEK_EXAMPLES_DIR) + "/" + name, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// The model the builders make from `root`, as JSON.
+std::string BuildWith(VEKLightXmlElementItf& root, bool legacy) {
+  VEKTPSLightParserUtil parser;
+  VEKComPtr<VEKTPSLightContainer> container;
+  container.Attach(new VEKTPSLightContainer());
+  VEKComPtr<VEKITPSLightSet> set;
+  EXPECT_EQ(container->CreateLightSet(set.ReleaseAndGetAddressOf(), nullptr), S_OK);
+  if (legacy) {
+    (void)parser.GenerateTTRS(container.Get(), set.Get(), root);
+    (void)parser.GenerateAnnotations(container.Get(), set.Get(), root);
+    (void)parser.GenerateViews(container.Get(), set.Get(), root);
+    (void)parser.GenerateRefFrame(container.Get(), set.Get(), root);
+    (void)parser.GenerateCG(container.Get(), set.Get(), root);
+    (void)parser.GenerateCapture(container.Get(), set.Get(), root);
+  } else {
+    using Builder = HRESULT (VEKTPSLightParserUtil::*)(VEKTPSLightContainer*, VEKITPSLightSet*,
+                                                       VEKLightXmlElementItf&);
+    const std::pair<const char*, Builder> families[] = {
+        {"AnnotationSet", nullptr},
+        {"RootTTRSs", &VEKTPSLightParserUtil::GenerateNewTTRS},
+        {"RootTPSs", &VEKTPSLightParserUtil::GenerateNewAnnotations},
+        {"RootViews", &VEKTPSLightParserUtil::GenerateNewViews},
+        {"RootRefs", &VEKTPSLightParserUtil::GenerateNewRefFrame},
+        {"RootCGs", &VEKTPSLightParserUtil::GenerateNewCG},
+        {"RootCaps", &VEKTPSLightParserUtil::GenerateNewCapture},
+    };
+    // The walk of the root is the load's; here each family element goes to its builder.
+    for (const auto& [name, build] : families) {
+      void* position = root.GetChildren();
+      while (VEKLightXmlElementItf* family = position ? root.GetChild(position) : nullptr) {
+        if (family->GetName() != name) continue;
+        (void)(build ? (parser.*build)(container.Get(), set.Get(), *family)
+                     : parser.SetTPSSetValues(set.Get(), *family));
+      }
+    }
+  }
+  std::string json;
+  EXPECT_EQ(VEKExportLoadToJson(legacy ? VEKTPSLightSchema::Legacy : VEKTPSLightSchema::Current,
+                                S_OK, set.Get(), false, json),
+            S_OK);
+  return json;
+}
+
+TEST(ForeignElement, BuildsTheModelOfTheParsedElements) {
+  for (const auto& [name, legacy] :
+       {std::pair{"gear_shaft_legacy.xml", true}, std::pair{"pump_housing.xml", false}}) {
+    VEKLightXmlElement parsed = vek_test::ParseXml(ReadDocument(name));
+    ASSERT_FALSE(parsed.IsNull()) << name;
+    const MirrorElement mirror(parsed, nullptr);
+    const std::string expected = BuildWith(parsed, legacy);
+    // Every family of the document is built.
+    for (const char* family :
+         {"\"ttrs\":[{", "\"annotations\":[{", "\"views\":[{", "\"captures\":[{"}) {
+      EXPECT_NE(expected.find(family), std::string::npos) << name << ": " << family;
+    }
+    EXPECT_EQ(BuildWith(const_cast<MirrorElement&>(mirror), legacy), expected) << name;
+  }
+}
+
+}  // namespace
