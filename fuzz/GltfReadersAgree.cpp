@@ -428,17 +428,19 @@ GltfReadersVerdict CompareGltfReaders(const std::uint8_t* data, std::size_t size
     const Json normalized = Normalized(document);
     tinygltf::Model theirs;
     const bool theirRead = ReadWithTinygltf(Text(normalized), layout, theirs);
-    if (ourRead != theirRead) {
-      return !ourRead && HoldsWrappedInteger(document) ? Verdict::kRefusedByOurRule
-                                                       : Verdict::kDisagree;
-    }
-    if (!ourRead) return Verdict::kBothRefuse;
-
+    if (!ourRead && !theirRead) return Verdict::kBothRefuse;
     const GltfModel converted = Converted(theirs);
-    const auto ourRep = vek_scenegraph_detail::BuildRep(ours, data, layout.totalLength, size);
     const auto theirRep =
-        vek_scenegraph_detail::BuildRep(converted, data, layout.totalLength, size);
-    if (!SameModels(ours, converted) || !SameReps(ourRep.get(), theirRep.get())) {
+        theirRead ? vek_scenegraph_detail::BuildRep(converted, data, layout.totalLength, size)
+                  : nullptr;
+    if (!ourRead) {
+      // Our reader may refuse early what the representation would refuse (too many nodes).
+      return !theirRep                       ? Verdict::kBothRefuse
+             : HoldsWrappedInteger(document) ? Verdict::kRefusedByOurRule
+                                             : Verdict::kDisagree;
+    }
+    const auto ourRep = vek_scenegraph_detail::BuildRep(ours, data, layout.totalLength, size);
+    if (!theirRead || !SameModels(ours, converted) || !SameReps(ourRep.get(), theirRep.get())) {
       return Verdict::kDisagree;
     }
     if (!ourRep) return Verdict::kBothRefuse;

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -168,7 +169,11 @@ struct Sparse {
 class Reader {
  public:
   Reader(const od::parser& parser, unsigned char* text, const GlbLayout& layout, GltfModel& model)
-      : parser_(parser), text_(text), layout_(layout), model_(model) {}
+      : parser_(parser),
+        text_(text),
+        layout_(layout),
+        model_(model),
+        maxNodes_(MaxRepNodes(layout.totalLength)) {}
 
   // False when the document is malformed or refused.
   bool Read(od::document& document) {
@@ -542,7 +547,8 @@ class Reader {
           return Skip(member, memberDepth);
         }));
     GltfNode node;
-    accepted = mesh.Get(-1, node.mesh) && !children.wrapped;
+    // More nodes than a representation can hold are refused here, before they take memory.
+    accepted = mesh.Get(-1, node.mesh) && !children.wrapped && model_.nodes.size() < maxNodes_;
     if (!accepted) return SUCCESS;
     node.name = name.value;
     node.children = children.range;
@@ -790,6 +796,7 @@ class Reader {
   std::uint8_t* text_;  // where the next string is unescaped
   const GlbLayout& layout_;
   GltfModel& model_;
+  const std::uint64_t maxNodes_;
   std::vector<int> imageViews_;               // the views the images name
   std::vector<Named<IntMember>> attributes_;  // the attributes of the primitive being read
 };
@@ -814,7 +821,13 @@ bool DataUriPayload(std::string_view uri, std::string_view& payload) {
 }
 
 bool ReadGltf(const GlbLayout& layout, GltfModel& model) {
-  simdjson::padded_string json(layout.json, layout.jsonLength);
+  // The JSON library under tinygltf ends the text at a zero byte (some writers pad the chunk with
+  // zeros), whatever follows it.
+  const void* zero = std::memchr(layout.json, 0, layout.jsonLength);
+  const std::size_t length =
+      zero ? static_cast<std::size_t>(static_cast<const char*>(zero) - layout.json)
+           : layout.jsonLength;
+  simdjson::padded_string json(layout.json, length);
   od::parser parser;
   if (json.data() == nullptr || parser.allocate(json.size(), kMaxDepth + 1) != SUCCESS) {
     return false;

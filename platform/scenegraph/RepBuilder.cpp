@@ -15,6 +15,10 @@ bool RangeWithin(std::uint64_t offset, std::uint64_t size, std::uint64_t limit) 
   return offset <= limit && size <= limit - offset;
 }
 
+std::uint64_t MaxRepNodes(std::size_t glbLength) {
+  return (kRepBytesPerGlbByte * glbLength + kRepBaseBytes) / sizeof(VEKRepNode);
+}
+
 }  // namespace vek_scenegraph_detail
 
 namespace {

@@ -16,6 +16,10 @@ namespace vek_scenegraph_detail {
 constexpr std::uint64_t kRepBytesPerGlbByte = 8;
 constexpr std::uint64_t kRepBaseBytes = 64 * 1024;
 
+// The most nodes a representation of a GLB of `glbLength` bytes can hold; a model with more is
+// refused.
+std::uint64_t MaxRepNodes(std::size_t glbLength);
+
 // Whether [offset, offset + size) lies within `limit` bytes, without overflow.
 bool RangeWithin(std::uint64_t offset, std::uint64_t size, std::uint64_t limit);
 

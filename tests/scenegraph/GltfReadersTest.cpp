@@ -164,6 +164,11 @@ INSTANTIATE_TEST_SUITE_P(
         Variant{"trailing_comma", R"("children":[1])", R"("children":[1,])", kBothRefuse},
         Variant{"text_after_root", R"("buffers":[{"byteLength":44}]})",
                 R"("buffers":[{"byteLength":44}]}})", kBothRefuse},
+        // The JSON library under tinygltf ends the text at a zero byte.
+        Variant{"text_after_a_zero_byte", R"("buffers":[{"byteLength":44}]})",
+                std::string("\"buffers\":[{\"byteLength\":44}]}\0}x", 33), kBothRead},
+        Variant{"zero_byte_inside", R"("scene":0,)", std::string("\"scene\":0,\0", 11),
+                kBothRefuse},
         Variant{"bad_literal_in_extras", R"("scene":0,)", R"("scene":0,"extras":[tru],)",
                 kBothRefuse},
         Variant{"bad_escape_in_extras", R"("scene":0,)", R"("scene":0,"extras":"\x",)",
