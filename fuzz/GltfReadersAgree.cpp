@@ -30,7 +30,6 @@ using Json = nlohmann::json;
 using vek_scenegraph_detail::GltfAccessorType;
 using vek_scenegraph_detail::GltfModel;
 
-constexpr int kMaxDepth = 64;
 // The sections whose checks are tinygltf's alone: the representation never reads them.
 constexpr const char* kUnreadSections[] = {"materials", "textures", "samplers",  "animations",
                                            "skins",     "cameras",  "extensions"};
@@ -422,7 +421,7 @@ GltfReadersVerdict CompareGltfReaders(const std::uint8_t* data, std::size_t size
     if (document.is_discarded()) {
       return ourRead ? Verdict::kDisagree : Verdict::kBothRefuse;
     }
-    if (depth > kMaxDepth || RefusedByOurRule(document)) {
+    if (depth > vek_scenegraph_detail::kMaxJsonDepth || RefusedByOurRule(document)) {
       return ourRead ? Verdict::kDisagree : Verdict::kRefusedByOurRule;
     }
     const Json normalized = Normalized(document);

@@ -28,8 +28,6 @@ namespace od = simdjson::ondemand;
 using simdjson::error_code;
 using simdjson::SUCCESS;
 
-// Deepest nesting read, the document counting as one level.
-constexpr int kMaxDepth = 64;
 // tinygltf refuses a view whose stride is larger than this or not a multiple of 4.
 constexpr std::uint64_t kMaxByteStride = 252;
 constexpr std::uint64_t kFirstComponentType = 5120;  // BYTE
@@ -197,38 +195,20 @@ class Reader {
   static constexpr int kMemberDepth = 2;
 
   error_code RootMember(std::string_view key, od::value& value, Sections& sections) {
-    const int depth = kMemberDepth;
-    if (key == "asset") return Asset(value, depth, sections.asset);
-    if (key == "scene") return Int(value, depth, sections.scene);
-    if (key == "buffers") {
-      model_.buffers.clear();
-      return Items(value, depth, sections.buffers, &Reader::Buffer);
-    }
+    if (key == "asset") return Asset(value, kMemberDepth, sections.asset);
+    if (key == "scene") return Int(value, kMemberDepth, sections.scene);
+    if (key == "buffers") return Section(value, model_.buffers, sections.buffers, &Reader::Buffer);
     if (key == "bufferViews") {
-      model_.bufferViews.clear();
-      return Items(value, depth, sections.bufferViews, &Reader::BufferView);
+      return Section(value, model_.bufferViews, sections.bufferViews, &Reader::BufferView);
     }
     if (key == "accessors") {
-      model_.accessors.clear();
-      return Items(value, depth, sections.accessors, &Reader::Accessor);
+      return Section(value, model_.accessors, sections.accessors, &Reader::Accessor);
     }
-    if (key == "meshes") {
-      model_.meshes.clear();
-      return Items(value, depth, sections.meshes, &Reader::Mesh);
-    }
-    if (key == "nodes") {
-      model_.nodes.clear();
-      return Items(value, depth, sections.nodes, &Reader::Node);
-    }
-    if (key == "scenes") {
-      model_.scenes.clear();
-      return Items(value, depth, sections.scenes, &Reader::Scene);
-    }
-    if (key == "images") {
-      imageViews_.clear();
-      return Items(value, depth, sections.images, &Reader::Image);
-    }
-    return Skip(value, depth);
+    if (key == "meshes") return Section(value, model_.meshes, sections.meshes, &Reader::Mesh);
+    if (key == "nodes") return Section(value, model_.nodes, sections.nodes, &Reader::Node);
+    if (key == "scenes") return Section(value, model_.scenes, sections.scenes, &Reader::Scene);
+    if (key == "images") return Section(value, imageViews_, sections.images, &Reader::Image);
+    return Skip(value, kMemberDepth);
   }
 
   // The checks tinygltf makes across sections, once each section holds its last occurrence.
@@ -261,10 +241,14 @@ class Reader {
     return true;
   }
 
-  // Sections: arrays of objects, each read by `readItem`. tinygltf refuses a section with an
-  // element that is not an object, and ignores one that is not an array.
+  // Sections: arrays of objects, each read by `readItem` into `items`, which the last occurrence
+  // of the section fills. tinygltf refuses a section with an element that is not an object, and
+  // ignores one that is not an array.
   using ItemReader = error_code (Reader::*)(od::value&, int, bool&);
-  error_code Items(od::value& value, int depth, bool& accepted, ItemReader readItem) {
+  template <typename Items>
+  error_code Section(od::value& value, Items& items, bool& accepted, ItemReader readItem) {
+    items.clear();
+    const int depth = kMemberDepth;
     accepted = true;
     od::json_type type;
     SIMDJSON_TRY(value.type().get(type));
@@ -272,8 +256,9 @@ class Reader {
     return Array(value, depth, [&](od::value& element, int elementDepth) -> error_code {
       if (accepted) {
         SIMDJSON_TRY(element.type().get(type));
-        if (type == od::json_type::object)
+        if (type == od::json_type::object) {
           return (this->*readItem)(element, elementDepth, accepted);
+        }
         accepted = false;
       }
       return Skip(element, elementDepth);
@@ -611,7 +596,7 @@ class Reader {
 
   template <typename ReadMember>
   error_code Object(od::value& value, int depth, ReadMember&& readMember) {
-    if (depth > kMaxDepth) return simdjson::DEPTH_ERROR;
+    if (depth > kMaxJsonDepth) return simdjson::DEPTH_ERROR;
     od::object object;
     SIMDJSON_TRY(value.get_object().get(object));
     for (auto field : object) {
@@ -626,7 +611,7 @@ class Reader {
 
   template <typename ReadElement>
   error_code Array(od::value& value, int depth, ReadElement&& readElement) {
-    if (depth > kMaxDepth) return simdjson::DEPTH_ERROR;
+    if (depth > kMaxJsonDepth) return simdjson::DEPTH_ERROR;
     od::array array;
     SIMDJSON_TRY(value.get_array().get(array));
     for (auto element : array) {
@@ -829,7 +814,7 @@ bool ReadGltf(const GlbLayout& layout, GltfModel& model) {
            : layout.jsonLength;
   simdjson::padded_string json(layout.json, length);
   od::parser parser;
-  if (json.data() == nullptr || parser.allocate(json.size(), kMaxDepth + 1) != SUCCESS) {
+  if (json.data() == nullptr || parser.allocate(json.size(), kMaxJsonDepth + 1) != SUCCESS) {
     return false;
   }
   // Strings are unescaped into storage of the model's own, which names then point into, sized as

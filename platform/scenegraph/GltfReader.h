@@ -8,6 +8,9 @@
 
 namespace vek_scenegraph_detail {
 
+// Deepest nesting of the JSON read, the document counting as one level.
+constexpr int kMaxJsonDepth = 64;
+
 // Reads the JSON chunk of `layout` into the empty `model`, with the BIN chunk for the buffers
 // that name no URI. False for JSON that is malformed or nested deeper than 64 levels, for what
 // tinygltf's loader refuses, and for what the representation cannot take: an external file, an
