@@ -14,7 +14,8 @@ constexpr int kMaxJsonDepth = 64;
 // Reads the JSON chunk of `layout` into the empty `model`, with the BIN chunk for the buffers
 // that name no URI. False for JSON that is malformed or nested deeper than 64 levels, for what
 // tinygltf's loader refuses, and for what the representation cannot take: an external file, an
-// index that tinygltf would wrap to 32 bits, an image whose buffer view lies outside its buffer.
+// index that tinygltf would wrap to 32 bits, an image whose buffer view lies outside its buffer,
+// more nodes than a representation of the blob can hold.
 // Sections the representation never reads (materials, textures, samplers, animations, skins,
 // cameras, lights) are only checked to be JSON. May throw std::bad_alloc.
 [[nodiscard]] bool ReadGltf(const GlbLayout& layout, GltfModel& model);
