@@ -12,6 +12,7 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -105,30 +106,6 @@ struct NumberList {
   bool complete = false;
 };
 
-// A member of an object, in the order the members came.
-template <typename Value>
-struct Named {
-  std::string_view name;
-  std::uint32_t order;
-  Value value;
-};
-
-// Keeps, of the members sharing a name, the last one (the JSON library under tinygltf keeps the
-// last of a member given twice), in the order of the names.
-template <typename Value>
-void KeepLastOfEachName(std::vector<Named<Value>>& members) {
-  std::sort(members.begin(), members.end(), [](const auto& left, const auto& right) {
-    return left.name < right.name || (left.name == right.name && left.order < right.order);
-  });
-  std::size_t kept = 0;
-  for (std::size_t index = 0; index < members.size(); ++index) {
-    if (index + 1 == members.size() || members[index + 1].name != members[index].name) {
-      members[kept++] = members[index];
-    }
-  }
-  members.resize(kept);
-}
-
 // The run of the items a pool received since it held `first`.
 template <typename Item>
 GltfRange RunSince(const std::vector<Item>& pool, std::size_t first) {
@@ -148,20 +125,11 @@ struct Sections {
   IntMember scene;
 };
 
-// A sparse accessor as far as tinygltf requires it to be.
-struct Sparse {
-  bool isObject = false;
-  bool indicesGiven = false;
-  bool valuesGiven = false;
-  IntMember count;
-  IntMember indicesView;
-  IntMember indicesComponentType;
-  IntMember valuesView;
-
-  bool Complete() const {
-    return isObject && indicesGiven && valuesGiven && count.IsInt() && indicesView.IsInt() &&
-           indicesComponentType.IsInt() && valuesView.IsInt();
-  }
+// The indices or the values of a sparse accessor.
+struct SparsePart {
+  bool given = false;
+  IntMember view;
+  IntMember componentType;
 };
 
 class Reader {
@@ -351,17 +319,16 @@ class Reader {
     od::json_type type;
     SIMDJSON_TRY(value.type().get(type));
     if (type != od::json_type::object) return Skip(value, depth);
-    std::vector<Named<bool>> isObject;
+    // The JSON library under tinygltf keeps the last of a member given twice, as the map does.
+    std::map<std::string_view, bool> isObject;
     SIMDJSON_TRY(
         Object(value, depth, [&](std::string_view key, od::value& member, int memberDepth) {
           Keep(key);
           SIMDJSON_TRY(member.type().get(type));
-          isObject.push_back(
-              {key, static_cast<std::uint32_t>(isObject.size()), type == od::json_type::object});
+          isObject[key] = type == od::json_type::object;
           return Skip(member, memberDepth);
         }));
-    KeepLastOfEachName(isObject);
-    for (const auto& member : isObject) any |= member.value;
+    for (const auto& member : isObject) any |= member.second;
     return SUCCESS;
   }
 
@@ -369,8 +336,8 @@ class Reader {
     IntMember bufferView;
     UnsignedMember byteOffset, componentType, count;
     StringMember type;
-    bool sparseGiven = false;
-    Sparse sparse;
+    bool sparseGiven = false, sparseComplete = false;
+    GltfAccessor accessor;
     SIMDJSON_TRY(
         Object(value, depth, [&](std::string_view key, od::value& member, int memberDepth) {
           if (key == "bufferView") return Int(member, memberDepth, bufferView);
@@ -380,20 +347,16 @@ class Reader {
           if (key == "type") return String(member, memberDepth, type);
           if (key == "sparse") {
             sparseGiven = true;
-            return SparseMember(member, memberDepth, sparse);
+            return Sparse(member, memberDepth, accessor, sparseComplete);
           }
           return Skip(member, memberDepth);
         }));
-    GltfAccessor accessor;
+    accessor.sparse = sparseGiven;
     accepted = componentType.valid && count.valid && type.valid &&
                AccessorType(type.value, accessor.type) &&
                componentType.value >= kFirstComponentType &&
-               componentType.value <= kLastComponentType && bufferView.Get(-1, accessor.bufferView);
-    if (accepted && sparseGiven) {
-      accessor.sparse = true;
-      accepted = sparse.Complete() && sparse.indicesView.Get(-1, accessor.sparseIndicesView) &&
-                 sparse.valuesView.Get(-1, accessor.sparseValuesView);
-    }
+               componentType.value <= kLastComponentType &&
+               bufferView.Get(-1, accessor.bufferView) && (!sparseGiven || sparseComplete);
     if (!accepted) return SUCCESS;
     accessor.byteOffset = byteOffset.Get(0);
     accessor.componentType = static_cast<int>(componentType.value);
@@ -402,35 +365,38 @@ class Reader {
     return SUCCESS;
   }
 
-  error_code SparseMember(od::value& value, int depth, Sparse& sparse) {
-    sparse = Sparse();
+  // tinygltf requires of a sparse accessor an integer count, and integers for its indices' buffer
+  // view and component type and for its values' buffer view.
+  error_code Sparse(od::value& value, int depth, GltfAccessor& accessor, bool& complete) {
+    complete = false;
     od::json_type type;
     SIMDJSON_TRY(value.type().get(type));
     if (type != od::json_type::object) return Skip(value, depth);
-    sparse.isObject = true;
-    return Object(value, depth, [&](std::string_view key, od::value& member, int memberDepth) {
-      if (key == "count") return Int(member, memberDepth, sparse.count);
-      if (key == "indices") {
-        sparse.indicesGiven = true;
-        return SparsePart(member, memberDepth, sparse.indicesView, &sparse.indicesComponentType);
-      }
-      if (key == "values") {
-        sparse.valuesGiven = true;
-        return SparsePart(member, memberDepth, sparse.valuesView, nullptr);
-      }
-      return Skip(member, memberDepth);
-    });
+    IntMember count;
+    SparsePart indices, values;
+    SIMDJSON_TRY(
+        Object(value, depth, [&](std::string_view key, od::value& member, int memberDepth) {
+          if (key == "count") return Int(member, memberDepth, count);
+          if (key == "indices") return Part(member, memberDepth, indices);
+          if (key == "values") return Part(member, memberDepth, values);
+          return Skip(member, memberDepth);
+        }));
+    complete = count.IsInt() && indices.given && indices.componentType.IsInt() &&
+               indices.view.IsInt() && values.given && values.view.IsInt() &&
+               indices.view.Get(-1, accessor.sparseIndicesView) &&
+               values.view.Get(-1, accessor.sparseValuesView);
+    return SUCCESS;
   }
 
-  error_code SparsePart(od::value& value, int depth, IntMember& view, IntMember* componentType) {
-    view = IntMember();
-    if (componentType) *componentType = IntMember();
+  error_code Part(od::value& value, int depth, SparsePart& part) {
+    part = SparsePart();
+    part.given = true;
     od::json_type type;
     SIMDJSON_TRY(value.type().get(type));
     if (type != od::json_type::object) return Skip(value, depth);
     return Object(value, depth, [&](std::string_view key, od::value& member, int memberDepth) {
-      if (key == "bufferView") return Int(member, memberDepth, view);
-      if (key == "componentType" && componentType) return Int(member, memberDepth, *componentType);
+      if (key == "bufferView") return Int(member, memberDepth, part.view);
+      if (key == "componentType") return Int(member, memberDepth, part.componentType);
       return Skip(member, memberDepth);
     });
   }
@@ -480,8 +446,7 @@ class Reader {
                        bool& accepted) {
     IntMember mode, indices;
     bool attributesGiven = false;
-    std::vector<Named<IntMember>>& attributes = attributes_;
-    attributes.clear();
+    std::map<std::string_view, IntMember> attributes;  // the last of a name given twice, sorted
     SIMDJSON_TRY(
         Object(value, depth, [&](std::string_view key, od::value& member, int memberDepth) {
           if (key == "mode") return Int(member, memberDepth, mode);
@@ -495,21 +460,18 @@ class Reader {
           return Object(member, memberDepth,
                         [&](std::string_view name, od::value& accessor, int accessorDepth) {
                           Keep(name);
-                          attributes.push_back(
-                              {name, static_cast<std::uint32_t>(attributes.size()), IntMember()});
-                          return Int(accessor, accessorDepth, attributes.back().value);
+                          return Int(accessor, accessorDepth, attributes[name]);
                         });
         }));
-    KeepLastOfEachName(attributes);
     kept = attributesGiven && std::all_of(attributes.begin(), attributes.end(),
-                                          [](const auto& member) { return member.value.IsInt(); });
+                                          [](const auto& member) { return member.second.IsInt(); });
     if (!kept) return SUCCESS;
     accepted = mode.Get(4, primitive.mode) && indices.Get(-1, primitive.indices);
     const std::size_t first = model_.attributes.size();
     for (const auto& member : attributes) {
       GltfAttribute& attribute = model_.attributes.emplace_back();
-      attribute.name = member.name;
-      accepted &= member.value.Get(-1, attribute.accessor);
+      attribute.name = member.first;
+      accepted &= member.second.Get(-1, attribute.accessor);
     }
     primitive.attributes = RunSince(model_.attributes, first);
     return SUCCESS;
@@ -782,8 +744,7 @@ class Reader {
   const GlbLayout& layout_;
   GltfModel& model_;
   const std::uint64_t maxNodes_;
-  std::vector<int> imageViews_;               // the views the images name
-  std::vector<Named<IntMember>> attributes_;  // the attributes of the primitive being read
+  std::vector<int> imageViews_;  // the views the images name
 };
 
 }  // namespace
