@@ -12,6 +12,7 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <new>
@@ -48,19 +49,13 @@ bool IsIntegerLiteral(std::string_view number) {
   return number.find_first_of(".eE") == std::string_view::npos;
 }
 
+// The accessor type of a name (the names are in the order of GltfAccessorType); false for none.
 bool AccessorType(std::string_view name, GltfAccessorType& type) {
-  static constexpr std::pair<std::string_view, GltfAccessorType> kTypes[] = {
-      {"SCALAR", GltfAccessorType::kScalar}, {"VEC2", GltfAccessorType::kVec2},
-      {"VEC3", GltfAccessorType::kVec3},     {"VEC4", GltfAccessorType::kVec4},
-      {"MAT2", GltfAccessorType::kMat2},     {"MAT3", GltfAccessorType::kMat3},
-      {"MAT4", GltfAccessorType::kMat4}};
-  for (const auto& known : kTypes) {
-    if (known.first == name) {
-      type = known.second;
-      return true;
-    }
-  }
-  return false;
+  static constexpr std::string_view kNames[] = {"SCALAR", "VEC2", "VEC3", "VEC4",
+                                                "MAT2",   "MAT3", "MAT4"};
+  const auto known = std::find(std::begin(kNames), std::end(kNames), name);
+  type = static_cast<GltfAccessorType>(known - std::begin(kNames));
+  return known != std::end(kNames);
 }
 
 // A member tinygltf reads into an int: an integer literal of at most 64 bits (a number with a
