@@ -83,8 +83,8 @@ VEKBenchTime VEKTimeInflate(const std::string& zlib, std::size_t size, VEKBenchT
 // base64-form load, its allocation of the output included.
 VEKBenchTime VEKTimeBase64Decode(const std::string& text, std::size_t size);
 
-// What reading graphics costs: `times` reads of one GLB blob with our scene-graph reader, or of its
-// JSON chunk alone with nlohmann-json's DOM parse or its SAX parse into a handler that keeps
-// nothing, the least a reader built on either interface could cost.
-enum class VEKGlbRead { OurReader, JsonDom, JsonSax };
+// What reading graphics costs: `times` reads of one GLB blob with our scene-graph reader
+// (container, JSON and representation), or with tinygltf's loader, the reference, which builds its
+// model only (no file system, no image decoding).
+enum class VEKGlbRead { OurReader, Tinygltf };
 VEKBenchTime VEKTimeGlbReads(const std::vector<char>& glb, VEKGlbRead how, int times);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 #include "VEKExport.h"
 #include "VEKUnicodeString.h"
@@ -14,6 +15,11 @@ class VEK_API VEKCodePage {
   // misplaced padding or a length that is not a whole number of quanta, or when memory runs out.
   static int ConvertFromBase64(const char* text, unsigned char*& bytes,
                                unsigned int& length) noexcept;
+  // Decodes the `length` characters at `text` (no terminating zero needed) by the same rules into
+  // `bytes`, which holds `capacity` bytes. Returns the number of bytes written (0 for blanks
+  // alone), or -1 for text those rules refuse or whose bytes would not fit.
+  [[nodiscard]] static std::int64_t ReadBase64(const char* text, std::size_t length,
+                                               unsigned char* bytes, std::size_t capacity) noexcept;
   // Encodes `length` bytes as base64 with padding and no line breaks into `text`. Returns 0, or
   // a negative value (text unchanged) for null bytes with a non-zero length or when memory runs
   // out.

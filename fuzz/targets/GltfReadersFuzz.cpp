@@ -1,5 +1,5 @@
-// The direct reader of the common glTF shape against tinygltf: whatever the direct reader reads,
-// tinygltf must read too, into the same values. A disagreement stops the run.
+// Our glTF reader against tinygltf: the same decision and the same values, except where our reader
+// decides by a rule of its own (GltfReadersAgree.h). A disagreement stops the run.
 //
 // Mutations that change a blob's size break its chunk lengths, and the container check would then
 // stop every such input before the JSON is read. The input is therefore framed anew: a GLB gives

@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <string_view>
 #include <utility>
 #include <vector>
-
-#include <tiny_gltf.h>
 
 #include "VEKSceneGraph.h"
 
@@ -16,13 +15,28 @@ bool RangeWithin(std::uint64_t offset, std::uint64_t size, std::uint64_t limit) 
   return offset <= limit && size <= limit - offset;
 }
 
+std::uint64_t MaxRepNodes(std::size_t glbLength) {
+  return (kRepBytesPerGlbByte * glbLength + kRepBaseBytes) / sizeof(VEKRepNode);
+}
+
 }  // namespace vek_scenegraph_detail
 
 namespace {
 
+using vek_scenegraph_detail::GltfAccessor;
+using vek_scenegraph_detail::GltfAccessorType;
+using vek_scenegraph_detail::GltfBufferView;
+using vek_scenegraph_detail::GltfMesh;
+using vek_scenegraph_detail::GltfModel;
+using vek_scenegraph_detail::GltfNode;
+using vek_scenegraph_detail::GltfPrimitive;
 using vek_scenegraph_detail::RangeWithin;
 
-constexpr int kLastPrimitiveMode = TINYGLTF_MODE_TRIANGLE_FAN;
+constexpr int kLastPrimitiveMode = 6;  // triangle fan
+constexpr int kUnsignedByte = 5121;
+constexpr int kUnsignedShort = 5123;
+constexpr int kUnsignedInt = 5125;
+constexpr int kFloat = 5126;
 
 bool IsIndex(int index, std::size_t count) {
   return index >= 0 && static_cast<std::size_t>(index) < count;
@@ -30,56 +44,68 @@ bool IsIndex(int index, std::size_t count) {
 
 bool IsOptionalIndex(int index, std::size_t count) { return index == -1 || IsIndex(index, count); }
 
-bool BufferViewsValid(const tinygltf::Model& model) {
-  for (const tinygltf::BufferView& view : model.bufferViews) {
+bool BufferViewsValid(const GltfModel& model) {
+  for (const GltfBufferView& view : model.bufferViews) {
     if (!IsIndex(view.buffer, model.buffers.size()) ||
         !RangeWithin(view.byteOffset, view.byteLength,
-                     model.buffers[static_cast<std::size_t>(view.buffer)].data.size())) {
+                     model.buffers[static_cast<std::size_t>(view.buffer)].size)) {
       return false;
     }
   }
   return true;
 }
 
+// Bytes of one component; 0 for a type that names none.
+std::uint64_t ComponentSize(int componentType) {
+  switch (componentType) {
+    case 5120:  // byte
+    case kUnsignedByte:
+      return 1;
+    case 5122:  // short
+    case kUnsignedShort:
+      return 2;
+    case 5124:  // int
+    case kUnsignedInt:
+    case kFloat:
+      return 4;
+    case 5130:  // double
+      return 8;
+    default:
+      return 0;
+  }
+}
+
 // Bytes one element occupies, with matrix columns padded to 4 bytes; 0 for an unknown type.
-std::uint64_t ElementSize(const tinygltf::Accessor& accessor) {
-  const int componentSize =
-      tinygltf::GetComponentSizeInBytes(static_cast<std::uint32_t>(accessor.componentType));
-  const int components =
-      tinygltf::GetNumComponentsInType(static_cast<std::uint32_t>(accessor.type));
-  if (componentSize <= 0 || components <= 0) {
-    return 0;
-  }
-  const int matrixRows = accessor.type == TINYGLTF_TYPE_MAT2   ? 2
-                         : accessor.type == TINYGLTF_TYPE_MAT3 ? 3
-                         : accessor.type == TINYGLTF_TYPE_MAT4 ? 4
-                                                               : 0;
+std::uint64_t ElementSize(const GltfAccessor& accessor) {
+  static constexpr std::uint64_t kComponents[] = {1, 2, 3, 4, 4, 9, 16};
+  static constexpr std::uint64_t kMatrixRows[] = {0, 0, 0, 0, 2, 3, 4};
+  const std::uint64_t componentSize = ComponentSize(accessor.componentType);
+  const auto type = static_cast<std::size_t>(accessor.type);
+  const std::uint64_t matrixRows = kMatrixRows[type];
   if (matrixRows == 0) {
-    return std::uint64_t(componentSize) * std::uint64_t(components);
+    return componentSize * kComponents[type];
   }
-  const std::uint64_t columnSize = (std::uint64_t(componentSize) * matrixRows + 3) / 4 * 4;
+  const std::uint64_t columnSize = (componentSize * matrixRows + 3) / 4 * 4;
   return columnSize * matrixRows;
 }
 
 // Every element of an accessor with a buffer view must lie within that view; sparse parts are
 // only index-checked since they are never read.
-bool AccessorsValid(const tinygltf::Model& model) {
-  for (const tinygltf::Accessor& accessor : model.accessors) {
+bool AccessorsValid(const GltfModel& model) {
+  for (const GltfAccessor& accessor : model.accessors) {
     const std::uint64_t elementSize = ElementSize(accessor);
     if (elementSize == 0 || accessor.count > static_cast<std::size_t>(INT_MAX) ||
         !IsOptionalIndex(accessor.bufferView, model.bufferViews.size())) {
       return false;
     }
-    if (accessor.sparse.isSparse &&
-        (!IsIndex(accessor.sparse.indices.bufferView, model.bufferViews.size()) ||
-         !IsIndex(accessor.sparse.values.bufferView, model.bufferViews.size()))) {
+    if (accessor.sparse && (!IsIndex(accessor.sparseIndicesView, model.bufferViews.size()) ||
+                            !IsIndex(accessor.sparseValuesView, model.bufferViews.size()))) {
       return false;
     }
     if (accessor.bufferView == -1) {
       continue;
     }
-    const tinygltf::BufferView& view =
-        model.bufferViews[static_cast<std::size_t>(accessor.bufferView)];
+    const GltfBufferView& view = model.bufferViews[static_cast<std::size_t>(accessor.bufferView)];
     const std::uint64_t stride = view.byteStride != 0 ? view.byteStride : elementSize;
     if (stride < elementSize || accessor.byteOffset > view.byteLength) {
       return false;
@@ -97,15 +123,15 @@ bool AccessorsValid(const tinygltf::Model& model) {
   return true;
 }
 
-bool MeshesValid(const tinygltf::Model& model) {
-  for (const tinygltf::Mesh& mesh : model.meshes) {
-    for (const tinygltf::Primitive& primitive : mesh.primitives) {
+bool MeshesValid(const GltfModel& model) {
+  for (const GltfMesh& mesh : model.meshes) {
+    for (const GltfPrimitive& primitive : model.Primitives(mesh)) {
       if (primitive.mode < 0 || primitive.mode > kLastPrimitiveMode ||
           !IsOptionalIndex(primitive.indices, model.accessors.size())) {
         return false;
       }
-      for (const auto& attribute : primitive.attributes) {
-        if (!IsIndex(attribute.second, model.accessors.size())) {
+      for (const auto& attribute : model.Attributes(primitive)) {
+        if (!IsIndex(attribute.accessor, model.accessors.size())) {
           return false;
         }
       }
@@ -116,14 +142,14 @@ bool MeshesValid(const tinygltf::Model& model) {
 
 // The node graph must be a forest: indices in range, at most one parent per node, no cycle
 // (an iterative depth-first walk with colours). `parents` receives each node's parent or -1.
-bool NodesFormForest(const tinygltf::Model& model, std::vector<int>& parents) {
+bool NodesFormForest(const GltfModel& model, std::vector<int>& parents) {
   const std::size_t nodeCount = model.nodes.size();
   parents.assign(nodeCount, -1);
   for (std::size_t node = 0; node < nodeCount; ++node) {
     if (!IsOptionalIndex(model.nodes[node].mesh, model.meshes.size())) {
       return false;
     }
-    for (int child : model.nodes[node].children) {
+    for (int child : model.Indices(model.nodes[node].children)) {
       if (!IsIndex(child, nodeCount) || parents[static_cast<std::size_t>(child)] != -1) {
         return false;
       }
@@ -142,8 +168,8 @@ bool NodesFormForest(const tinygltf::Model& model, std::vector<int>& parents) {
     path.emplace_back(start, 0);
     while (!path.empty()) {
       const std::size_t node = path.back().first;
-      const std::vector<int>& children = model.nodes[node].children;
-      if (path.back().second == children.size()) {
+      const auto children = model.Indices(model.nodes[node].children);
+      if (path.back().second == children.size) {
         colour[node] = kFinished;
         path.pop_back();
         continue;
@@ -163,14 +189,13 @@ bool NodesFormForest(const tinygltf::Model& model, std::vector<int>& parents) {
 
 // The default scene's nodes, or the first scene's, or without scenes every node without a
 // parent. Every scene must list distinct nodes that have no parent.
-bool SelectRoots(const tinygltf::Model& model, const std::vector<int>& parents,
-                 std::vector<int>& roots) {
+bool SelectRoots(const GltfModel& model, const std::vector<int>& parents, std::vector<int>& roots) {
   if (!IsOptionalIndex(model.defaultScene, model.scenes.size())) {
     return false;
   }
   std::vector<std::size_t> listedInScene(model.nodes.size(), 0);  // scene number + 1
   for (std::size_t scene = 0; scene < model.scenes.size(); ++scene) {
-    for (int node : model.scenes[scene].nodes) {
+    for (int node : model.Indices(model.scenes[scene].nodes)) {
       if (!IsIndex(node, model.nodes.size())) {
         return false;
       }
@@ -181,10 +206,11 @@ bool SelectRoots(const tinygltf::Model& model, const std::vector<int>& parents,
       listedInScene[index] = scene + 1;
     }
   }
-  if (model.defaultScene >= 0) {
-    roots = model.scenes[static_cast<std::size_t>(model.defaultScene)].nodes;
-  } else if (!model.scenes.empty()) {
-    roots = model.scenes.front().nodes;
+  if (!model.scenes.empty()) {
+    const auto nodes = model.Indices(
+        model.scenes[model.defaultScene >= 0 ? static_cast<std::size_t>(model.defaultScene) : 0]
+            .nodes);
+    roots.assign(nodes.begin(), nodes.end());
   } else {
     roots.clear();
     for (std::size_t node = 0; node < model.nodes.size(); ++node) {
@@ -198,36 +224,39 @@ bool SelectRoots(const tinygltf::Model& model, const std::vector<int>& parents,
 
 // The node's local transform, column-major: its matrix, or translation * rotation * scale with
 // the missing parts left as identity. False when an array has the wrong number of values.
-bool ComposeLocalMatrix(const tinygltf::Node& node, double (&matrix)[16]) {
-  if (!node.matrix.empty()) {
-    if (node.matrix.size() != 16) {
+bool ComposeLocalMatrix(const GltfModel& model, const GltfNode& node, double (&matrix)[16]) {
+  const auto given = model.Numbers(node.matrix);
+  if (given.size != 0) {
+    if (given.size != 16) {
       return false;
     }
-    std::copy(node.matrix.begin(), node.matrix.end(), matrix);
+    std::copy(given.begin(), given.end(), matrix);
     return true;
   }
-  if ((!node.translation.empty() && node.translation.size() != 3) ||
-      (!node.rotation.empty() && node.rotation.size() != 4) ||
-      (!node.scale.empty() && node.scale.size() != 3)) {
+  const auto translation = model.Numbers(node.translation);
+  const auto rotation = model.Numbers(node.rotation);
+  const auto scale = model.Numbers(node.scale);
+  if ((translation.size != 0 && translation.size != 3) ||
+      (rotation.size != 0 && rotation.size != 4) || (scale.size != 0 && scale.size != 3)) {
     return false;
   }
-  const double x = node.rotation.empty() ? 0.0 : node.rotation[0];
-  const double y = node.rotation.empty() ? 0.0 : node.rotation[1];
-  const double z = node.rotation.empty() ? 0.0 : node.rotation[2];
-  const double w = node.rotation.empty() ? 1.0 : node.rotation[3];
-  const double rotation[3][3] = {
+  const double x = rotation.size == 0 ? 0.0 : rotation[0];
+  const double y = rotation.size == 0 ? 0.0 : rotation[1];
+  const double z = rotation.size == 0 ? 0.0 : rotation[2];
+  const double w = rotation.size == 0 ? 1.0 : rotation[3];
+  const double turn[3][3] = {
       // columns of the rotation matrix of the unit quaternion (x, y, z, w)
       {1 - 2 * (y * y + z * z), 2 * (x * y + z * w), 2 * (x * z - y * w)},
       {2 * (x * y - z * w), 1 - 2 * (x * x + z * z), 2 * (y * z + x * w)},
       {2 * (x * z + y * w), 2 * (y * z - x * w), 1 - 2 * (x * x + y * y)},
   };
   for (int column = 0; column < 3; ++column) {
-    const double scale = node.scale.empty() ? 1.0 : node.scale[column];
+    const double factor = scale.size == 0 ? 1.0 : scale[column];
     for (int row = 0; row < 3; ++row) {
-      matrix[column * 4 + row] = rotation[column][row] * scale;
+      matrix[column * 4 + row] = turn[column][row] * factor;
     }
     matrix[column * 4 + 3] = 0.0;
-    matrix[12 + column] = node.translation.empty() ? 0.0 : node.translation[column];
+    matrix[12 + column] = translation.size == 0 ? 0.0 : translation[column];
   }
   matrix[15] = 1.0;
   return true;
@@ -249,18 +278,17 @@ void MultiplyMatrices(const double (&left)[16], const double (&right)[16], doubl
 // The first element of a plain accessor (no sparse part, over a buffer view without an
 // extension such as meshopt compression, whose bytes are encoded) and the distance between
 // elements; null for any other accessor. The accessor has been range-checked.
-const unsigned char* PlainElements(const tinygltf::Model& model, const tinygltf::Accessor& accessor,
+const unsigned char* PlainElements(const GltfModel& model, const GltfAccessor& accessor,
                                    std::size_t& stride) {
-  if (accessor.sparse.isSparse || accessor.bufferView == -1) {
+  if (accessor.sparse || accessor.bufferView == -1) {
     return nullptr;
   }
-  const tinygltf::BufferView& view =
-      model.bufferViews[static_cast<std::size_t>(accessor.bufferView)];
-  if (!view.extensions.empty()) {
+  const GltfBufferView& view = model.bufferViews[static_cast<std::size_t>(accessor.bufferView)];
+  if (view.hasExtensions) {
     return nullptr;
   }
-  stride = view.byteStride != 0 ? view.byteStride : static_cast<std::size_t>(ElementSize(accessor));
-  return model.buffers[static_cast<std::size_t>(view.buffer)].data.data() + view.byteOffset +
+  stride = static_cast<std::size_t>(view.byteStride != 0 ? view.byteStride : ElementSize(accessor));
+  return model.buffers[static_cast<std::size_t>(view.buffer)].data + view.byteOffset +
          accessor.byteOffset;
 }
 
@@ -305,7 +333,7 @@ void WidenIndices(const unsigned char* data, std::size_t stride, std::vector<std
 // (as positions or normals alike), within the representation's budget.
 class AccessorArrays {
  public:
-  AccessorArrays(const tinygltf::Model& model, ByteBudget& budget)
+  AccessorArrays(const GltfModel& model, ByteBudget& budget)
       : model_(model),
         budget_(budget),
         vectors_(model.accessors.size()),
@@ -315,11 +343,11 @@ class AccessorArrays {
   // pass the budget.
   bool Vectors(int index, FloatArray& vectors) {
     FloatArray& decoded = vectors_[static_cast<std::size_t>(index)];
-    const tinygltf::Accessor& accessor = model_.accessors[static_cast<std::size_t>(index)];
+    const GltfAccessor& accessor = model_.accessors[static_cast<std::size_t>(index)];
     std::size_t stride = 0;
     const unsigned char* data = decoded ? nullptr : PlainElements(model_, accessor, stride);
-    if (data != nullptr && accessor.componentType == TINYGLTF_COMPONENT_TYPE_FLOAT &&
-        accessor.type == TINYGLTF_TYPE_VEC3) {
+    if (data != nullptr && accessor.componentType == kFloat &&
+        accessor.type == GltfAccessorType::kVec3) {
       const auto values = Allocate<float>(accessor.count * 3);
       if (!values) {
         return false;
@@ -337,21 +365,19 @@ class AccessorArrays {
   // other; false when they would pass the budget.
   bool Indices(int index, IndexArray& indices) {
     IndexArray& decoded = indices_[static_cast<std::size_t>(index)];
-    const tinygltf::Accessor& accessor = model_.accessors[static_cast<std::size_t>(index)];
+    const GltfAccessor& accessor = model_.accessors[static_cast<std::size_t>(index)];
     const int type = accessor.componentType;
     std::size_t stride = 0;
     const unsigned char* data = decoded ? nullptr : PlainElements(model_, accessor, stride);
-    if (data != nullptr && accessor.type == TINYGLTF_TYPE_SCALAR &&
-        (type == TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE ||
-         type == TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT ||
-         type == TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT)) {
+    if (data != nullptr && accessor.type == GltfAccessorType::kScalar &&
+        (type == kUnsignedByte || type == kUnsignedShort || type == kUnsignedInt)) {
       const auto values = Allocate<std::uint32_t>(accessor.count);
       if (!values) {
         return false;
       }
-      if (type == TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE) {
+      if (type == kUnsignedByte) {
         WidenIndices<std::uint8_t>(data, stride, *values);
-      } else if (type == TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT) {
+      } else if (type == kUnsignedShort) {
         WidenIndices<std::uint16_t>(data, stride, *values);
       } else {
         WidenIndices<std::uint32_t>(data, stride, *values);
@@ -372,28 +398,37 @@ class AccessorArrays {
     return std::make_shared<std::vector<Value>>(static_cast<std::size_t>(count));
   }
 
-  const tinygltf::Model& model_;
+  const GltfModel& model_;
   ByteBudget& budget_;
   std::vector<FloatArray> vectors_;
   std::vector<IndexArray> indices_;
 };
 
+// The accessor of the attribute `name`, or -1.
+int AttributeAccessor(const GltfModel& model, const GltfPrimitive& primitive,
+                      std::string_view name) {
+  for (const auto& attribute : model.Attributes(primitive)) {
+    if (attribute.name == name) return attribute.accessor;
+  }
+  return -1;
+}
+
 // Takes from `budget` the representation's own structure: the GLB copy, nodes (world matrices
 // included), meshes, primitives, names and index lists. False when it does not fit.
-bool TakeStructure(const tinygltf::Model& model, std::size_t rootCount, std::size_t glbLength,
+bool TakeStructure(const GltfModel& model, std::size_t rootCount, std::size_t glbLength,
                    ByteBudget& budget) {
   if (!budget.Take(glbLength, 1) || !budget.Take(rootCount, sizeof(int)) ||
       !budget.Take(model.nodes.size(), sizeof(VEKRepNode)) ||
       !budget.Take(model.meshes.size(), sizeof(VEKRepMesh))) {
     return false;
   }
-  for (const tinygltf::Node& node : model.nodes) {
-    if (!budget.Take(node.children.size(), sizeof(int)) || !budget.Take(node.name.size(), 1)) {
+  for (const GltfNode& node : model.nodes) {
+    if (!budget.Take(node.children.count, sizeof(int)) || !budget.Take(node.name.size(), 1)) {
       return false;
     }
   }
-  for (const tinygltf::Mesh& mesh : model.meshes) {
-    if (!budget.Take(mesh.primitives.size(), sizeof(VEKRepPrimitive)) ||
+  for (const GltfMesh& mesh : model.meshes) {
+    if (!budget.Take(mesh.primitives.count, sizeof(VEKRepPrimitive)) ||
         !budget.Take(mesh.name.size(), 1)) {
       return false;
     }
@@ -406,15 +441,14 @@ bool TakeStructure(const tinygltf::Model& model, std::size_t rootCount, std::siz
 // Fills a VEKRep's members from a checked model; the only code that sees them.
 class VEKSceneGraphBuilder {
  public:
-  static std::unique_ptr<VEKRep> Build(const tinygltf::Model& model, const unsigned char* glb,
+  static std::unique_ptr<VEKRep> Build(const GltfModel& model, const unsigned char* glb,
                                        std::size_t glbLength, std::size_t blobSize) {
     auto rep = std::make_unique<VEKRep>();
     std::vector<int> parents;
     ByteBudget budget(vek_scenegraph_detail::kRepBytesPerGlbByte * glbLength +
                       vek_scenegraph_detail::kRepBaseBytes);
-    if (!ExternalReferencesAbsent(model) || !BufferViewsValid(model) || !AccessorsValid(model) ||
-        !MeshesValid(model) || !NodesFormForest(model, parents) ||
-        !SelectRoots(model, parents, rep->roots_) ||
+    if (!BufferViewsValid(model) || !AccessorsValid(model) || !MeshesValid(model) ||
+        !NodesFormForest(model, parents) || !SelectRoots(model, parents, rep->roots_) ||
         !TakeStructure(model, rep->roots_.size(), glbLength, budget) ||
         !FillNodes(model, parents, *rep)) {
       return nullptr;
@@ -433,33 +467,23 @@ class VEKSceneGraphBuilder {
   }
 
  private:
-  // Buffers naming a file never load; images keep their external URI, so they are refused here.
-  static bool ExternalReferencesAbsent(const tinygltf::Model& model) {
-    for (const tinygltf::Image& image : model.images) {
-      if (!image.uri.empty()) {
-        return false;
-      }
-    }
-    return true;
-  }
-
   // Names, links and matrices of every node; world matrices from the top of each tree down, in
   // breadth-first order so that a parent's comes before its children's.
-  static bool FillNodes(const tinygltf::Model& model, const std::vector<int>& parents,
-                        VEKRep& rep) {
+  static bool FillNodes(const GltfModel& model, const std::vector<int>& parents, VEKRep& rep) {
     rep.nodes_.resize(model.nodes.size());
     std::vector<int> order;
     order.reserve(model.nodes.size());
     for (std::size_t index = 0; index < model.nodes.size(); ++index) {
-      const tinygltf::Node& source = model.nodes[index];
+      const GltfNode& source = model.nodes[index];
       VEKRepNode& node = rep.nodes_[index];
-      if (!ComposeLocalMatrix(source, node.matrix)) {
+      if (!ComposeLocalMatrix(model, source, node.matrix)) {
         return false;
       }
       node.name = VEKUnicodeString(source.name.data(), source.name.size());
       node.parent = parents[index];
       node.mesh = source.mesh;
-      node.children = source.children;
+      const auto children = model.Indices(source.children);
+      node.children.assign(children.begin(), children.end());
       if (node.parent == -1) {
         order.push_back(static_cast<int>(index));
       }
@@ -478,12 +502,13 @@ class VEKSceneGraphBuilder {
   }
 
   // False when its arrays would pass the budget.
-  static bool FillMesh(const tinygltf::Model& model, const tinygltf::Mesh& source,
-                       AccessorArrays& arrays, VEKRepMesh& mesh) {
+  static bool FillMesh(const GltfModel& model, const GltfMesh& source, AccessorArrays& arrays,
+                       VEKRepMesh& mesh) {
     mesh.name = VEKUnicodeString(source.name.data(), source.name.size());
-    mesh.primitives.resize(source.primitives.size());
-    for (std::size_t index = 0; index < source.primitives.size(); ++index) {
-      const tinygltf::Primitive& primitive = source.primitives[index];
+    const auto primitives = model.Primitives(source);
+    mesh.primitives.resize(primitives.size);
+    for (std::size_t index = 0; index < primitives.size; ++index) {
+      const GltfPrimitive& primitive = primitives[index];
       VEKRepPrimitive& target = mesh.primitives[index];
       target.mode = primitive.mode;
       if (primitive.indices != -1) {
@@ -493,19 +518,19 @@ class VEKSceneGraphBuilder {
           return false;
         }
       }
-      const auto position = primitive.attributes.find("POSITION");
-      if (position != primitive.attributes.end()) {
+      const int position = AttributeAccessor(model, primitive, "POSITION");
+      if (position != -1) {
         target.vertexCount =
-            static_cast<int>(model.accessors[static_cast<std::size_t>(position->second)].count);
-        if (!arrays.Vectors(position->second, target.positions)) {
+            static_cast<int>(model.accessors[static_cast<std::size_t>(position)].count);
+        if (!arrays.Vectors(position, target.positions)) {
           return false;
         }
       }
-      const auto normal = primitive.attributes.find("NORMAL");
-      if (normal != primitive.attributes.end() &&
-          model.accessors[static_cast<std::size_t>(normal->second)].count ==
-              static_cast<std::size_t>(target.vertexCount) &&
-          !arrays.Vectors(normal->second, target.normals)) {
+      const int normal = AttributeAccessor(model, primitive, "NORMAL");
+      if (normal != -1 &&
+          model.accessors[static_cast<std::size_t>(normal)].count ==
+              static_cast<std::uint64_t>(target.vertexCount) &&
+          !arrays.Vectors(normal, target.normals)) {
         return false;
       }
     }
@@ -515,7 +540,7 @@ class VEKSceneGraphBuilder {
 
 namespace vek_scenegraph_detail {
 
-std::unique_ptr<VEKRep> BuildRep(const tinygltf::Model& model, const unsigned char* glb,
+std::unique_ptr<VEKRep> BuildRep(const GltfModel& model, const unsigned char* glb,
                                  std::size_t glbLength, std::size_t blobSize) {
   return VEKSceneGraphBuilder::Build(model, glb, glbLength, blobSize);
 }

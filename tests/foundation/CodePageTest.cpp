@@ -52,8 +52,9 @@ struct Boundary {
   const char* text;
   const char* decoded;  // kFailed when the text must be refused
 };
-// Where a quantum ends, in the first quantum and after a whole one: the four-at-a-time path takes
-// whole quanta and the last is read character by character, so a fault may show in one place only.
+// Where a quantum ends, in the first quantum and after whole ones: the fast path takes pairs of
+// whole quanta, then one more, and the last is read character by character, so a fault may show
+// in one place only.
 const Boundary kBoundaries[] = {
     // No bytes, no buffer to hand over: refused by design.
     {"", kFailed},
@@ -63,6 +64,8 @@ const Boundary kBoundaries[] = {
     {"Zm9v", "foo"},
     {"Zm9vZg==", "foof"},
     {"Zm9vYg==", "foob"},
+    {"Zm9vYmFyZg==", "foobarf"},
+    {"Zm9vYmFyYmF6", "foobarbaz"},
     // Blanks and line breaks anywhere, padding included.
     {" Zm9v\r\nYmFy\t", "foobar"},
     {"Z m 9 v Y g = = \n", "foob"},
@@ -101,6 +104,8 @@ const Boundary kBoundaries[] = {
     {"Zm9vZm8=Zm9v", kFailed},
     // Characters outside the alphabet, blanks other than space, tab and line breaks.
     {"Zm9v!mFy", kFailed},
+    {"Zm9vYmFy!mF6", kFailed},
+    {"Zm9vYmFyYmF6Zm9vYmF-", kFailed},
     {"Zm9vYmF-", kFailed},
     {"Zm9vYmF_", kFailed},
     {"Zm9v\vYmFy", kFailed},
@@ -116,13 +121,14 @@ TEST(Base64, DecodesOrRefusesEachBoundaryCase) {
   EXPECT_EQ(Decode(nullptr), kFailed);
 }
 
-// Blanks at every spacing move the text in and out of the four-at-a-time path.
+// Up to four quanta, and blanks at every spacing, move the text in and out of the eight-at-a-time
+// path.
 TEST(Base64, RoundTripsAllByteValuesWithBlanksAtAnySpacing) {
   std::string bytes;
   for (int repeat = 0; repeat < 4; ++repeat) {
     for (int value = 0; value < 256; ++value) bytes += static_cast<char>(value);
   }
-  for (std::size_t length = 0; length < 7; ++length) {
+  for (std::size_t length = 0; length < 13; ++length) {
     EXPECT_EQ(Decode(Encode(bytes.substr(0, length)).c_str()),
               length == 0 ? kFailed : bytes.substr(0, length));
   }

@@ -50,10 +50,9 @@ const char* RefusalName(vektest::Refusal refusal) {
 }
 
 // One document of a few objects of each family, one annotation with a GLB among them, encoded in
-// the sample's form. The GLB has the common shape, read without tinygltf, so the sweep reaches the
-// scene-graph reader's allocations too (tinygltf's JSON library allocates in destructors that may
-// not throw, so a refusal inside it would end the process). With seed 6 two annotations of each
-// schema carry an order group, so the sweep reaches the linking of groups.
+// the sample's form. The sweep reaches the scene-graph reader's allocations too, simdjson's
+// among them. With seed 6 two annotations of each schema carry an order group, so the sweep
+// reaches the linking of groups.
 class LoadInput {
  public:
   explicit LoadInput(const Sample& sample) : sample_(sample) {

@@ -64,50 +64,42 @@ TEST(RepMemory, PrimitivesSharingOneAccessorShareItsArrays) {
     scene.gltf["nodes"].push_back({{"mesh", mesh}});
     scene.gltf["nodes"].push_back({{"mesh", mesh}, {"translation", {1, 0, 0}}});
   }
-  for (const bool direct : {true, false}) {
-    SCOPED_TRACE(direct ? "read directly" : "read by tinygltf");
-    if (!direct) scene.gltf["extras"] = Json::object();
-    const std::vector<char> glb = vek_test::BuildGlb(scene.gltf.dump(), scene.bin);
-    const auto rep = Read(glb);
-    ASSERT_TRUE(rep);
-    std::set<const void*> arrays;
-    std::size_t arrayBytes = 0;
-    for (const VEKRepMesh& mesh : rep->GetMeshes()) {
-      for (const VEKRepPrimitive& p : mesh.primitives) {
-        ASSERT_TRUE(p.positions && p.normals && p.indices);
-        if (arrays.insert(p.positions.get()).second) arrayBytes += 4 * p.positions->size();
-        if (arrays.insert(p.normals.get()).second) arrayBytes += 4 * p.normals->size();
-        if (arrays.insert(p.indices.get()).second) arrayBytes += 4 * p.indices->size();
-      }
+  const std::vector<char> glb = vek_test::BuildGlb(scene.gltf.dump(), scene.bin);
+  const auto rep = Read(glb);
+  ASSERT_TRUE(rep);
+  std::set<const void*> arrays;
+  std::size_t arrayBytes = 0;
+  for (const VEKRepMesh& mesh : rep->GetMeshes()) {
+    for (const VEKRepPrimitive& p : mesh.primitives) {
+      ASSERT_TRUE(p.positions && p.normals && p.indices);
+      if (arrays.insert(p.positions.get()).second) arrayBytes += 4 * p.positions->size();
+      if (arrays.insert(p.normals.get()).second) arrayBytes += 4 * p.normals->size();
+      if (arrays.insert(p.indices.get()).second) arrayBytes += 4 * p.indices->size();
     }
-    EXPECT_EQ(arrays.size(), 2u) << "one array of positions and normals, one of indices";
-    EXPECT_EQ(arrayBytes, 16u * kVertices);
-    EXPECT_GT(rep->GetHeldBytes(), arrayBytes + glb.size());
-    EXPECT_LT(rep->GetHeldBytes(), 3 * glb.size());
   }
+  EXPECT_EQ(arrays.size(), 2u) << "one array of positions and normals, one of indices";
+  EXPECT_EQ(arrayBytes, 16u * kVertices);
+  EXPECT_GT(rep->GetHeldBytes(), arrayBytes + glb.size());
+  EXPECT_LT(rep->GetHeldBytes(), 3 * glb.size());
 }
 
 TEST(RepMemory, RepresentationsBeyondTheBoundAreRefused) {
   // Accessors over the same bytes are decoded one by one: 240,000 bytes each, against a bound of
   // 8 times a blob of about 260,000 bytes plus 64 KiB.
-  for (const bool direct : {true, false}) {
-    for (const int accessors : {7, 9}) {
-      SCOPED_TRACE(testing::Message() << (direct ? "read directly, " : "read by tinygltf, ")
-                                      << accessors << " accessors");
-      SharedScene scene = MakeSharedScene(accessors);
-      Json primitives = Json::array();
-      for (int accessor = 0; accessor < accessors; ++accessor) {
-        primitives.push_back({{"attributes", {{"POSITION", accessor}}}, {"indices", accessors}});
-      }
-      scene.gltf["meshes"].push_back({{"primitives", primitives}});
-      if (!direct) scene.gltf["extras"] = Json::object();
-      const std::vector<char> glb = vek_test::BuildGlb(scene.gltf.dump(), scene.bin);
-      const auto rep = Read(glb);
-      EXPECT_EQ(rep != nullptr, accessors == 7);
-      if (rep) {
-        EXPECT_GT(rep->GetHeldBytes(), 7u * 12 * kVertices);
-        EXPECT_LE(rep->GetHeldBytes(), Bound(glb.size()));
-      }
+  for (const int accessors : {7, 9}) {
+    SCOPED_TRACE(testing::Message() << accessors << " accessors");
+    SharedScene scene = MakeSharedScene(accessors);
+    Json primitives = Json::array();
+    for (int accessor = 0; accessor < accessors; ++accessor) {
+      primitives.push_back({{"attributes", {{"POSITION", accessor}}}, {"indices", accessors}});
+    }
+    scene.gltf["meshes"].push_back({{"primitives", primitives}});
+    const std::vector<char> glb = vek_test::BuildGlb(scene.gltf.dump(), scene.bin);
+    const auto rep = Read(glb);
+    EXPECT_EQ(rep != nullptr, accessors == 7);
+    if (rep) {
+      EXPECT_GT(rep->GetHeldBytes(), 7u * 12 * kVertices);
+      EXPECT_LE(rep->GetHeldBytes(), Bound(glb.size()));
     }
   }
 }
