@@ -105,6 +105,21 @@ void ReadPackedIds(std::string_view text, VEKRawCollint& ids, const VEKSource& s
   (void)ids.Append(last);
 }
 
+// Reads the value children of a legacy object that `takes` accepts by name into `values`, and the
+// values nested in its children named `nestedIn` into `nested`.
+template <class Takes>
+void ReadObjectValues(const VEKLightXmlElementItf& element, std::string_view nestedIn,
+                      VEKValueItems& values, VEKValueItems& nested, Takes&& takes) {
+  VEKForEachChildValue(element, "V", nestedIn,
+                       [&](std::string_view name, std::string_view value, bool inner) {
+                         if (inner) {
+                           if (!name.empty()) nested.Append(value);
+                         } else if (takes(name)) {
+                           values.Append(value);
+                         }
+                       });
+}
+
 // Calls `use` with each id of a `separator`-separated list, in order, as GetListOfUnicode cuts
 // it (the first character never holds one); an id that does not convert is 0.
 template <class Use>
@@ -251,14 +266,9 @@ HRESULT VEKTPSLightParserUtil::BuildTTRS(VEKTPSLightContainer* container, VEKITP
   // which of name, id and uuid a value becomes.
   VEKValueItems identity;
   VEKValueItems geometry;
-  VEKForEachChildValue(element, "V", "Gd",
-                       [&](std::string_view name, std::string_view value, bool nested) {
-                         if (nested) {
-                           if (!name.empty()) geometry.Append(value);
-                         } else if (name == "Na" || name == "In" || name == "Ui") {
-                           identity.Append(value);
-                         }
-                       });
+  ReadObjectValues(element, "Gd", identity, geometry, [](std::string_view name) {
+    return name == "Na" || name == "In" || name == "Ui";
+  });
   if (!VEKHasValueCount(identity, -1, element, kPassedOver)) return E_FAIL;
 
   VEKComPtr<VEKITPSLightTTRS> ttrs;
@@ -377,14 +387,8 @@ HRESULT VEKTPSLightParserUtil::BuildView(VEKTPSLightContainer* container, VEKITP
   if (!set || !container) return E_FAIL;
   VEKValueItems values;
   VEKValueItems geometry;
-  VEKForEachChildValue(element, "V", "Mt",
-                       [&](std::string_view name, std::string_view value, bool nested) {
-                         if (nested) {
-                           if (!name.empty()) geometry.Append(value);
-                         } else if (name != "Mt") {
-                           values.Append(value);
-                         }
-                       });
+  ReadObjectValues(element, "Mt", values, geometry,
+                   [](std::string_view name) { return name != "Mt"; });
   if (!VEKHasValueCount(values, 5, element, kPassedOver) || !geometry.Complete()) return E_FAIL;
   const VEKValueItems& items = values;
 
@@ -517,14 +521,8 @@ HRESULT VEKTPSLightParserUtil::BuildCapture(VEKTPSLightContainer* container, VEK
   VEKValueItems values;
   VEKValueItems camera;
   // "Gd" values belong to the format, but nothing in a capture depends on them.
-  VEKForEachChildValue(element, "V", "Cam",
-                       [&](std::string_view name, std::string_view value, bool nested) {
-                         if (nested) {
-                           if (!name.empty()) camera.Append(value);
-                         } else if (name != "Cam" && name != "Gd") {
-                           values.Append(value);
-                         }
-                       });
+  ReadObjectValues(element, "Cam", values, camera,
+                   [](std::string_view name) { return name != "Cam" && name != "Gd"; });
   if (!VEKHasValueCount(values, 8, element, kPassedOver) || !camera.Complete()) return E_FAIL;
   const VEKValueItems& items = values;
 

@@ -94,24 +94,19 @@ std::string BuildWith(VEKLightXmlElementItf& root, bool legacy) {
     (void)parser.GenerateCG(container.Get(), set.Get(), root);
     (void)parser.GenerateCapture(container.Get(), set.Get(), root);
   } else {
-    using Builder = HRESULT (VEKTPSLightParserUtil::*)(VEKTPSLightContainer*, VEKITPSLightSet*,
-                                                       VEKLightXmlElementItf&);
-    const std::pair<const char*, Builder> families[] = {
-        {"AnnotationSet", nullptr},
-        {"RootTTRSs", &VEKTPSLightParserUtil::GenerateNewTTRS},
-        {"RootTPSs", &VEKTPSLightParserUtil::GenerateNewAnnotations},
-        {"RootViews", &VEKTPSLightParserUtil::GenerateNewViews},
-        {"RootRefs", &VEKTPSLightParserUtil::GenerateNewRefFrame},
-        {"RootCGs", &VEKTPSLightParserUtil::GenerateNewCG},
-        {"RootCaps", &VEKTPSLightParserUtil::GenerateNewCapture},
-    };
-    // The walk of the root is the load's; here each family element goes to its builder.
-    for (const auto& [name, build] : families) {
-      void* position = root.GetChildren();
-      while (VEKLightXmlElementItf* family = position ? root.GetChild(position) : nullptr) {
-        if (family->GetName() != name) continue;
-        (void)(build ? (parser.*build)(container.Get(), set.Get(), *family)
-                     : parser.SetTPSSetValues(set.Get(), *family));
+    // Each family builder builds only the children of its own tag, so every family element can
+    // go to all of them: the walk of the root that picks one is the load's.
+    void* position = root.GetChildren();
+    while (VEKLightXmlElementItf* family = position ? root.GetChild(position) : nullptr) {
+      if (family->GetName() == "AnnotationSet") {
+        (void)parser.SetTPSSetValues(set.Get(), *family);
+        continue;
+      }
+      for (auto build :
+           {&VEKTPSLightParserUtil::GenerateNewTTRS, &VEKTPSLightParserUtil::GenerateNewAnnotations,
+            &VEKTPSLightParserUtil::GenerateNewViews, &VEKTPSLightParserUtil::GenerateNewRefFrame,
+            &VEKTPSLightParserUtil::GenerateNewCG, &VEKTPSLightParserUtil::GenerateNewCapture}) {
+        (void)(parser.*build)(container.Get(), set.Get(), *family);
       }
     }
   }
