@@ -61,34 +61,30 @@ class DocumentLoad : public ::testing::Test {
 
 TEST_F(DocumentLoad, BundledDocumentsInEveryForm) {
   const std::string pump = Bundled("pump_housing.xml");
+  const std::string legacy = Bundled("gear_shaft_legacy.xml");
+  // One annotation's attribute of each document, with characters beyond ASCII.
+  const char* const pumpAttribute =
+      "\xE2\x8C\x80"
+      "0.1 \xE2\x93\x82 A B C";
+  const char* const legacyAttribute =
+      "\xE2\x97\x8E \xE2\x8C\x80"
+      "0.01 A-B";
   const struct {
     const char* what;
     std::string bytes;
     VEKTPSLightForm form;
     VEKTPSLightSchema schema;
-    const char* attribute;  // one annotation's attribute, with characters beyond ASCII
+    const char* attribute;
   } rows[] = {
-      {"plain UTF-8", pump, VEKTPSLightForm::Plain, VEKTPSLightSchema::Current,
-       "\xE2\x8C\x80"
-       "0.1 \xE2\x93\x82 A B C"},
+      {"plain UTF-8", pump, VEKTPSLightForm::Plain, VEKTPSLightSchema::Current, pumpAttribute},
       {"base64", Bundled("pump_housing.xml.b64"), VEKTPSLightForm::Base64,
-       VEKTPSLightSchema::Current,
-       "\xE2\x8C\x80"
-       "0.1 \xE2\x93\x82 A B C"},
+       VEKTPSLightSchema::Current, pumpAttribute},
       {"zlib", vek_test::ZlibCompress(pump), VEKTPSLightForm::Zlib, VEKTPSLightSchema::Current,
-       "\xE2\x8C\x80"
-       "0.1 \xE2\x93\x82 A B C"},
-      {"UTF-16", ToUtf16(pump), VEKTPSLightForm::Plain, VEKTPSLightSchema::Current,
-       "\xE2\x8C\x80"
-       "0.1 \xE2\x93\x82 A B C"},
-      {"legacy", Bundled("gear_shaft_legacy.xml"), VEKTPSLightForm::Plain,
-       VEKTPSLightSchema::Legacy,
-       "\xE2\x97\x8E \xE2\x8C\x80"
-       "0.01 A-B"},
-      {"legacy UTF-16", ToUtf16(Bundled("gear_shaft_legacy.xml")), VEKTPSLightForm::Plain,
-       VEKTPSLightSchema::Legacy,
-       "\xE2\x97\x8E \xE2\x8C\x80"
-       "0.01 A-B"},
+       pumpAttribute},
+      {"UTF-16", ToUtf16(pump), VEKTPSLightForm::Plain, VEKTPSLightSchema::Current, pumpAttribute},
+      {"legacy", legacy, VEKTPSLightForm::Plain, VEKTPSLightSchema::Legacy, legacyAttribute},
+      {"legacy UTF-16", ToUtf16(legacy), VEKTPSLightForm::Plain, VEKTPSLightSchema::Legacy,
+       legacyAttribute},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
