@@ -139,21 +139,20 @@ void ExpectSceneOfModel(const Sets& sets, const std::vector<char>& glb) {
   }
 }
 
-TEST(Scene, BundledDocumentsHoldTheirModel) {
+TEST(Scene, BundledAndGeneratedDocumentsHoldTheirModel) {
+  std::vector<std::pair<std::string, VEKTPSLightDocument>> documents;
   for (const char* name : {"pump_housing.xml", "bracket.xml", "gear_shaft_legacy.xml"}) {
-    SCOPED_TRACE(name);
-    const VEKTPSLightDocument document =
-        VEKLoadDocumentFile((std::string(VEK_EXAMPLES_DIR) + "/" + name).c_str());
-    ASSERT_TRUE(document.Loaded());
-    ExpectSceneOfModel(document.Sets(), Build(document.Sets()));
+    documents.emplace_back(
+        name, VEKLoadDocumentFile((std::string(VEK_EXAMPLES_DIR) + "/" + name).c_str()));
   }
-}
-
-TEST(Scene, GeneratedDocumentsShareIdenticalGraphics) {
+  // Generated documents share identical graphics among their annotations.
   for (const VEKGeneratedSchema schema :
        {VEKGeneratedSchema::Current, VEKGeneratedSchema::Legacy}) {
     const std::string xml = VEKGenerateDocument({schema, 400, 7});
-    const VEKTPSLightDocument document = VEKLoadDocument(xml.data(), xml.size());
+    documents.emplace_back("generated", VEKLoadDocument(xml.data(), xml.size()));
+  }
+  for (const auto& [name, document] : documents) {
+    SCOPED_TRACE(name);
     ASSERT_TRUE(document.Loaded());
     ExpectSceneOfModel(document.Sets(), Build(document.Sets()));
   }
