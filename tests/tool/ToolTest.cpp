@@ -325,29 +325,20 @@ TEST_F(Vektps, CheckFindsLegacyObjectsWithAWrongCountOfValues) {
 // The library's reasons are its own; here, how the tool tells each kind of failure.
 TEST_F(Vektps, CheckTellsWhyALoadFailed) {
   const std::string pump = ReadFile(kExamples + "/pump_housing.xml");
-  const std::string compressed = Zlib(pump);
+  const std::vector<std::string> found, base64 = {"--base64"};
   const struct {
     std::string name;
     std::string bytes;
-    std::vector<std::string> flags;
+    const std::vector<std::string>& flags;
     std::string problem;
   } rows[] = {
-      {"tags.xml",
-       "<Functional_Tolerancing_Annotation>\n  <AnnotationSet>\n  </AnnotationSt>\n"
-       "</Functional_Tolerancing_Annotation>\n",
-       {},
-       "load failed: XML error at line 3, column 5: Start-end tags mismatch"},
-      {"text.b64",
-       "PEZ1bmN0aW9u*",
-       {"--base64"},
+      {"tags.xml", "<TolerancingData>\n  <AnnotationSet>\n  </AnnotationSt>\n</TolerancingData>",
+       found, "load failed: XML error at line 3, column 5: Start-end tags mismatch"},
+      {"text.b64", "PEZ1bmN0aW9u*", base64,
        "load failed: the base64 text does not decode: '*' at offset 12 is not a base64 character"},
-      {"tail.z",
-       compressed + "xx",
-       {},
+      {"tail.z", Zlib(pump) + "xx", found,
        "load failed: the zlib data does not decode: bytes follow the end of its stream"},
-      {"no_set.xml",
-       "<Functional_Tolerancing_Annotation/>",
-       {},
+      {"no_set.xml", "<Functional_Tolerancing_Annotation/>", found,
        "load failed (0x80004005): the root has no AnnotationSet child, so no set is made"},
   };
   for (const auto& row : rows) {
