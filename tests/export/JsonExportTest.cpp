@@ -44,26 +44,7 @@ Json Export(VEKTPSLightSchema schema, HRESULT result, VEKITPSLightSet* set, bool
 const char* const kUnsetCommon =
     R"("id":null,"name":null,"uuid":null,"type":null,"status":null,"rep":null)";
 
-class JsonExport : public testing::Test {
- protected:
-  template <class Family>
-  VEKComPtr<Family> Make(HRESULT (VEKTPSLightContainer::*create)(Family**, VEKITPSLightSet*)) {
-    VEKComPtr<Family> object;
-    EXPECT_EQ(S_OK, (container_.Get()->*create)(object.ReleaseAndGetAddressOf(), set_.Get()));
-    return object;
-  }
-
-  VEKComPtr<VEKTPSLightContainer> container_ = [] {
-    VEKComPtr<VEKTPSLightContainer> container;
-    container.Attach(new VEKTPSLightContainer());
-    return container;
-  }();
-  VEKComPtr<VEKITPSLightSet> set_ = [this] {
-    VEKComPtr<VEKITPSLightSet> set;
-    EXPECT_EQ(S_OK, container_->CreateLightSet(set.ReleaseAndGetAddressOf(), nullptr));
-    return set;
-  }();
-};
+class JsonExport : public testing::Test, protected vek_test::OneSet {};
 
 TEST(JsonExportDocument, EveryMemberOfEveryFamilyInOrder) {
   const std::string xml =
@@ -141,12 +122,12 @@ TEST(JsonExportDocument, EveryMemberOfEveryFamilyInOrder) {
 // What no document gives: values never set, a null geometry list, a link to an object without
 // an id.
 TEST_F(JsonExport, NothingSetIsNull) {
-  ASSERT_EQ(S_OK, Make(&VEKTPSLightContainer::CreateTTRS)->AddGeometry(nullptr));
-  (void)Make(&VEKTPSLightContainer::CreateAnnotation);
-  auto view = Make(&VEKTPSLightContainer::CreateView);
-  (void)Make(&VEKTPSLightContainer::CreateRefFrame);
-  (void)Make(&VEKTPSLightContainer::CreateCG);
-  ASSERT_EQ(S_OK, Make(&VEKTPSLightContainer::CreateCapture)->AddView(view.Get()));
+  ASSERT_EQ(S_OK, Make<VEKITPSLightTTRS>()->AddGeometry(nullptr));
+  (void)Make<VEKITPSLightAnnotation>();
+  auto view = Make<VEKITPSLightView>();
+  (void)Make<VEKITPSLightRefFrame>();
+  (void)Make<VEKITPSLightCG>();
+  ASSERT_EQ(S_OK, Make<VEKITPSLightCapture>()->AddView(view.Get()));
   const std::string common = kUnsetCommon;
   const Json expected = Json::parse(
       R"({"schema":"legacy","result":"0x80004005","sets":[{
@@ -217,7 +198,7 @@ TEST_F(JsonExport, DoublesInTheShortestFormThatReadsBack) {
               {std::numeric_limits<double>::max(), "1.7976931348623157e+308"},
               {-2.5, "-2.5"}};
   for (const auto& row : rows) {
-    auto annotation = Make(&VEKTPSLightContainer::CreateAnnotation);
+    auto annotation = Make<VEKITPSLightAnnotation>();
     ASSERT_EQ(S_OK, annotation->SetValue(row.value));
     std::string text;
     ASSERT_EQ(S_OK, VEKExportLoadToJson(VEKTPSLightSchema::Current, S_OK, set_.Get(), false, text));
@@ -228,7 +209,7 @@ TEST_F(JsonExport, DoublesInTheShortestFormThatReadsBack) {
 }
 
 TEST_F(JsonExport, PrettyIndentsTheSameContent) {
-  (void)Make(&VEKTPSLightContainer::CreateView);
+  (void)Make<VEKITPSLightView>();
   std::string compact;
   std::string pretty;
   ASSERT_EQ(S_OK,

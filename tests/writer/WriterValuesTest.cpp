@@ -38,8 +38,6 @@ VEKRep* ReadRep(std::size_t extraBytes = 0) {
 class HostModel {
  public:
   HostModel() {
-    container_.Attach(new VEKTPSLightContainer());
-    EXPECT_EQ(container_->CreateLightSet(set_.ReleaseAndGetAddressOf(), nullptr), S_OK);
     VEKComPtr<VEKITPSLight> light = Query<VEKITPSLight>(set_.Get());
     (void)light->SetName(L"Set");
     (void)light->SetUuid(L"set-uuid");
@@ -62,9 +60,7 @@ class HostModel {
     (void)light->SetStatus(1);
   }
 
-  VEKComPtr<VEKITPSLightTTRS> TTRS(int id) {
-    return Named(Bare(&VEKTPSLightContainer::CreateTTRS), id);
-  }
+  VEKComPtr<VEKITPSLightTTRS> TTRS(int id) { return Named(Bare<VEKITPSLightTTRS>(), id); }
   VEKComPtr<VEKITPSLightAnnotation> Annotation(int id) {
     VEKComPtr<VEKITPSLightAnnotation> annotation = Named(BareAnnotation(), id);
     (void)annotation->SetValue(0.5);
@@ -72,24 +68,20 @@ class HostModel {
     (void)annotation->SetAttribute(L"");
     return annotation;
   }
-  VEKComPtr<VEKITPSLightAnnotation> BareAnnotation() {
-    return Bare(&VEKTPSLightContainer::CreateAnnotation);
-  }
-  VEKComPtr<VEKITPSLightView> View(int id) {
-    return Named(Bare(&VEKTPSLightContainer::CreateView), id);
-  }
+  VEKComPtr<VEKITPSLightAnnotation> BareAnnotation() { return Bare<VEKITPSLightAnnotation>(); }
+  VEKComPtr<VEKITPSLightView> View(int id) { return Named(Bare<VEKITPSLightView>(), id); }
   VEKComPtr<VEKITPSLightRefFrame> RefFrame(int id) {
-    VEKComPtr<VEKITPSLightRefFrame> frame = Named(Bare(&VEKTPSLightContainer::CreateRefFrame), id);
+    VEKComPtr<VEKITPSLightRefFrame> frame = Named(Bare<VEKITPSLightRefFrame>(), id);
     (void)frame->SetAttribute(L"A|B");
     return frame;
   }
   VEKComPtr<VEKITPSLightCG> CG(int id) {
-    VEKComPtr<VEKITPSLightCG> geometry = Named(Bare(&VEKTPSLightContainer::CreateCG), id);
+    VEKComPtr<VEKITPSLightCG> geometry = Named(Bare<VEKITPSLightCG>(), id);
     (void)geometry->SetAttribute(L"axis");
     return geometry;
   }
   VEKComPtr<VEKITPSLightCapture> Capture(int id) {
-    VEKComPtr<VEKITPSLightCapture> capture = Named(Bare(&VEKTPSLightContainer::CreateCapture), id);
+    VEKComPtr<VEKITPSLightCapture> capture = Named(Bare<VEKITPSLightCapture>(), id);
     (void)capture->SetClippingPlane(0);
     return capture;
   }
@@ -112,13 +104,10 @@ class HostModel {
   }
 
  private:
-  // A new object of the family `create` makes, with nothing set.
-  template <class Interface>
-  VEKComPtr<Interface> Bare(HRESULT (VEKTPSLightContainer::*create)(Interface**,
-                                                                    VEKITPSLightSet*)) {
-    VEKComPtr<Interface> made;
-    EXPECT_EQ((container_.Get()->*create)(made.ReleaseAndGetAddressOf(), set_.Get()), S_OK);
-    return made;
+  // A new object of family I, with nothing set.
+  template <class I>
+  VEKComPtr<I> Bare() {
+    return vek_test::Create<I>(container_.Get(), set_.Get());
   }
   template <class Interface>
   static VEKComPtr<Interface> Named(VEKComPtr<Interface> object, int id) {
@@ -126,8 +115,8 @@ class HostModel {
     return object;
   }
 
-  VEKComPtr<VEKTPSLightContainer> container_;
-  VEKComPtr<VEKITPSLightSet> set_;
+  VEKComPtr<VEKTPSLightContainer> container_ = vek_test::MakeContainer();
+  VEKComPtr<VEKITPSLightSet> set_ = vek_test::MakeSet(container_.Get());
 };
 
 TEST(WriterValuesTest, TextComesBackExact) {
