@@ -180,6 +180,10 @@ MUTATIONS = [
              "O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC",
              "O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC",
              "the dump's temporary file may be a file that already exists"),
+    mutation("object-limit-inclusive", PARSER + "VEKTPSLightLoad.cpp",
+             "if (limit_ == 0 || built_ + expected <= limit_) return true;",
+             "if (limit_ == 0 || built_ + expected < limit_) return true;",
+             "a set that brings the objects built exactly to the limit is not built"),
     mutation("dump-write-check", PARSER + "VEKTPSLightReplacingFile.cpp",
              "if (error_ == 0 && std::rename(",
              "if (std::rename(",
@@ -227,6 +231,22 @@ MUTATIONS = [
              "    if (c == '\"') csv += '\"';\n",
              "",
              "a quote inside a quoted CSV field is not doubled"),
+
+    # The glTF scene of a load.
+    mutation("scene-camera-target", "scene/VEKTPSLightScene.cpp",
+             "forward = Unit(Subtract(FromModel(*target), eye));",
+             "forward = Unit(Subtract(eye, FromModel(*target)));",
+             "a camera without a direction looks away from its target"),
+    mutation("scene-skipped-blob-count", "scene/VEKTPSLightScene.cpp",
+             "      ++counts_.skipped;\n",
+             "",
+             "a graphic left out of the scene is not counted, so the build does not tell it"),
+
+    # The Python package.
+    mutation("python-active-view-member", "python/VEKPythonModel.cpp",
+             '    case VEKTPSLightRole::ActiveView:\n      return "active_view";\n',
+             '    case VEKTPSLightRole::ActiveView:\n      return "views";\n',
+             "a capture naming its active view is told as naming one of its views"),
 
     # The tool.
     mutation("tool-c1-filter", "tool/VEKToolReport.cpp",

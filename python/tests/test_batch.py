@@ -83,7 +83,8 @@ def check_output(outdir, expected):
             assert (record["error"]["line"] is not None) == has_line
 
 
-def test_local_cluster_and_resume(corpus, tmp_path):
+def test_local_cluster(corpus, tmp_path):
+    """Resuming an interrupted run is test_batch_driver's."""
     root, expected = corpus
     outdir = tmp_path / "out"
     arguments = [str(root / "generated"), str(root / "broken" / "*"), "-o", str(outdir),
@@ -92,16 +93,6 @@ def test_local_cluster_and_resume(corpus, tmp_path):
     assert (first.returncode, first.stdout, first.stderr) == (0, "", "")
     check_output(outdir, expected)
     assert sorted(os.listdir(tmp_path)) == ["out"]
-
-    parts = sorted(outdir.glob("part-*.jsonl.gz"))
-    content = {part.name: part.read_bytes() for part in parts}
-    untouched = {part.name: part.stat().st_mtime_ns for part in parts if part != parts[2]}
-    parts[2].unlink()
-    second = run_batch(arguments, cwd=tmp_path)
-    assert (second.returncode, second.stderr) == (0, "")
-    assert {part.name: part.read_bytes() for part in outdir.glob("part-*.jsonl.gz")} == content
-    assert {name: (outdir / name).stat().st_mtime_ns for name in untouched} == untouched
-    check_output(outdir, expected)
 
 
 def test_usage_errors(tmp_path):

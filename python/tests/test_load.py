@@ -116,26 +116,19 @@ def test_every_attribute_is_the_exported_member(name):
                     assert as_export(getattr(item, snake(member))) == value, (family, member)
 
 
-def test_values_links_and_identity():
+def test_links_are_the_same_python_objects():
+    """Values are the export's (test_every_attribute_is_the_exported_member); links lead to the
+    one Python object of each model object."""
     loaded = vektps.load(document("bracket.xml"))
     set_ = loaded.sets[0]
     assert loaded.sets[0] is set_
     datum_a, datum_b, flatness, position = set_.annotations
     front, side = set_.views
-    assert (position.id, position.value, position.reference, position.attribute) == \
-        (4, 0.05, 21, "⌀0.05 Ⓜ")
-    assert (position.ttrs, position.default, datum_a.default) == ([103], False, True)
     assert position.order_group == [flatness, position] and flatness.order_group is None
-    assert front.annotations == [datum_a, flatness, position]
     assert all(a is b for a, b in zip(front.annotations, [datum_a, flatness, position]))
-    assert datum_b.views[0] is side and side.origin == (120.5, 0.0, 0.0)
-    capture = set_.captures[0]
-    assert capture.active_view is front and capture.clipping_plane == 1
-    assert capture.camera.position == (250.0, -180.0, 160.0) and capture.camera.type == 1
-    assert set_.ttrs[2].geometry == [[21, 22], [23]]
-    assert set_.cgs[0].treps == [7] and set_.ref_frames[0].datums == [datum_a, datum_b]
+    assert datum_b.views[0] is side and set_.captures[0].active_view is front
+    assert set_.ref_frames[0].datums == [datum_a, datum_b]
     assert datum_a.rep is None and isinstance(position, vektps.Object)
-    assert vektps.load(document("pump_housing.xml")).sets[0].ttrs[1].name == "Locating bore ⌀42"
 
 
 def test_referenced_by_and_find():

@@ -17,40 +17,12 @@
 
 namespace vek_model_test {
 
-inline VEKComPtr<VEKTPSLightContainer> MakeContainer() {
-  VEKComPtr<VEKTPSLightContainer> container;
-  container.Attach(new VEKTPSLightContainer());
-  return container;
-}
-
-inline VEKComPtr<VEKITPSLightSet> MakeSet(VEKTPSLightContainer* container,
-                                          VEKBaseUnknown* father = nullptr) {
-  VEKComPtr<VEKITPSLightSet> set;
-  EXPECT_EQ(container->CreateLightSet(set.ReleaseAndGetAddressOf(), father), S_OK);
-  return set;
-}
-
-// A new object of family `I` in `set`, made through the container's creator for `I`.
-template <class I>
-VEKComPtr<I> Create(VEKTPSLightContainer* container, VEKITPSLightSet* set) {
-  VEKComPtr<I> made;
-  HRESULT result = E_FAIL;
-  if constexpr (std::is_same_v<I, VEKITPSLightAnnotation>) {
-    result = container->CreateAnnotation(made.ReleaseAndGetAddressOf(), set);
-  } else if constexpr (std::is_same_v<I, VEKITPSLightView>) {
-    result = container->CreateView(made.ReleaseAndGetAddressOf(), set);
-  } else if constexpr (std::is_same_v<I, VEKITPSLightTTRS>) {
-    result = container->CreateTTRS(made.ReleaseAndGetAddressOf(), set);
-  } else if constexpr (std::is_same_v<I, VEKITPSLightRefFrame>) {
-    result = container->CreateRefFrame(made.ReleaseAndGetAddressOf(), set);
-  } else if constexpr (std::is_same_v<I, VEKITPSLightCG>) {
-    result = container->CreateCG(made.ReleaseAndGetAddressOf(), set);
-  } else {
-    result = container->CreateCapture(made.ReleaseAndGetAddressOf(), set);
-  }
-  EXPECT_EQ(result, S_OK);
-  return made;
-}
+using vek_test::Create;
+using vek_test::Identity;
+using vek_test::MakeContainer;
+using vek_test::MakeSet;
+using vek_test::Query;
+using vek_test::Utf8;
 
 // A value a host may leave in a set pointer that is not a live set.
 struct StraySet {
@@ -66,10 +38,6 @@ inline std::vector<StraySet> StraySets(unsigned char (&stackBytes)[64]) {
           {"small integer", reinterpret_cast<VEKITPSLightSet*>(0x1234)},
           {"stack bytes", reinterpret_cast<VEKITPSLightSet*>(stackBytes)}};
 }
-
-using vek_test::Identity;
-using vek_test::Query;
-using vek_test::Utf8;
 
 // A component of no model: counts its references and answers only VEKBaseUnknown.
 class ForeignObject : public VEKBaseUnknown {

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "ModelTestSupport.h"
-#include "RecordingModel.h"
 
 namespace {
 
@@ -49,16 +48,11 @@ class EveryKind : public testing::TestWithParam<int> {
   VEKComPtr<VEKITPSLightSet> set_ = MakeSet(container_.Get());
 };
 
-TEST_P(EveryKind, CommonValuesStartUnsetAndKeepTheLastValue) {
+// What they start as, the JSON export's test of an empty model shows.
+TEST_P(EveryKind, CommonValuesKeepTheLastValue) {
   auto object = MakeObject(container_.Get(), set_.Get(), GetParam());
   auto light = Query<VEKITPSLight>(object.Get());
   ASSERT_TRUE(light);
-  EXPECT_FALSE(light->GetName());
-  EXPECT_FALSE(light->GetType());
-  EXPECT_EQ(light->GetRep(), nullptr);
-  EXPECT_FALSE(light->GetId());
-  EXPECT_FALSE(light->GetStatus());
-  EXPECT_FALSE(light->GetUuid());
 
   EXPECT_EQ(light->SetName(L""), S_OK);
   EXPECT_EQ(light->SetName(L"Surface \u00e9 \U0001F600"), S_OK);
@@ -112,29 +106,13 @@ INSTANTIATE_TEST_SUITE_P(Kinds, EveryKind,
                                          VEKTPSLightKindTTRS, VEKTPSLightKindRefFrame,
                                          VEKTPSLightKindCG, VEKTPSLightKindCapture));
 
-TEST(ModelValues, FamilyValuesStartUnset) {
+// The other values start unset as the JSON export's test of an empty model shows.
+TEST(ModelValues, TheFatherIsKeptNeverReferenced) {
   auto container = MakeContainer();
   vek_model_test::ForeignObject father;
   auto set = MakeSet(container.Get(), &father);
   EXPECT_EQ(set->GetFather(), &father);
-  EXPECT_EQ(father.references, 1u) << "the father is kept, never referenced";
-  (void)Create<VEKITPSLightAnnotation>(container.Get(), set.Get());
-  (void)Create<VEKITPSLightView>(container.Get(), set.Get());
-  auto ttrs = Create<VEKITPSLightTTRS>(container.Get(), set.Get());
-  (void)Create<VEKITPSLightRefFrame>(container.Get(), set.Get());
-  (void)Create<VEKITPSLightCG>(container.Get(), set.Get());
-  (void)Create<VEKITPSLightCapture>(container.Get(), set.Get());
-  EXPECT_EQ(ttrs->GetGeometry(0), nullptr);
-  EXPECT_EQ(vek_test::ModelText(set.Get()),
-            "S1 -/-/-/-/- rep=- standard=- unresolved=[] duplicates=[]\n"
-            "T1 -/-/-/-/- rep=- geometry=\n"
-            "A1 -/-/-/-/- rep=- value=- default=0 reference=- attribute=- graphic=- ttrs=[] "
-            "group=- views=[]\n"
-            "V1 -/-/-/-/- rep=- origin=- normal=- direction=- tps=[] captures=[]\n"
-            "R1 -/-/-/-/- rep=- attribute=- datums=[] ttrs=[]\n"
-            "G1 -/-/-/-/- rep=- attribute=- ttrs=[] treps=[]\n"
-            "C1 -/-/-/-/- rep=- graphic=- active=- clip=- position=- direction=- zenith=- "
-            "target=- type=- tps=[] views=[] cgs=[]");
+  EXPECT_EQ(father.references, 1u);
 }
 
 TEST(ModelValues, DefaultFollowsTheLastFlagAndListsKeepDuplicates) {

@@ -12,6 +12,7 @@
 #include "GlbBuilder.h"
 #include "ModelQueries.h"
 #include "VEKComPtr.h"
+#include "VEKTPSLightDocument.h"
 #include "VEKTPSLightJsonExport.h"
 #include "VEKTPSLightModel.h"
 
@@ -19,14 +20,18 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-using vek_test::Identity;
 using vek_test::Query;
 
-// A representation of `triangles`, `lines` and `points` one-primitive meshes under one root node.
-VEKRep* MakeRep(int triangles, int lines, int points, std::size_t* blobSize = nullptr) {
-  std::vector<char> glb = vek_test::BuildMeshesGlb(triangles, lines, points);
-  if (blobSize) *blobSize = glb.size();
-  return VEKReadSceneGraph(glb.data(), static_cast<int>(glb.size()));
+// A "Rep" element of `type` holding `triangles`, `lines` and `points` one-primitive meshes.
+std::string Rep(const char* type, int triangles, int lines, int points) {
+  const std::vector<char> glb = vek_test::BuildMeshesGlb(triangles, lines, points);
+  return std::string("<Rep Type='") + type + "'><Buf>" +
+         vek_test::EncodeBase64(reinterpret_cast<const unsigned char*>(glb.data()), glb.size()) +
+         "</Buf></Rep>";
+}
+
+std::string Bytes(int triangles, int lines, int points) {
+  return std::to_string(vek_test::BuildMeshesGlb(triangles, lines, points).size());
 }
 
 Json Export(VEKTPSLightSchema schema, HRESULT result, VEKITPSLightSet* set, bool pretty = false) {
@@ -39,175 +44,96 @@ Json Export(VEKTPSLightSchema schema, HRESULT result, VEKITPSLightSet* set, bool
 const char* const kUnsetCommon =
     R"("id":null,"name":null,"uuid":null,"type":null,"status":null,"rep":null)";
 
-class JsonExport : public testing::Test {
- protected:
-  template <class Family>
-  VEKComPtr<Family> Make(HRESULT (VEKTPSLightContainer::*create)(Family**, VEKITPSLightSet*)) {
-    VEKComPtr<Family> object;
-    EXPECT_EQ(S_OK, (container_.Get()->*create)(object.ReleaseAndGetAddressOf(), set_.Get()));
-    return object;
-  }
+class JsonExport : public testing::Test, protected vek_test::OneSet {};
 
-  static void SetCommon(VEKBaseUnknown* object, int id, const wchar_t* name) {
-    auto light = Query<VEKITPSLight>(object);
-    ASSERT_TRUE(light);
-    ASSERT_EQ(S_OK, light->SetId(id));
-    ASSERT_EQ(S_OK, light->SetName(name));
-  }
-
-  VEKComPtr<VEKTPSLightContainer> container_ = [] {
-    VEKComPtr<VEKTPSLightContainer> container;
-    container.Attach(new VEKTPSLightContainer());
-    return container;
-  }();
-  VEKComPtr<VEKITPSLightSet> set_ = [this] {
-    VEKComPtr<VEKITPSLightSet> set;
-    EXPECT_EQ(S_OK, container_->CreateLightSet(set.ReleaseAndGetAddressOf(), nullptr));
-    return set;
-  }();
-};
-
-TEST_F(JsonExport, EveryMemberOfEveryFamilyInOrder) {
-  auto setLight = Query<VEKITPSLight>(set_.Get());
-  ASSERT_EQ(S_OK, setLight->SetName(L"Pump \u2300"));
-  ASSERT_EQ(S_OK, set_->SetStandard(L"ISO 1101"));
-  ASSERT_EQ(S_OK, setLight->SetUuid(L"set-1"));
-  ASSERT_EQ(S_OK, setLight->SetType(3));
-  ASSERT_EQ(S_OK, setLight->SetStatus(65535));
-
-  auto ttrs = Make(&VEKTPSLightContainer::CreateTTRS);
-  SetCommon(ttrs.Get(), 101, L"Face");
-  auto ttrsLight = Query<VEKITPSLight>(ttrs.Get());
-  ASSERT_EQ(S_OK, ttrsLight->SetUuid(L"t-101"));
-  ASSERT_EQ(S_OK, ttrsLight->SetType(2));
-  ASSERT_EQ(S_OK, ttrsLight->SetStatus(0));
-  std::size_t commonBytes = 0;
-  ASSERT_EQ(S_OK, ttrsLight->SetRep(MakeRep(1, 0, 0, &commonBytes)));
-  auto* geometry = new VEKRawCollint();
-  ASSERT_EQ(S_OK, geometry->Append(4));
-  ASSERT_EQ(S_OK, geometry->Append(-7));
-  ASSERT_EQ(S_OK, ttrs->AddGeometry(geometry));
-  ASSERT_EQ(S_OK, ttrs->AddGeometry(nullptr));
-  ASSERT_EQ(S_OK, ttrs->AddGeometry(new VEKRawCollint()));
-
-  auto datum = Make(&VEKTPSLightContainer::CreateAnnotation);
-  SetCommon(datum.Get(), 1, L"Datum A");
-  auto position = Make(&VEKTPSLightContainer::CreateAnnotation);
-  SetCommon(position.Get(), 2, L"Position");
-  ASSERT_EQ(S_OK, position->SetValue(0.1));
-  ASSERT_EQ(S_OK, position->SetDefault(1));
-  ASSERT_EQ(S_OK, position->SetReference(21));
-  ASSERT_EQ(S_OK, position->SetAttribute(L"\u2300"
-                                         L"0.05 \u24C2"));
-  ASSERT_EQ(S_OK, position->AddTTRS(101));
-  ASSERT_EQ(S_OK, position->AddTTRS(101));
-  std::size_t graphicBytes = 0;
-  ASSERT_EQ(S_OK, position->SetRep(MakeRep(1, 1, 1, &graphicBytes)));
-  auto group = new VEKLightObjectList();
-  ASSERT_EQ(S_OK, group->Append(Identity(position.Get())));
-  ASSERT_EQ(S_OK, group->Append(Identity(datum.Get())));
-  ASSERT_EQ(S_OK, Query<VEKITPSLightModel>(position.Get())->SetOrderGroup(group));
-
-  auto front = Make(&VEKTPSLightContainer::CreateView);
-  SetCommon(front.Get(), 11, L"Front");
-  ASSERT_EQ(S_OK, front->SetOrigin(0, 0.5, -2));
-  ASSERT_EQ(S_OK, front->SetNormal(0, 0, 1));
-  ASSERT_EQ(S_OK, front->SetDirection(1, 0, 0));
-  for (auto* annotation : {position.Get(), position.Get()}) {
-    ASSERT_EQ(S_OK, front->AddTPS(Identity(annotation)));
-    ASSERT_EQ(S_OK, Query<VEKITPSLightModel>(annotation)->SetView(front.Get()));
-  }
-  auto unnamed = Make(&VEKTPSLightContainer::CreateView);
-
-  auto frame = Make(&VEKTPSLightContainer::CreateRefFrame);
-  SetCommon(frame.Get(), 21, L"A|B");
-  ASSERT_EQ(S_OK, frame->SetAttribute(L"A|B"));
-  ASSERT_EQ(S_OK, frame->AddDatum(Identity(datum.Get())));
-  ASSERT_EQ(S_OK, frame->AddTTRS(101));
-
-  auto cg = Make(&VEKTPSLightContainer::CreateCG);
-  SetCommon(cg.Get(), 31, L"Axis");
-  ASSERT_EQ(S_OK, cg->SetAttribute(L""));
-  ASSERT_EQ(S_OK, cg->AddTTRS(101));
-  ASSERT_EQ(S_OK, cg->AddTRep(7));
-  ASSERT_EQ(S_OK, cg->AddTRep(8));
-
-  auto capture = Make(&VEKTPSLightContainer::CreateCapture);
-  SetCommon(capture.Get(), 41, L"Main");
-  ASSERT_EQ(S_OK, capture->SetActiveView(Identity(front.Get())));
-  ASSERT_EQ(S_OK, front->AddCapture(Identity(capture.Get())));
-  ASSERT_EQ(S_OK, capture->SetClippingPlane(-1));
-  ASSERT_EQ(S_OK, capture->SetCameraType(2));
-  ASSERT_EQ(S_OK, capture->SetCameraPosition(250, -180, 160));
-  ASSERT_EQ(S_OK, capture->SetCameraDirection(-0.7, 0.5, -0.5));
-  ASSERT_EQ(S_OK, capture->SetCameraZenith(0, 0, 1));
-  ASSERT_EQ(S_OK, capture->SetCameraTarget(1e-3, 2.5e10, 0));
-  ASSERT_EQ(S_OK, capture->AddTPS(Identity(datum.Get())));
-  ASSERT_EQ(S_OK, capture->AddView(Identity(front.Get())));
-  // A linked object without an id is written as null.
-  ASSERT_EQ(S_OK, capture->AddView(Identity(unnamed.Get())));
-  ASSERT_EQ(S_OK, capture->AddCG(Identity(cg.Get())));
-  ASSERT_EQ(S_OK, capture->SetRep(MakeRep(0, 2, 0)));
-
-  VEKComPtr<VEKBaseUnknown> found;
-  auto broker = Query<VEKITPSIdBroker>(set_.Get());
-  EXPECT_EQ(E_FAIL,
-            broker->GetObjectFromId(9, VEKTPSLightKindView, found.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(E_FAIL, broker->GetObjectFromId(3, VEKTPSLightKindCG, found.ReleaseAndGetAddressOf()));
-
-  const std::string bytes = std::to_string(commonBytes);
-  const std::string graphic = std::to_string(graphicBytes);
+TEST(JsonExportDocument, EveryMemberOfEveryFamilyInOrder) {
+  const std::string xml =
+      "<Functional_Tolerancing_Annotation><AnnotationSet Standard='ISO 1101'>"
+      "<TPSId Name='Pump \xE2\x8C\x80' Uuid='set-1'/><TPSLoc Type='3' Status='65535'/>"
+      "</AnnotationSet><RootTTRSs><TTRS><TPSId Name='Face' Uuid='t-101'/>"
+      "<TPSLoc Type='2' Id='101'/>" +
+      Rep("3", 1, 0, 0) +
+      "<GeoP>4 -7</GeoP><GeoP/></TTRS></RootTTRSs><RootTPSs>"
+      "<TPS><TPSId Name='Datum A'/><TPSLoc Id='1'/><Grou/></TPS>"
+      "<TPS Val='0.1' Def='1' Ref='21' Att='\xE2\x8C\x80"
+      "0.05 \xE2\x93\x82'>"
+      "<TPSId Name='Position'/><TPSLoc Id='2'/>" +
+      Rep("2", 1, 1, 1) +
+      "<TTRS>101 101</TTRS><Grou>2 1</Grou></TPS></RootTPSs><RootViews><TPSView>"
+      "<TPSId Name='Front'/><TPSLoc Id='11'/><TPSs>2 2</TPSs>"
+      "<Math><Or>0 0.5 -2</Or><No>0 0 1</No><Di>1 0 0</Di></Math></TPSView><TPSView/></RootViews>"
+      "<RootRefs><RefFrame Att='A|B'><TPSId Name='A|B'/><TPSLoc Id='21'/><Datum>1</Datum>"
+      "<TTRS>101</TTRS></RefFrame></RootRefs><RootCGs><TPSCG Att=''><TPSId Name='Axis'/>"
+      "<TPSLoc Id='31'/><TTRS>101</TTRS><TRep>7</TRep><TRep>8</TRep></TPSCG></RootCGs>"
+      "<RootCaps><TPSCap ActVie='11' ClipPla='-1'><TPSId Name='Main'/><TPSLoc Id='41'/>" +
+      Rep("2", 0, 2, 0) +
+      "<TPSs>1</TPSs><Views>11 9</Views><CGs>31 3</CGs><Cam Type='2'><Po>250 -180 160</Po>"
+      "<Di>-0.7 0.5 -0.5</Di><Ze>0 0 1</Ze><Ta>1e-3 2.5e10 0</Ta></Cam></TPSCap></RootCaps>"
+      "</Functional_Tolerancing_Annotation>";
+  const VEKTPSLightDocument document = VEKLoadDocument(xml.data(), xml.size());
+  ASSERT_TRUE(document.Loaded()) << document.Error();
+  const std::string common = R"("uuid":"","type":0,"status":0,"rep":null)";
   const Json expected = Json::parse(
       R"({"schema":"current","result":"0x00000000","sets":[{
         "name":"Pump ⌀","standard":"ISO 1101","uuid":"set-1","type":3,"status":65535,
         "ttrs":[{"id":101,"name":"Face","uuid":"t-101","type":2,"status":0,
           "rep":{"nodes":2,"meshes":1,"primitives":1,"vertices":3,"bytes":)" +
-      bytes + R"(},
-          "geometry":[[4,-7],null,[]]}],
+      Bytes(1, 0, 0) + R"(},
+          "geometry":[[4,-7],[]]}],
         "annotations":[
-          {"id":1,"name":"Datum A","uuid":null,"type":null,"status":null,"rep":null,
-           "value":null,"default":false,"reference":null,"attribute":null,"ttrs":[],
+          {"id":1,"name":"Datum A",)" +
+      common + R"(,
+           "value":0.0,"default":false,"reference":0,"attribute":"","ttrs":[],
            "graphic":null,"views":[],"orderGroup":null},
-          {"id":2,"name":"Position","uuid":null,"type":null,"status":null,"rep":null,
+          {"id":2,"name":"Position",)" +
+      common + R"(,
            "value":0.1,"default":true,"reference":21,"attribute":"⌀0.05 Ⓜ","ttrs":[101,101],
            "graphic":{"nodes":4,"meshes":3,"primitives":3,"vertices":6,"bytes":)" +
-      graphic + R"(},
+      Bytes(1, 1, 1) + R"(},
            "views":[11,11],"orderGroup":[2,1]}],
         "views":[
-          {"id":11,"name":"Front","uuid":null,"type":null,"status":null,"rep":null,
+          {"id":11,"name":"Front",)" +
+      common + R"(,
            "origin":[0.0,0.5,-2.0],"normal":[0.0,0.0,1.0],"direction":[1.0,0.0,0.0],
            "annotations":[2,2],"captures":[41]},
-          {"id":null,"name":null,"uuid":null,"type":null,"status":null,"rep":null,
+          {"id":0,"name":"",)" +
+      common + R"(,
            "origin":null,"normal":null,"direction":null,"annotations":[],"captures":[]}],
-        "refFrames":[{"id":21,"name":"A|B","uuid":null,"type":null,"status":null,"rep":null,
+        "refFrames":[{"id":21,"name":"A|B",)" +
+      common + R"(,
            "attribute":"A|B","datums":[1],"ttrs":[101]}],
-        "cgs":[{"id":31,"name":"Axis","uuid":null,"type":null,"status":null,"rep":null,
+        "cgs":[{"id":31,"name":"Axis",)" +
+      common + R"(,
            "attribute":"","ttrs":[101],"treps":[7,8]}],
-        "captures":[{"id":41,"name":"Main","uuid":null,"type":null,"status":null,"rep":null,
+        "captures":[{"id":41,"name":"Main",)" +
+      common + R"(,
            "activeView":11,"clippingPlane":-1,
            "camera":{"type":2,"position":[250.0,-180.0,160.0],"direction":[-0.7,0.5,-0.5],
                      "zenith":[0.0,0.0,1.0],"target":[0.001,2.5e10,0.0]},
-           "annotations":[1],"views":[11,null],"cgs":[31],
+           "annotations":[1],"views":[11],"cgs":[31],
            "graphic":{"nodes":3,"meshes":2,"primitives":2,"vertices":4,"bytes":)" +
-      std::to_string(vek_test::BuildMeshesGlb(0, 2, 0).size()) + R"(}}],
+      Bytes(0, 2, 0) + R"(}}],
         "unresolved":[{"kind":2,"id":9},{"kind":5,"id":3}]}]})");
   // Dumps compare member order as well as values.
-  EXPECT_EQ(expected.dump(), Export(VEKTPSLightSchema::Current, S_OK, set_.Get()).dump());
+  EXPECT_EQ(expected.dump(),
+            Export(VEKTPSLightSchema::Current, S_OK, document.Sets()[0].Get()).dump());
 }
 
+// What no document gives: values never set, a null geometry list, a link to an object without
+// an id.
 TEST_F(JsonExport, NothingSetIsNull) {
-  (void)Make(&VEKTPSLightContainer::CreateTTRS);
-  (void)Make(&VEKTPSLightContainer::CreateAnnotation);
-  (void)Make(&VEKTPSLightContainer::CreateView);
-  (void)Make(&VEKTPSLightContainer::CreateRefFrame);
-  (void)Make(&VEKTPSLightContainer::CreateCG);
-  (void)Make(&VEKTPSLightContainer::CreateCapture);
+  ASSERT_EQ(S_OK, Make<VEKITPSLightTTRS>()->AddGeometry(nullptr));
+  (void)Make<VEKITPSLightAnnotation>();
+  auto view = Make<VEKITPSLightView>();
+  (void)Make<VEKITPSLightRefFrame>();
+  (void)Make<VEKITPSLightCG>();
+  ASSERT_EQ(S_OK, Make<VEKITPSLightCapture>()->AddView(view.Get()));
   const std::string common = kUnsetCommon;
   const Json expected = Json::parse(
       R"({"schema":"legacy","result":"0x80004005","sets":[{
         "name":null,"standard":null,"uuid":null,"type":null,"status":null,
         "ttrs":[{)" +
-      common + R"(,"geometry":[]}],
+      common + R"(,"geometry":[null]}],
         "annotations":[{)" +
       common +
       R"(,"value":null,"default":false,"reference":null,"attribute":null,
@@ -223,7 +149,7 @@ TEST_F(JsonExport, NothingSetIsNull) {
       common +
       R"(,"activeView":null,"clippingPlane":null,
           "camera":{"type":null,"position":null,"direction":null,"zenith":null,"target":null},
-          "annotations":[],"views":[],"cgs":[],"graphic":null}],
+          "annotations":[],"views":[null],"cgs":[],"graphic":null}],
         "unresolved":[]}]})");
   EXPECT_EQ(expected.dump(), Export(VEKTPSLightSchema::Legacy, E_FAIL, set_.Get()).dump());
 }
@@ -272,7 +198,7 @@ TEST_F(JsonExport, DoublesInTheShortestFormThatReadsBack) {
               {std::numeric_limits<double>::max(), "1.7976931348623157e+308"},
               {-2.5, "-2.5"}};
   for (const auto& row : rows) {
-    auto annotation = Make(&VEKTPSLightContainer::CreateAnnotation);
+    auto annotation = Make<VEKITPSLightAnnotation>();
     ASSERT_EQ(S_OK, annotation->SetValue(row.value));
     std::string text;
     ASSERT_EQ(S_OK, VEKExportLoadToJson(VEKTPSLightSchema::Current, S_OK, set_.Get(), false, text));
@@ -283,7 +209,7 @@ TEST_F(JsonExport, DoublesInTheShortestFormThatReadsBack) {
 }
 
 TEST_F(JsonExport, PrettyIndentsTheSameContent) {
-  (void)Make(&VEKTPSLightContainer::CreateView);
+  (void)Make<VEKITPSLightView>();
   std::string compact;
   std::string pretty;
   ASSERT_EQ(S_OK,

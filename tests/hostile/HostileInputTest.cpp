@@ -301,25 +301,12 @@ TEST_F(HostileInput, HostileSceneGraphsInARepAreRejectedWithoutOpeningFiles) {
   ASSERT_GE(watcher, 0);
   ASSERT_GE(inotify_add_watch(watcher, "x.bin", IN_OPEN | IN_ACCESS | IN_MODIFY), 0);
 
+  // Malformed blobs of every other kind are the scene-graph reader's tests.
   using vek_test::BuildGlb;
-  std::vector<char> badChunk = vek_test::BuildMeshesGlb(1, 0, 0);
-  badChunk[12] = badChunk[13] = badChunk[14] = '\x7f';  // JSON chunk length far past the blob
-  std::vector<char> shortTotal = vek_test::BuildMeshesGlb(1, 0, 0);
-  shortTotal[8] = 20;  // declared total length inside the header
-  vek_test::GlbParts offset = vek_test::MakeMeshesParts(1, 0, 0);
-  const std::string from = "\"byteOffset\":0";
-  if (const auto at = offset.json.find(from); at != std::string::npos)
-    offset.json.replace(at, from.size(), "\"byteOffset\":1000000");
   const std::vector<std::vector<char>> blobs = {
-      badChunk,
-      shortTotal,
-      BuildGlb(offset),
       BuildGlb(R"({"asset":{"version":"2.0"},"buffers":[{"uri":"x.bin","byteLength":4}],)"
                R"("bufferViews":[{"buffer":0,"byteLength":4}],"accessors":[{"bufferView":0,)"
                R"("componentType":5126,"count":1,"type":"SCALAR"}],"scenes":[{"nodes":[]}]})"),
-      BuildGlb(R"({"asset":{"version":"2.0"},"scenes":[{"nodes":[0]}],)"
-               R"("nodes":[{"children":[1]},{"children":[0]}]})"),
-      BuildGlb(Repeat("[", 100'000) + Repeat("]", 100'000)),
       BuildGlb(R"({"asset":{"version":"2.0"},"images":[{"uri":"x.bin"}]})"),
   };
   for (std::size_t row = 0; row < blobs.size(); ++row) {

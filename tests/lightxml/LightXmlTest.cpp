@@ -542,44 +542,6 @@ TEST(LightXmlTest, ErrorsAndElementsArePlacedInLinesAndColumns) {
   }
 }
 
-TEST(LightXmlTest, EntityDeclarationsAreNotExpanded) {
-  std::string text = "<!DOCTYPE r [<!ENTITY l0 \"lol\">";
-  for (int level = 1; level < 10; ++level) {
-    const std::string previous = "&l" + std::to_string(level - 1) + ";";
-    text += "<!ENTITY l" + std::to_string(level) + " \"";
-    for (int copy = 0; copy < 10; ++copy) text += previous;
-    text += "\">";
-  }
-  text += "]><r a=\"&l9;\">&l9;</r>";
-  VEKLightXmlElement root;
-  if (Parse(text, root)) {
-    EXPECT_STREQ(root.GetValue().ConvertToChar(), "&l9;");
-    EXPECT_STREQ(root.GetAttributeValue("a").ConvertToChar(), "&l9;");
-  } else {
-    EXPECT_TRUE(root.IsNull());
-  }
-}
-
-TEST(LightXmlTest, DeepNestingNeedsNoDeepStack) {
-  constexpr int kDepth = 100000;
-  std::string text;
-  for (int level = 1; level < kDepth; ++level) text += "<e>";
-  text += "<e/>";
-  for (int level = 1; level < kDepth; ++level) text += "</e>";
-  VEKLightXmlElement root;
-  ASSERT_TRUE(Parse(text, root));
-  const VEKLightXmlElementItf* element = &root;
-  int depth = 1;
-  for (void* position = root.GetChildren(); position; position = element->GetChildren()) {
-    element = element->GetChild(position);
-    ++depth;
-  }
-  EXPECT_EQ(depth, kDepth);
-  for (; element->GetParent(); element = element->GetParent()) --depth;
-  EXPECT_EQ(depth, 1);
-  EXPECT_EQ(Dump(root), text);
-}
-
 TEST(LightXmlTest, InputStreams) {
   const std::string text = "<r><a v=\"1\"/>tail</r>";
   VEKLightXmlElement direct;

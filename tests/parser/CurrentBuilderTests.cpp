@@ -1,35 +1,28 @@
-// The current-schema builders, one group per family, through the recording model: the exact
-// sequence of model operations, refusals of creation and of interfaces, and the order groups.
-#include "CurrentRecordedSupport.h"
-
-using vek_test::Joined;
-using vek_test::RecordingKind;
-using vek_test::RepXml;
+// The current-schema builders and setters on the recording model: the values each fragment gives,
+// what survives a refused creation or interface, and the order in which a capture is linked.
+#include "RecordedBuild.h"
 
 namespace {
 
-class CurrentBuilders : public vek_test::RecordedTest {
- protected:
-  // Builds annotations A1.. from `tps` (the children of "RootTPSs"), then clears the ledger.
-  void BuildAnnotations(const std::string& tps) {
-    ASSERT_EQ(util_.GenerateNewAnnotations(&container_, set_.Get(),
-                                           Xml("<RootTPSs>" + tps + "</RootTPSs>")),
-              S_OK);
-    ledger().Clear();
-  }
-  std::vector<const VEKBaseUnknown*> GroupOf(const char* name) {
-    const VEKLightObjectList* group = container_.Get<VEKITPSLightModel>(name)->GetOrderGroup();
-    return group ? vek_test::Identities(*group) : std::vector<const VEKBaseUnknown*>{nullptr};
-  }
-  const VEKBaseUnknown* Identity(const char* name) {
-    return vek_test::Identity(container_.Get<VEKITPSLight>(name));
-  }
-};
+using vek_test::BuildRow;
+using vek_test::RecordingContainer;
+using vek_test::RecordingKind;
+using vek_test::RepXml;
+
+class CurrentBuilders : public vek_test::RecordedBuild {};
+
+// Two annotations (ids 1 and 2) and a view (id 2).
+const std::string kLinked =
+    "<RootTPSs><TPS><TPSLoc Id='1'/></TPS><TPS><TPSLoc Id='2'/></TPS></RootTPSs>"
+    "<RootViews><TPSView><TPSLoc Id='2'/></TPSView></RootViews>";
+const char* const kBlank = "//0/0/0 rep=-";
+const std::string kIdentity =
+    "<TPSId Name='Flat 1' Uuid='u-1'/><TPSLoc Type='65537' Id='7' Status='-1'/>";
 
 }  // namespace
 
-// The builders of both schemas: without a container, a set or a list for the order groups they
-// touch nothing; without its family root a walker builds nothing and succeeds.
+// Without a container, a set or a list for the order groups the builders of both schemas touch
+// nothing; without its family root a walker builds nothing and succeeds.
 TEST_F(CurrentBuilders, BuildersOfBothSchemasNeedTheirArguments) {
   using Util = VEKTPSLightParserUtil;
   using Builder =
@@ -56,208 +49,195 @@ TEST_F(CurrentBuilders, BuildersOfBothSchemasNeedTheirArguments) {
                               &Util::BuildCG,
                               &Util::GenerateCapture,
                               &Util::BuildCapture};
-  VEKLightXmlElement element = Xml("<R><TTRS/><TPS/><TPSView/><RefFrame/><TPSCG/><TPSCap/></R>");
+  VEKLightXmlElement element =
+      vek_test::ParseXml("<R><TTRS/><TPS/><TPSView/><RefFrame/><TPSCG/><TPSCap/></R>");
   for (const Builder build : builders) {
     EXPECT_EQ((util_.*build)(nullptr, set_.Get(), element), E_FAIL);
-    EXPECT_EQ((util_.*build)(&container_, nullptr, element), E_FAIL);
+    EXPECT_EQ((util_.*build)(container_.get(), nullptr, element), E_FAIL);
   }
   VEKRawCollPV groups(0);
   for (const auto build : {&Util::BuildNewAnnotation, &Util::BuildAnnotation}) {
     EXPECT_EQ((util_.*build)(nullptr, set_.Get(), element, &groups), E_FAIL);
-    EXPECT_EQ((util_.*build)(&container_, nullptr, element, &groups), E_FAIL);
-    EXPECT_EQ((util_.*build)(&container_, set_.Get(), element, nullptr), E_FAIL);
+    EXPECT_EQ((util_.*build)(container_.get(), nullptr, element, &groups), E_FAIL);
+    EXPECT_EQ((util_.*build)(container_.get(), set_.Get(), element, nullptr), E_FAIL);
   }
-  EXPECT_EQ(util_.GenerateCapture(&container_, set_.Get(), element), S_OK);
+  EXPECT_EQ(util_.GenerateCapture(container_.get(), set_.Get(), element), S_OK);
+  EXPECT_EQ(util_.SetTPSValues(nullptr, element), E_FAIL);
+  EXPECT_EQ(util_.SetTPSSetValues(nullptr, element), E_FAIL);
   EXPECT_TRUE(ledger().Lines().empty()) << ledger().Text();
 }
 
-TEST_F(CurrentBuilders, TTRSGetOneGeometryListPerGeoP) {
-  container_.RefuseCreation(RecordingKind::TTRS, 1);
-  EXPECT_EQ(util_.GenerateNewTTRS(
-                &container_, set_.Get(),
-                Xml("<RootTTRSs><TTRS><GeoP>9</GeoP></TTRS><ttrs/><TTRS><TPSLoc Id='3'/>"
-                    "<GeoP>1 0 2</GeoP><GeoP/><Other>4</Other><GeoP>5</GeoP></TTRS>"
-                    "</RootTTRSs>")),
+TEST_F(CurrentBuilders, EachFamilyAndWhatARefusalLeaves) {
+  const auto refuseFirstTTRS = [](RecordingContainer& c) {
+    c.RefuseCreation(RecordingKind::TTRS, 1);
+  };
+  const auto refuseSecondTPS = [](RecordingContainer& c) {
+    c.RefuseCreation(RecordingKind::Annotation, 2);
+  };
+  const auto noBroker = [](RecordingContainer& c) { c.RemoveBroker(); };
+  const auto noLight = [](RecordingContainer& c) {
+    for (RecordingKind kind : {RecordingKind::TTRS, RecordingKind::Annotation, RecordingKind::View,
+                               RecordingKind::RefFrame, RecordingKind::CG, RecordingKind::Capture})
+      c.RefuseInterface(kind, VEKITPSLight::kIID);
+  };
+  const auto refuseAll = [](RecordingContainer& c) {
+    for (RecordingKind kind : {RecordingKind::TTRS, RecordingKind::Annotation, RecordingKind::View,
+                               RecordingKind::RefFrame, RecordingKind::CG, RecordingKind::Capture})
+      c.RefuseCreation(kind);
+  };
+  const BuildRow rows[] = {
+      // TTRS: one geometry list per "GeoP", zeros dropped; a refused creation skips one TTRS.
+      {"TTRS", "", refuseFirstTTRS,
+       "<RootTTRSs><TTRS><GeoP>9</GeoP></TTRS><ttrs/><TTRS><TPSLoc Id='3'/><GeoP>1 0 2</GeoP>"
+       "<GeoP/><Other>4</Other><GeoP>5</GeoP></TTRS></RootTTRSs>",
+       S_OK, "T1 //0/3/0 rep=- geometry=[1,2][][5]"},
+      {"TTRS without its common face", "", noLight, "<TTRS><GeoP>8</GeoP></TTRS>", S_OK,
+       "T1 -/-/-/-/- rep=- geometry=[8]"},
+      {"TTRS refused", "", refuseAll, "<TTRS><GeoP>8</GeoP></TTRS>", E_FAIL, ""},
+      // Annotations: attributes, the graphic of type 2, TTRS numbers in document order.
+      {"annotations", "", nullptr,
+       "<RootTPSs><TPS Val='2.5' Def='5' Ref='3' Att='x'><TTRS>4 0 7</TTRS>" + RepXml("2") +
+           "<TTRS>1</TTRS></TPS><TPS/></RootTPSs>",
+       S_OK,
+       std::string("S1 -/-/-/-/- rep=- standard=- unresolved=[] duplicates=[0:1]\n") + "A1 " +
+           kBlank +
+           " value=2.5 default=1 reference=3 attribute=x graphic=1 ttrs=[4,7,1] group=- views=[]\n"
+           "A2 " +
+           kBlank + " value=0 default=0 reference=0 attribute= graphic=- ttrs=[] group=- views=[]"},
+      // Without the common face the four attributes are not read; the rest still is.
+      {"annotation without its common face", "", noLight,
+       "<TPS Val='1'>" + RepXml("2") + "<TTRS>6</TTRS></TPS>", S_OK,
+       "A1 -/-/-/-/- rep=- value=- default=0 reference=- attribute=- graphic=1 ttrs=[6] group=- "
+       "views=[]"},
+      {"annotation refused", "", refuseAll, "<TPS Val='1'/>", E_FAIL, ""},
+      // Order groups pair with the annotations by position: a refused annotation adds no entry,
+      // so the pairing stays aligned; ids not above 0 drop.
+      {"order groups", "", refuseSecondTPS,
+       "<RootTPSs><TPS><TPSLoc Id='1'/><Grou>3 -1</Grou></TPS><TPS><Grou>1</Grou></TPS>"
+       "<TPS><TPSLoc Id='3'/><Grou>0 9 1</Grou></TPS></RootTPSs>",
+       S_OK,
+       "S1 -/-/-/-/- rep=- standard=- unresolved=[9:1] duplicates=[]\n"
+       "A1 //0/1/0 rep=- value=0 default=0 reference=0 attribute= graphic=- ttrs=[] group=[A2] "
+       "views=[]\n"
+       "A2 //0/3/0 rep=- value=0 default=0 reference=0 attribute= graphic=- ttrs=[] group=[A1] "
+       "views=[]"},
+      // An entry whose ids all drop links nothing but keeps its place.
+      {"an order group of nothing", "", nullptr,
+       "<RootTPSs><TPS><TPSLoc Id='1'/><Grou>0 -4</Grou></TPS>"
+       "<TPS><TPSLoc Id='2'/><Grou>1</Grou></TPS></RootTPSs>",
+       S_OK,
+       "A1 //0/1/0 rep=- value=0 default=0 reference=0 attribute= graphic=- ttrs=[] group=- "
+       "views=[]\n"
+       "A2 //0/2/0 rep=- value=0 default=0 reference=0 attribute= graphic=- ttrs=[] group=[A1] "
+       "views=[]"},
+      // Two entries for one more annotation (three in the set): the counts differ.
+      {"order groups of another count", kLinked, nullptr,
+       "<RootTPSs><TPS><Grou>1</Grou><Grou>1</Grou></TPS></RootTPSs>", S_OK,
+       "A3 //0/0/0 rep=- value=0 default=0 reference=0 attribute= graphic=- ttrs=[] group=- "
+       "views=[]"},
+      // Views: the first "TPSs" links its annotations both ways (an annotation without its links
+      // face only one way); each "Math" child sets what it holds.
+      {"view", kLinked,
+       [](RecordingContainer& c) { c.RefuseInterface("A2", VEKITPSLightModel::kIID); },
+       "<TPSView><Or>9 9 9</Or><TPSs>1 8 2 1</TPSs><TPSs>2</TPSs><Math><Or>1 2 3</Or><No></No>"
+       "<X>1 1 1</X><Di>0 1 0</Di></Math><Math><Or>4 5 6</Or></Math></TPSView>",
+       S_OK,
+       "S1 -/-/-/-/- rep=- standard=- unresolved=[8:1] duplicates=[]\n"
+       "A1 //0/1/0 rep=- value=0 default=0 reference=0 attribute= graphic=- ttrs=[] group=- "
+       "views=[V2,V2]\n"
+       "V2 //0/0/0 rep=- origin=4,5,6 normal=0,0,0 direction=0,1,0 tps=[A1,A2,A1] captures=[]"},
+      {"view without a broker", kLinked, noBroker,
+       "<TPSView><TPSs>1</TPSs><Math><Di>1 0 0</Di></Math></TPSView>", S_OK,
+       "V2 //0/0/0 rep=- origin=- normal=- direction=1,0,0 tps=[] captures=[]"},
+      {"view refused", "", refuseAll, "<TPSView/>", E_FAIL, ""},
+      // Reference frames: datums through the broker, per "Datum" child.
+      {"reference frame", kLinked, nullptr,
+       "<RefFrame Att='a'><Datum>2 5</Datum><TTRS>4 4</TTRS><Datum/><Datum>1</Datum></RefFrame>",
+       S_OK,
+       "S1 -/-/-/-/- rep=- standard=- unresolved=[5:1] duplicates=[]\n"
+       "R1 //0/0/0 rep=- attribute=a datums=[A2,A1] ttrs=[4,4]"},
+      {"reference frame without a broker or its common face", kLinked,
+       [](RecordingContainer& c) {
+         c.RemoveBroker();
+         c.RefuseInterface(RecordingKind::RefFrame, VEKITPSLight::kIID);
+       },
+       "<RefFrame Att='a'><Datum>2</Datum><TTRS>4</TTRS></RefFrame>", S_OK,
+       "R1 -/-/-/-/- rep=- attribute=- datums=[] ttrs=[4]"},
+      // Construction geometry: its lists interleaved; without its common face it fails.
+      {"construction geometry", "", nullptr,
+       "<TPSCG Att='g'><TRep>7</TRep><TTRS>1 2</TTRS><TRep>8</TRep></TPSCG>", S_OK,
+       "G1 //0/0/0 rep=- attribute=g ttrs=[1,2] treps=[7,8]"},
+      {"construction geometry without its common face", "", noLight,
+       "<TPSCG Att='g'><TRep>7</TRep></TPSCG>", E_FAIL,
+       "G1 -/-/-/-/- rep=- attribute=- ttrs=[] treps=[]"},
+      {"construction geometry refused", "", refuseAll, "<RootCGs><TPSCG/></RootCGs>", S_OK, ""},
+      // Captures: the active view and clipping plane, the graphic, links, and the first camera's
+      // vectors, a missing one taking the one before it.
+      {"capture", kLinked, nullptr,
+       "<TPSCap ActVie='2'>" + RepXml("2") +
+           "<Views>1 2</Views><TPSs>1</TPSs><CGs>1</CGs><Cam><X/><Di>0 0 1</Di><Po></Po><Ta>x</Ta>"
+           "</Cam><TPSs>1</TPSs><Cam Type='4'/></TPSCap>",
+       S_OK,
+       "S1 -/-/-/-/- rep=- standard=- unresolved=[1:2,1:5] duplicates=[]\n"
+       "V1 //0/2/0 rep=- origin=- normal=- direction=- tps=[] captures=[C1]\n"
+       "C1 //0/0/0 rep=- graphic=1 active=V1 clip=0 position=0,0,1 direction=0,0,1 zenith=- "
+       "target=0,0,1 type=0 tps=[A1] views=[V1] cgs=[]"},
+      // A capture without its plain face cannot be told to its view, but the view is active.
+      {"capture without its plain face", kLinked,
+       [](RecordingContainer& c) { c.RefuseInterface("C1", VEKBaseUnknown::kIID); },
+       "<TPSCap ActVie='2' ClipPla='3'/>", S_OK,
+       "C1 //0/0/0 rep=- graphic=- active=V1 clip=3 position=- direction=- zenith=- target=- "
+       "type=- tps=[] views=[] cgs=[]"},
+      {"capture of an unknown active view", kLinked, nullptr, "<TPSCap ActVie='9'/>", S_OK,
+       "S1 -/-/-/-/- rep=- standard=- unresolved=[9:2] duplicates=[]\n"
+       "C1 //0/0/0 rep=- graphic=- active=- clip=0 position=- direction=- zenith=- target=- "
+       "type=- tps=[] views=[] cgs=[]"},
+      {"capture without its common face", kLinked, noLight,
+       "<TPSCap ActVie='1' ClipPla='2'><TPSs>1</TPSs><Cam Type='3'/></TPSCap>", S_OK,
+       "C1 -/-/-/-/- rep=- graphic=- active=- clip=- position=- direction=- zenith=- target=- "
+       "type=3 tps=[A1] views=[] cgs=[]"},
+      {"capture without a broker", kLinked, noBroker,
+       "<TPSCap ActVie='1' ClipPla='2'><TPSs>1</TPSs><Cam Type='3'/></TPSCap>", S_OK,
+       "C1 -/-/-/-/- rep=- graphic=- active=- clip=- position=- direction=- zenith=- target=- "
+       "type=- tps=[] views=[] cgs=[]"},
+      {"capture refused", "", refuseAll, "<TPSCap/>", E_FAIL, ""},
+  };
+  for (const BuildRow& row : rows) Check(row);
+}
+
+// The active view learns of the capture before the capture of its view.
+TEST_F(CurrentBuilders, CaptureTellsItsActiveViewFirst) {
+  ASSERT_EQ(Build(kLinked), S_OK);
+  ledger().Clear();
+  ASSERT_EQ(Build("<TPSCap ActVie='2'/>"), S_OK);
+  EXPECT_EQ(vek_test::Joined(ledger().Filter("V1.AddCapture(C1)")), "V1.AddCapture(C1)");
+  const std::string operations = vek_test::Joined(ledger().Operations());
+  EXPECT_NE(operations.find("V1.AddCapture(C1) | C1.SetActiveView(V1)"), std::string::npos)
+      << operations;
+}
+
+// The values common to the set and to every object: type and status keep their low 16 bits, a
+// representation of another type is none, and the set takes its standard and no id.
+TEST_F(CurrentBuilders, CommonValues) {
+  VEKComPtr<VEKITPSLightAnnotation> annotation;
+  ASSERT_EQ(container_->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set_.Get()), S_OK);
+  auto* light = container_->Get<VEKITPSLight>("A1");
+  ASSERT_EQ(
+      util_.SetTPSValues(light, Xml("<TPS>" + RepXml("2") + kIdentity + RepXml("3") + "</TPS>")),
+      S_OK);
+  ASSERT_EQ(util_.SetTPSSetValues(set_.Get(), Xml("<AnnotationSet Standard='ISO'>" + kIdentity +
+                                                  RepXml("3") + "</AnnotationSet>")),
             S_OK);
-  EXPECT_EQ(Operations(),
-            "CreateTTRS(S1) -> refused | CreateTTRS(S1) -> T1 | T1.SetName(\"\") | "
-            "T1.SetUuid(\"\") | T1.SetType(0) | T1.SetId(3) | T1.SetStatus(0) | "
-            "T1.AddGeometry([1,2]) | T1.AddGeometry([]) | T1.AddGeometry([5])");
-
+  const std::string model = vek_test::ModelText(set_.Get());
+  EXPECT_EQ(model.substr(0, model.find(" value=")),
+            "S1 Flat 1/u-1/1/-/65535 rep=- standard=ISO unresolved=[] duplicates=[]\n"
+            "A1 Flat 1/u-1/1/7/65535 rep=1");
+  // Nothing to read still passes the starting values; the representation stays.
+  ASSERT_EQ(util_.SetTPSValues(light, Xml("<TPS>" + RepXml("2") + "</TPS>")), S_OK);
+  EXPECT_NE(vek_test::ModelText(set_.Get()).find("A1 //0/0/0 rep=1 "), std::string::npos);
+  // A set without its common face takes nothing.
+  container_->RefuseInterface("S1", VEKITPSLight::kIID);
   ledger().Clear();
-  container_.RefuseInterface(RecordingKind::TTRS, VEKITPSLight::kIID);
-  VEKLightXmlElement single = Xml("<TTRS><GeoP>8</GeoP></TTRS>");
-  EXPECT_EQ(util_.BuildNewTTRS(&container_, set_.Get(), single), S_OK);
-  EXPECT_EQ(Operations(), "CreateTTRS(S1) -> T2 | T2.AddGeometry([8])");
-  container_.RefuseCreation(RecordingKind::TTRS);
-  EXPECT_EQ(util_.BuildNewTTRS(&container_, set_.Get(), single), E_FAIL);
-}
-
-TEST_F(CurrentBuilders, AnnotationReadsItsAttributesInOrder) {
-  EXPECT_EQ(util_.GenerateNewAnnotations(
-                &container_, set_.Get(),
-                Xml("<RootTPSs><TPS Val='2.5' Def='5' Ref='3' Att='x'><TTRS>4 0 7</TTRS>" +
-                    RepXml("2") + "<TTRS>1</TTRS></TPS><TPS/></RootTPSs>")),
-            S_OK);
-  EXPECT_EQ(Operations(), "CreateAnnotation(S1) -> A1 | " + Blank("A1") +
-                              " | A1.SetValue(2.5) | A1.SetDefault(1) | A1.SetReference(3) | "
-                              "A1.SetAttribute(\"x\") | A1.SetGraphicRep(rep) | A1.AddTTRS(4) | "
-                              "A1.AddTTRS(7) | A1.AddTTRS(1) | CreateAnnotation(S1) -> A2 | " +
-                              Blank("A2") +
-                              " | A2.SetValue(0) | A2.SetReference(0) | A2.SetAttribute(\"\")");
-
-  // Without the common face the four attributes are not read; the rest still is.
-  ledger().Clear();
-  container_.RefuseInterface(RecordingKind::Annotation, VEKITPSLight::kIID);
-  VEKLightXmlElement refused = Xml("<TPS Val='1'>" + RepXml("2") + "<TTRS>6</TTRS></TPS>");
-  VEKRawCollPV groups(0);
-  EXPECT_EQ(util_.BuildNewAnnotation(&container_, set_.Get(), refused, &groups), S_OK);
-  EXPECT_EQ(Operations(), "CreateAnnotation(S1) -> A3 | A3.SetGraphicRep(rep) | A3.AddTTRS(6)");
-  container_.RefuseCreation(RecordingKind::Annotation);
-  EXPECT_EQ(util_.BuildNewAnnotation(&container_, set_.Get(), refused, &groups), E_FAIL);
-  EXPECT_EQ(groups.Size(), 0);
-}
-
-TEST_F(CurrentBuilders, OrderGroupsPairByPosition) {
-  // A refused annotation adds no entry, so the pairing stays aligned; non-positive ids drop.
-  container_.RefuseCreation(RecordingKind::Annotation, 2);
-  BuildAnnotations(
-      "<TPS><TPSLoc Id='1'/><Grou>3 -1</Grou></TPS><TPS><Grou>1</Grou></TPS>"
-      "<TPS><TPSLoc Id='3'/><Grou>0 9 1</Grou></TPS>");
-  EXPECT_EQ(util_.GenerateNewAnnotations(&container_, set_.Get(), Xml("<RootTPSs/>")), S_OK);
-  EXPECT_TRUE(ledger().Lines().empty());
-  EXPECT_EQ(GroupOf("A1"), std::vector{Identity("A2")});
-  EXPECT_EQ(GroupOf("A2"), std::vector{Identity("A1")});
-}
-
-TEST_F(CurrentBuilders, OrderGroupsNeedOneEntryPerAnnotation) {
-  // An entry whose ids all drop links nothing but keeps its place.
-  BuildAnnotations(
-      "<TPS><TPSLoc Id='1'/><Grou>0 -4</Grou></TPS><TPS><TPSLoc Id='2'/><Grou>1</Grou></TPS>");
-  EXPECT_EQ(GroupOf("A1"), std::vector<const VEKBaseUnknown*>{nullptr});
-  EXPECT_EQ(GroupOf("A2"), std::vector{Identity("A1")});
-  // Two entries for one more annotation (three in the set): the counts differ, nothing links.
-  BuildAnnotations("<TPS><Grou>1</Grou><Grou>1</Grou></TPS>");
-  EXPECT_EQ(GroupOf("A3"), std::vector<const VEKBaseUnknown*>{nullptr});
-}
-
-TEST_F(CurrentBuilders, ViewLinksTheAnnotationsOfItsFirstTPSs) {
-  container_.RefuseInterface("A2", VEKITPSLightModel::kIID);
-  BuildAnnotations("<TPS><TPSLoc Id='3'/></TPS><TPS><TPSLoc Id='4'/></TPS>");
-  VEKLightXmlElement view = Xml(
-      "<TPSView><Or>9 9 9</Or><TPSs>3 8 4 3</TPSs><TPSs>4</TPSs>"
-      "<Math><Or>1 2 3</Or><No></No><X>1 1 1</X><Di>0 1 0</Di></Math><Math><Or>4 5 6</Or></Math>"
-      "</TPSView>");
-  EXPECT_EQ(util_.BuildNewView(&container_, set_.Get(), view), S_OK);
-  EXPECT_EQ(Operations(), "CreateView(S1) -> V1 | " + Blank("V1") +
-                              " | S1.GetObjectFromId(3, 1) -> A1 | A1.SetView(V1) | V1.AddTPS(A1) "
-                              "| S1.GetObjectFromId(8, 1) -> fail | S1.GetObjectFromId(4, 1) -> A2 "
-                              "| V1.AddTPS(A2) | S1.GetObjectFromId(3, 1) -> A1 | A1.SetView(V1) | "
-                              "V1.AddTPS(A1) | V1.SetOrigin(1, 2, 3) | V1.SetNormal(0, 0, 0) | "
-                              "V1.SetDirection(0, 1, 0) | V1.SetOrigin(4, 5, 6)");
-
-  // Without a broker no link is made, and the geometry is still read.
-  ledger().Clear();
-  container_.RemoveBroker();
-  VEKLightXmlElement unlinked = Xml("<TPSView><TPSs>3</TPSs><Math><Di>1 0 0</Di></Math></TPSView>");
-  EXPECT_EQ(util_.BuildNewView(&container_, set_.Get(), unlinked), S_OK);
-  EXPECT_EQ(Operations(), "CreateView(S1) -> V2 | " + Blank("V2") + " | V2.SetDirection(1, 0, 0)");
-  container_.RefuseCreation(RecordingKind::View);
-  EXPECT_EQ(util_.BuildNewView(&container_, set_.Get(), unlinked), E_FAIL);
-}
-
-TEST_F(CurrentBuilders, RefFrameResolvesDatumsThroughTheBrokerPerChild) {
-  BuildAnnotations("<TPS><TPSLoc Id='1'/></TPS><TPS><TPSLoc Id='2'/></TPS>");
-  VEKLightXmlElement frame =
-      Xml("<RefFrame><Datum>2 5</Datum><TTRS>4 4</TTRS><Datum/><Datum>1</Datum></RefFrame>");
-  EXPECT_EQ(util_.BuildNewRefFrame(&container_, set_.Get(), frame), S_OK);
-  EXPECT_EQ(Joined(ledger().Filter("S1.")),
-            "S1.QueryInterface(VEKITPSIdBroker) -> ok | S1.GetObjectFromId(2, 1) -> A2 | "
-            "S1.GetObjectFromId(5, 1) -> fail | S1.Release() | "
-            "S1.QueryInterface(VEKITPSIdBroker) -> ok | S1.GetObjectFromId(1, 1) -> A1 | "
-            "S1.Release()");
-  EXPECT_EQ(Joined(ledger().Filter("R1.A")),
-            "R1.AddDatum(A2) | R1.AddTTRS(4) | R1.AddTTRS(4) | R1.AddDatum(A1)");
-  EXPECT_EQ(Joined(ledger().Filter("R1.SetA")), "R1.SetAttribute(\"\")");
-
-  ledger().Clear();
-  container_.RefuseInterface(RecordingKind::RefFrame, VEKITPSLight::kIID);
-  container_.RemoveBroker();
-  EXPECT_EQ(util_.BuildNewRefFrame(&container_, set_.Get(), frame), S_OK);
-  EXPECT_EQ(Operations(), "CreateRefFrame(S1) -> R2 | R2.AddTTRS(4) | R2.AddTTRS(4)");
-}
-
-TEST_F(CurrentBuilders, ConstructionGeometryInterleavesItsListsAndNeedsTheCommonFace) {
-  VEKLightXmlElement geometry =
-      Xml("<TPSCG Att='g'><TRep>7</TRep><TTRS>1 2</TTRS><TRep>8</TRep></TPSCG>");
-  EXPECT_EQ(util_.BuildNewCG(&container_, set_.Get(), geometry), S_OK);
-  EXPECT_EQ(Operations(), "CreateCG(S1) -> G1 | " + Blank("G1") +
-                              " | G1.SetAttribute(\"g\") | G1.AddTRep(7) | G1.AddTTRS(1) | "
-                              "G1.AddTTRS(2) | G1.AddTRep(8)");
-  // The common face is released only after the lists, then the object.
-  const std::string all = Joined(ledger().Lines());
-  EXPECT_EQ(all.substr(all.rfind("G1.AddTRep(8)")), "G1.AddTRep(8) | G1.Release() | G1.Release()");
-
-  ledger().Clear();
-  container_.RefuseInterface(RecordingKind::CG, VEKITPSLight::kIID);
-  EXPECT_EQ(util_.BuildNewCG(&container_, set_.Get(), geometry), E_FAIL);
-  EXPECT_EQ(Operations(), "CreateCG(S1) -> G2");
-  container_.RefuseCreation(RecordingKind::CG);
-  EXPECT_EQ(util_.GenerateNewCG(&container_, set_.Get(), Xml("<RootCGs><TPSCG/></RootCGs>")), S_OK);
-}
-
-TEST_F(CurrentBuilders, CaptureTellsItsActiveViewFirstAndStopsAtTheCamera) {
-  BuildAnnotations("<TPS><TPSLoc Id='1'/></TPS>");
-  ASSERT_EQ(util_.GenerateNewViews(&container_, set_.Get(),
-                                   Xml("<RootViews><TPSView><TPSLoc Id='2'/></TPSView>"
-                                       "</RootViews>")),
-            S_OK);
-  ledger().Clear();
-
-  VEKLightXmlElement capture =
-      Xml("<TPSCap ActVie='2'>" + RepXml("2") +
-          "<Views>1 2</Views><TPSs>1</TPSs><CGs>1</CGs>"
-          "<Cam><X/><Di>0 0 1</Di><Po></Po><Ta>x</Ta></Cam><TPSs>1</TPSs><Cam Type='4'/></TPSCap>");
-  EXPECT_EQ(util_.BuildNewCapture(&container_, set_.Get(), capture), S_OK);
-  EXPECT_EQ(Operations(),
-            "CreateCapture(S1) -> C1 | " + Blank("C1") +
-                " | S1.GetObjectFromId(2, 2) -> V1 | V1.AddCapture(C1) | C1.SetActiveView(V1) | "
-                "C1.SetClippingPlane(0) | C1.SetGraphicRep(rep) | "
-                "S1.GetObjectFromId(1, 2) -> fail | S1.GetObjectFromId(2, 2) -> V1 | "
-                "C1.AddView(V1) | S1.GetObjectFromId(1, 1) -> A1 | C1.AddTPS(A1) | "
-                "S1.GetObjectFromId(1, 5) -> fail | C1.SetCameraType(0) | "
-                "C1.SetCameraDirection(0, 0, 1) | C1.SetCameraPosition(0, 0, 1) | "
-                "C1.SetCameraTarget(0, 0, 1)");
-
-  // A capture without its plain face cannot be told to the view, but the view is still active.
-  ledger().Clear();
-  container_.RefuseInterface("C2", VEKBaseUnknown::kIID);
-  EXPECT_EQ(util_.BuildNewCapture(&container_, set_.Get(), Xml("<TPSCap ActVie='2' ClipPla='3'/>")),
-            S_OK);
-  EXPECT_EQ(Operations(), "CreateCapture(S1) -> C2 | " + Blank("C2") +
-                              " | S1.GetObjectFromId(2, 2) -> V1 | C2.SetActiveView(V1) | "
-                              "C2.SetClippingPlane(3)");
-  // An active view that is not found is skipped; the clipping plane is still read.
-  ledger().Clear();
-  EXPECT_EQ(util_.BuildNewCapture(&container_, set_.Get(), Xml("<TPSCap ActVie='9'/>")), S_OK);
-  EXPECT_EQ(Operations(), "CreateCapture(S1) -> C3 | " + Blank("C3") +
-                              " | S1.GetObjectFromId(9, 2) -> fail | C3.SetClippingPlane(0)");
-}
-
-TEST_F(CurrentBuilders, CaptureWithoutFacesOrBroker) {
-  BuildAnnotations("<TPS><TPSLoc Id='1'/></TPS>");
-  VEKLightXmlElement capture =
-      Xml("<TPSCap ActVie='1' ClipPla='2'><TPSs>1</TPSs><Cam Type='3'/></TPSCap>");
-  container_.RefuseInterface("C1", VEKITPSLight::kIID);
-  EXPECT_EQ(util_.BuildNewCapture(&container_, set_.Get(), capture), S_OK);
-  EXPECT_EQ(Operations(),
-            "CreateCapture(S1) -> C1 | S1.GetObjectFromId(1, 1) -> A1 | C1.AddTPS(A1) | "
-            "C1.SetCameraType(3)");
-
-  ledger().Clear();
-  container_.RemoveBroker();
-  EXPECT_EQ(util_.BuildNewCapture(&container_, set_.Get(), capture), S_OK);
-  EXPECT_EQ(Operations(), "CreateCapture(S1) -> C2");
-  container_.RefuseCreation(RecordingKind::Capture);
-  EXPECT_EQ(util_.BuildNewCapture(&container_, set_.Get(), capture), E_FAIL);
+  EXPECT_EQ(util_.SetTPSSetValues(set_.Get(), Xml("<AnnotationSet Standard='x'/>")), S_OK);
+  EXPECT_EQ(vek_test::Joined(ledger().Lines()), "S1.QueryInterface(VEKITPSLight) -> refused");
 }

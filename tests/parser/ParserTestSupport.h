@@ -82,13 +82,6 @@ inline std::string Values(const std::vector<std::string>& items) {
   return xml;
 }
 
-// Identities of the objects of a model list, in order.
-inline std::vector<const VEKBaseUnknown*> Identities(const VEKLightObjectList& list) {
-  std::vector<const VEKBaseUnknown*> out;
-  for (int i = 0; i < list.Count(); ++i) out.push_back(Identity(list.Get(i)));
-  return out;
-}
-
 // Items of a 1-based int list, in order.
 inline std::vector<int> Items(const VEKRawCollint& list) {
   std::vector<int> out;

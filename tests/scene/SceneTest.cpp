@@ -139,21 +139,20 @@ void ExpectSceneOfModel(const Sets& sets, const std::vector<char>& glb) {
   }
 }
 
-TEST(Scene, BundledDocumentsHoldTheirModel) {
+TEST(Scene, BundledAndGeneratedDocumentsHoldTheirModel) {
+  std::vector<std::pair<std::string, VEKTPSLightDocument>> documents;
   for (const char* name : {"pump_housing.xml", "bracket.xml", "gear_shaft_legacy.xml"}) {
-    SCOPED_TRACE(name);
-    const VEKTPSLightDocument document =
-        VEKLoadDocumentFile((std::string(VEK_EXAMPLES_DIR) + "/" + name).c_str());
-    ASSERT_TRUE(document.Loaded());
-    ExpectSceneOfModel(document.Sets(), Build(document.Sets()));
+    documents.emplace_back(
+        name, VEKLoadDocumentFile((std::string(VEK_EXAMPLES_DIR) + "/" + name).c_str()));
   }
-}
-
-TEST(Scene, GeneratedDocumentsShareIdenticalGraphics) {
+  // Generated documents share identical graphics among their annotations.
   for (const VEKGeneratedSchema schema :
        {VEKGeneratedSchema::Current, VEKGeneratedSchema::Legacy}) {
     const std::string xml = VEKGenerateDocument({schema, 400, 7});
-    const VEKTPSLightDocument document = VEKLoadDocument(xml.data(), xml.size());
+    documents.emplace_back("generated", VEKLoadDocument(xml.data(), xml.size()));
+  }
+  for (const auto& [name, document] : documents) {
+    SCOPED_TRACE(name);
     ASSERT_TRUE(document.Loaded());
     ExpectSceneOfModel(document.Sets(), Build(document.Sets()));
   }
@@ -189,27 +188,9 @@ TEST(Scene, SharedGlbSamplesAreCarriedWithTheirGeometry) {
   EXPECT_GE(carried, 15);
 }
 
-class SceneModel : public testing::Test {
+class SceneModel : public testing::Test, protected vek_test::OneSet {
  protected:
-  template <class Object>
-  VEKComPtr<Object> Make(HRESULT (VEKTPSLightContainer::*create)(Object**, VEKITPSLightSet*),
-                         int id) {
-    VEKComPtr<Object> object;
-    EXPECT_EQ(S_OK, (container_.Get()->*create)(object.ReleaseAndGetAddressOf(), sets_[0].Get()));
-    EXPECT_EQ(S_OK, Query<VEKITPSLight>(object.Get())->SetId(id));
-    return object;
-  }
-
-  VEKComPtr<VEKTPSLightContainer> container_ = [] {
-    VEKComPtr<VEKTPSLightContainer> container;
-    container.Attach(new VEKTPSLightContainer());
-    return container;
-  }();
-  Sets sets_ = [this] {
-    Sets sets(1);
-    EXPECT_EQ(S_OK, container_->CreateLightSet(sets[0].ReleaseAndGetAddressOf(), nullptr));
-    return sets;
-  }();
+  Sets sets_{set_};
 };
 
 using Vec = std::array<double, 3>;
@@ -248,7 +229,7 @@ TEST_F(SceneModel, CaptureCameraLooksAlongItsDirectionWithItsZenithUp) {
       {Vec{0, 0, 5}, Vec{0, 0, 0}, Vec{0, 1, 0}, Vec{0, 0, 5}, std::nullopt, std::nullopt},
   };
   for (const Row& row : rows) {
-    auto capture = Make(&VEKTPSLightContainer::CreateCapture, 500);
+    auto capture = Make<VEKITPSLightCapture>(500);
     auto set = [&](HRESULT (VEKITPSLightCapture::*setter)(double, double, double),
                    const std::optional<Vec>& v) {
       if (v) {
@@ -286,10 +267,10 @@ TEST_F(SceneModel, CaptureCameraLooksAlongItsDirectionWithItsZenithUp) {
 }
 
 TEST_F(SceneModel, CameraNodeNamesWhatTheCaptureShows) {
-  auto annotation = Make(&VEKTPSLightContainer::CreateAnnotation, 7);
-  auto view = Make(&VEKTPSLightContainer::CreateView, 201);
-  auto cg = Make(&VEKTPSLightContainer::CreateCG, 401);
-  auto capture = Make(&VEKTPSLightContainer::CreateCapture, 501);
+  auto annotation = Make<VEKITPSLightAnnotation>(7);
+  auto view = Make<VEKITPSLightView>(201);
+  auto cg = Make<VEKITPSLightCG>(401);
+  auto capture = Make<VEKITPSLightCapture>(501);
   ASSERT_EQ(S_OK, capture->AddTPS(Query<VEKBaseUnknown>(annotation.Get()).Get()));
   ASSERT_EQ(S_OK, capture->AddView(Query<VEKBaseUnknown>(view.Get()).Get()));
   ASSERT_EQ(S_OK, capture->SetActiveView(Query<VEKBaseUnknown>(view.Get()).Get()));
@@ -364,7 +345,7 @@ TEST_F(SceneModel, BlobsThatCannotBeCarriedAreLeftOut) {
     std::vector<char> glb = vek_test::BuildGlb(parts);
     VEKRep* rep = VEKReadSceneGraph(glb.data(), static_cast<int>(glb.size()));
     ASSERT_TRUE(rep) << row.what;
-    auto annotation = Make(&VEKTPSLightContainer::CreateAnnotation, 1);
+    auto annotation = Make<VEKITPSLightAnnotation>(1);
     ASSERT_EQ(S_OK, annotation->SetRep(rep));
   }
   VEKTPSLightSceneCounts counts;

@@ -1,8 +1,12 @@
-// Typed queries on model objects, for the suites that read a model back.
+// Typed creation of and queries on model objects, for the suites that fill a model by hand or
+// read one back.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <optional>
 #include <string>
+#include <type_traits>
 
 #include "VEKComPtr.h"
 #include "VEKTPSLightModel.h"
@@ -27,5 +31,56 @@ inline std::string Utf8(const VEKUnicodeString& text) { return text.ConvertToCha
 inline std::string Utf8(const std::optional<VEKUnicodeString>& text) {
   return text ? Utf8(*text) : std::string("<unset>");
 }
+
+inline VEKComPtr<VEKTPSLightContainer> MakeContainer() {
+  VEKComPtr<VEKTPSLightContainer> container;
+  container.Attach(new VEKTPSLightContainer());
+  return container;
+}
+
+inline VEKComPtr<VEKITPSLightSet> MakeSet(VEKTPSLightContainer* container,
+                                          VEKBaseUnknown* father = nullptr) {
+  VEKComPtr<VEKITPSLightSet> set;
+  EXPECT_EQ(container->CreateLightSet(set.ReleaseAndGetAddressOf(), father), S_OK);
+  return set;
+}
+
+// A new object of family `I` in `set`, made through the container's creator for `I`.
+template <class I>
+VEKComPtr<I> Create(VEKTPSLightContainer* container, VEKITPSLightSet* set) {
+  VEKComPtr<I> made;
+  HRESULT result = E_FAIL;
+  if constexpr (std::is_same_v<I, VEKITPSLightAnnotation>) {
+    result = container->CreateAnnotation(made.ReleaseAndGetAddressOf(), set);
+  } else if constexpr (std::is_same_v<I, VEKITPSLightView>) {
+    result = container->CreateView(made.ReleaseAndGetAddressOf(), set);
+  } else if constexpr (std::is_same_v<I, VEKITPSLightTTRS>) {
+    result = container->CreateTTRS(made.ReleaseAndGetAddressOf(), set);
+  } else if constexpr (std::is_same_v<I, VEKITPSLightRefFrame>) {
+    result = container->CreateRefFrame(made.ReleaseAndGetAddressOf(), set);
+  } else if constexpr (std::is_same_v<I, VEKITPSLightCG>) {
+    result = container->CreateCG(made.ReleaseAndGetAddressOf(), set);
+  } else {
+    result = container->CreateCapture(made.ReleaseAndGetAddressOf(), set);
+  }
+  EXPECT_EQ(result, S_OK);
+  return made;
+}
+
+// A real container and one set, with objects made in it, given an id when one is asked for.
+class OneSet {
+ protected:
+  template <class I>
+  VEKComPtr<I> Make(std::optional<int> id = std::nullopt) {
+    VEKComPtr<I> object = Create<I>(container_.Get(), set_.Get());
+    if (id) {
+      EXPECT_EQ(Query<VEKITPSLight>(object.Get())->SetId(*id), S_OK);
+    }
+    return object;
+  }
+
+  VEKComPtr<VEKTPSLightContainer> container_ = MakeContainer();
+  VEKComPtr<VEKITPSLightSet> set_ = MakeSet(container_.Get());
+};
 
 }  // namespace vek_test

@@ -1,4 +1,4 @@
-// The recording light annotation model: every call is written to the container's ledger.
+// The recording container: proxies of the real model's objects that log each call and hand it on.
 #include "RecordingModel.h"
 
 #include <cstdio>
@@ -6,16 +6,12 @@
 #include <type_traits>
 
 #include "ModelQueries.h"
-#include "VEKComPtr.h"
 #include "VEKSceneGraph.h"
 #include "VEKUnicodeString.h"
 
 namespace vek_test {
 
 namespace {
-
-using Text = std::optional<VEKUnicodeString>;
-using Vector = std::optional<VEKVector3>;
 
 const char kKindLetters[] = "SAVTRGC";
 
@@ -34,19 +30,13 @@ std::string InterfaceName(const IID& iid) {
       {&VEKITPSLightRefFrame::kIID, "VEKITPSLightRefFrame"},
       {&VEKITPSLightCG::kIID, "VEKITPSLightCG"},
       {&VEKITPSLightCapture::kIID, "VEKITPSLightCapture"},
-      {&VEKTPSLightContainer::kIID, "VEKTPSLightContainer"},
   };
   for (const auto& [known, name] : kNames) {
     if (*known == iid) return name;
   }
-  char text[40];
-  std::snprintf(text, sizeof text, "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}",
-                static_cast<unsigned>(iid.Data1), iid.Data2, iid.Data3, iid.Data4[0], iid.Data4[1],
-                iid.Data4[2], iid.Data4[3], iid.Data4[4], iid.Data4[5], iid.Data4[6], iid.Data4[7]);
-  return text;
+  return "?";
 }
 
-// Ledger forms of call arguments.
 std::string Show(int value) { return std::to_string(value); }
 std::string Show(double value) {
   char text[32];
@@ -56,6 +46,7 @@ std::string Show(double value) {
 std::string Show(const wchar_t* text) {
   return text ? "\"" + std::string(VEKUnicodeString(text).ConvertToChar()) + "\"" : "null";
 }
+std::string Show(const VEKRep* rep) { return rep ? "rep" : "null"; }
 std::string Show(const VEKRawCollint* numbers) {
   if (!numbers) return "null";
   std::string text = "[";
@@ -72,20 +63,7 @@ bool IsReferenceLine(const std::string& line) {
   return false;
 }
 
-// VEKITPSLight and these interfaces both declare SetRep(VEKRep*); the shims route the object's
-// own one to SetGraphicRep so that the two are recorded apart.
-template <class Interface>
-class GraphicRepFace : public Interface {
- public:
-  HRESULT SetRep(VEKRep* rep) final { return SetGraphicRep(rep); }
-
- protected:
-  virtual HRESULT SetGraphicRep(VEKRep* rep) = 0;
-};
-
 }  // namespace
-
-void Ledger::Add(std::string line) { lines_.push_back(std::move(line)); }
 
 std::vector<std::string> Ledger::Filter(const std::string& prefix) const {
   std::vector<std::string> kept;
@@ -109,122 +87,78 @@ std::string Ledger::Text() const {
   return text;
 }
 
-class RecordingSet;
+std::string Joined(const std::vector<std::string>& lines) {
+  std::string text;
+  for (const std::string& line : lines) text += (text.empty() ? "" : " | ") + line;
+  return text;
+}
 
-// The values common to every recording object (VEKITPSLight), its name, its references and the
-// logging helpers its setters share.
-class RecordingObject : public VEKITPSLight {
+// What every proxy has: its name, its count of references handed out, the real object behind it.
+class Recorded {
  public:
-  struct Face {
-    const IID* iid;
-    VEKBaseUnknown* face;
-  };
-
-  RecordingObject(RecordingContainer& container, RecordingKind kind, RecordingSet* set)
-      : container_(container), kind_(kind), set_(set) {
-    name_ = kKindLetters[Index(kind)] +
-            std::to_string(++container.created_[static_cast<std::size_t>(Index(kind))]);
+  Recorded(RecordingContainer& container, RecordingKind kind, VEKBaseUnknown* real)
+      : container_(container), kind_(kind), real_(real) {
+    name_ = kKindLetters[Index(kind)] + std::to_string(++container.created_[Index(kind)]);
   }
+  virtual ~Recorded() = default;
 
   const std::string& Name() const { return name_; }
   RecordingKind Kind() const { return kind_; }
-  RecordingSet* Set() const { return set_; }
-  int OutsideReferences() const { return references_ - 1; }
-  // The interfaces the object offers, its identity first.
-  virtual std::vector<Face> Faces() = 0;
-
-  VEKBaseUnknown* Identity() { return Faces().front().face; }
-  void* FaceOf(const IID& iid) {
-    for (const Face& face : Faces()) {
-      if (*face.iid == iid) return face.face;
-    }
-    return iid == VEKBaseUnknown::kIID ? Identity() : nullptr;
-  }
-  bool Owns(const VEKBaseUnknown* candidate) {
-    for (const Face& face : Faces()) {
-      if (face.face == candidate) return true;
-    }
-    return false;
-  }
-  // Counts the reference that a creation or a lookup hands out.
+  VEKBaseUnknown* Real() const { return real_; }
+  int References() const { return references_; }
+  // The proxy's face for `iid` (its identity for VEKBaseUnknown); null for one it does not offer.
+  virtual void* FaceOf(const IID& iid) = 0;
+  VEKBaseUnknown* Identity() { return static_cast<VEKBaseUnknown*>(FaceOf(VEKBaseUnknown::kIID)); }
+  // Counts a reference the real model handed out for this object.
   void HandOut() { ++references_; }
 
-  HRESULT SetName(const wchar_t* name) override { return Keep("SetName", name, name_value_); }
-  HRESULT SetType(unsigned short type) override { return Keep("SetType", type, type_); }
-  HRESULT SetRep(VEKRep* rep) override { return KeepRep("SetRep", rep, rep_); }
-  HRESULT SetId(int id) override { return Keep("SetId", id, id_); }
-  HRESULT SetStatus(unsigned short status) override { return Keep("SetStatus", status, status_); }
-  HRESULT SetUuid(const wchar_t* uuid) override { return Keep("SetUuid", uuid, uuid_); }
-  Text GetName() const override { return name_value_; }
-  std::optional<unsigned short> GetType() const override { return type_; }
-  const VEKRep* GetRep() const override { return rep_.get(); }
-  std::optional<int> GetId() const override { return id_; }
-  std::optional<unsigned short> GetStatus() const override { return status_; }
-  Text GetUuid() const override { return uuid_; }
+  void Log(const std::string& call) { container_.ledger_.Add(name_ + "." + call); }
+  // The proxy of the real object `real`; null for none.
+  Recorded* Find(const VEKBaseUnknown* real) const { return container_.Find(real); }
+  // A call argument as the ledger writes it: objects by name, lists of them by their names.
+  template <class Value>
+  std::string Show(Value value) const {
+    if constexpr (std::is_convertible_v<Value, const VEKBaseUnknown*>) {
+      return container_.NameOf(value);
+    } else if constexpr (std::is_same_v<Value, VEKLightObjectList*>) {
+      if (!value) return "null";
+      std::string text = "[";
+      for (int position = 0; position < value->Count(); ++position) {
+        text += (position > 0 ? "," : "") + container_.NameOf(value->Get(position));
+      }
+      return text + "]";
+    } else {
+      return vek_test::Show(value);
+    }
+  }
 
  protected:
-  void Log(const std::string& call) { container_.ledger_.Add(name_ + "." + call); }
-  std::string NameOf(const VEKBaseUnknown* face) const { return container_.NameOf(face); }
-
   HRESULT Query(const IID& iid, void** out) {
     if (!out) return E_POINTER;
     *out = container_.Refuses(*this, iid) ? nullptr : FaceOf(iid);
+    // What the proxy does not offer is the real object's: the model's own queries pass unwritten.
+    if (!*out && !container_.Refuses(*this, iid) && VEKSucceeded(real_->QueryInterface(iid, out)))
+      return S_OK;
     Log("QueryInterface(" + InterfaceName(iid) + ") -> " + (*out ? "ok" : "refused"));
     if (!*out) return E_NOINTERFACE;
     ++references_;
+    real_->AddRef();
     return S_OK;
   }
   std::uint32_t Reference() {
     Log("AddRef()");
-    return static_cast<std::uint32_t>(++references_);
+    ++references_;
+    return real_->AddRef();
   }
   std::uint32_t Unreference() {
-    if (references_ <= 1) {
+    if (references_ == 0) {
       Log("Release() -> over-release");
       ++container_.overReleases_;
       return 0;
     }
     Log("Release()");
-    return static_cast<std::uint32_t>(--references_);
-  }
-
-  // Logs `operation(value)` and stores the value; `Target` is an optional, a vector (appended
-  // to) or a flag.
-  template <class Value, class Target>
-  HRESULT Keep(const char* operation, Value value, Target& target) {
-    Log(std::string(operation) + "(" + Show(value) + ")");
-    if constexpr (std::is_same_v<Target, std::vector<int>>) {
-      target.push_back(value);
-    } else if constexpr (std::is_same_v<Value, const wchar_t*>) {
-      if (!value) return E_POINTER;
-      target.emplace(value);
-    } else {
-      target = value;
-    }
-    return S_OK;
-  }
-  HRESULT Keep(const char* operation, double x, double y, double z, Vector& target) {
-    Log(std::string(operation) + "(" + Show(x) + ", " + Show(y) + ", " + Show(z) + ")");
-    target = VEKVector3{x, y, z};
-    return S_OK;
-  }
-  HRESULT KeepRep(const char* operation, VEKRep* rep, std::unique_ptr<VEKRep>& target) {
-    Log(std::string(operation) + "(" + (rep ? "rep" : "null") + ")");
-    if (rep != target.get()) target.reset(rep);
-    return S_OK;
-  }
-  // Logs the call and stores the identity of `object` when this container made it.
-  HRESULT Link(const char* operation, VEKBaseUnknown* object, VEKLightObjectList& target) {
-    VEKBaseUnknown* identity = nullptr;
-    if (Link(operation, object, identity) != S_OK) return E_INVALIDARG;
-    return target.Append(identity);
-  }
-  HRESULT Link(const char* operation, VEKBaseUnknown* object, VEKBaseUnknown*& target) {
-    Log(std::string(operation) + "(" + NameOf(object) + ")");
-    RecordingObject* found = container_.Find(object);
-    if (!found) return E_INVALIDARG;
-    target = found->Identity();
-    return S_OK;
+    --references_;
+    return real_->Release();
   }
 
   RecordingContainer& container_;
@@ -232,279 +166,272 @@ class RecordingObject : public VEKITPSLight {
  private:
   std::string name_;
   const RecordingKind kind_;
-  RecordingSet* const set_;
+  VEKBaseUnknown* const real_;
   int references_ = 1;
-  Text name_value_, uuid_;
-  std::optional<unsigned short> type_, status_;
-  std::unique_ptr<VEKRep> rep_;
-  std::optional<int> id_;
 };
 
-// A recording object answering `Primary` (its identity), VEKITPSLight and `Extra`.
-template <class Primary, class... Extra>
-class Recorded : public RecordingObject, public Primary, public Extra... {
- public:
-  Recorded(RecordingContainer& container, RecordingKind kind, RecordingSet* set)
-      : RecordingObject(container, kind, set) {}
+namespace {
 
-  std::vector<Face> Faces() override {
-    return {{&Primary::kIID, static_cast<Primary*>(this)},
-            {&VEKITPSLight::kIID, static_cast<VEKITPSLight*>(this)},
-            {&Extra::kIID, static_cast<Extra*>(this)}...};
+// The face of interface I that logs each call made through it and hands it on to the real object.
+template <class I>
+class Logged : public I {
+ public:
+  void Bind(Recorded* self) {
+    self_ = self;
+    real_ = Query<I>(self->Real()).Get();  // the container keeps the model alive
+  }
+
+ protected:
+  template <class... Parameters, class... Arguments>
+  HRESULT Call(const char* name, HRESULT (I::*method)(Parameters...), Arguments... arguments) {
+    std::string shown;
+    ((shown += (shown.empty() ? "" : ", ") + self_->Show(arguments)), ...);
+    self_->Log(std::string(name) + "(" + shown + ")");
+    return (real_->*method)(arguments...);
+  }
+
+  Recorded* self_ = nullptr;
+  I* real_ = nullptr;
+};
+
+#define VEK_CALL(method, ...) Call(#method, &Interface::method, __VA_ARGS__)
+
+template <class I>
+class Face;
+
+template <>
+class Face<VEKITPSLight> : public Logged<VEKITPSLight> {
+  using Interface = VEKITPSLight;
+
+ public:
+  HRESULT SetName(const wchar_t* name) override { return VEK_CALL(SetName, name); }
+  HRESULT SetType(unsigned short type) override { return VEK_CALL(SetType, type); }
+  HRESULT SetRep(VEKRep* rep) override { return VEK_CALL(SetRep, rep); }
+  HRESULT SetId(int id) override { return VEK_CALL(SetId, id); }
+  HRESULT SetStatus(unsigned short status) override { return VEK_CALL(SetStatus, status); }
+  HRESULT SetUuid(const wchar_t* uuid) override { return VEK_CALL(SetUuid, uuid); }
+  std::optional<VEKUnicodeString> GetName() const override { return real_->GetName(); }
+  std::optional<unsigned short> GetType() const override { return real_->GetType(); }
+  const VEKRep* GetRep() const override { return real_->GetRep(); }
+  std::optional<int> GetId() const override { return real_->GetId(); }
+  std::optional<unsigned short> GetStatus() const override { return real_->GetStatus(); }
+  std::optional<VEKUnicodeString> GetUuid() const override { return real_->GetUuid(); }
+};
+
+template <>
+class Face<VEKITPSLightSet> : public Logged<VEKITPSLightSet> {
+  using Interface = VEKITPSLightSet;
+
+ public:
+  HRESULT SetStandard(const wchar_t* text) override { return VEK_CALL(SetStandard, text); }
+  VEKLightObjectList* GetAnnotations() override {
+    self_->Log("GetAnnotations()");
+    return real_->GetAnnotations();
+  }
+  std::optional<VEKUnicodeString> GetStandard() const override { return real_->GetStandard(); }
+  const VEKLightObjectList& GetTTRS() const override { return real_->GetTTRS(); }
+  const VEKLightObjectList& GetViews() const override { return real_->GetViews(); }
+  const VEKLightObjectList& GetRefFrames() const override { return real_->GetRefFrames(); }
+  const VEKLightObjectList& GetCGs() const override { return real_->GetCGs(); }
+  const VEKLightObjectList& GetCaptures() const override { return real_->GetCaptures(); }
+  VEKBaseUnknown* GetFather() const override { return real_->GetFather(); }
+  HRESULT GetPreviousSet(VEKITPSLightSet** out) const override {
+    return real_->GetPreviousSet(out);
+  }
+  const std::vector<VEKTPSLightUnresolved>& GetUnresolvedReferences() const override {
+    return real_->GetUnresolvedReferences();
+  }
+  const std::vector<VEKTPSLightUnresolved>& GetDuplicateIds() const override {
+    return real_->GetDuplicateIds();
+  }
+  VEKBaseUnknown* FindObject(int id, int kind) const override {
+    return real_->FindObject(id, kind);
+  }
+};
+
+template <>
+class Face<VEKITPSIdBroker> : public Logged<VEKITPSIdBroker> {
+ public:
+  // Hands out the proxy of what the real broker finds.
+  HRESULT GetObjectFromId(int id, int kind, VEKBaseUnknown** out) override;
+};
+
+template <>
+class Face<VEKITPSLightModel> : public Logged<VEKITPSLightModel> {
+  using Interface = VEKITPSLightModel;
+
+ public:
+  HRESULT SetOrderGroup(VEKLightObjectList* group) override {
+    return VEK_CALL(SetOrderGroup, group);
+  }
+  HRESULT SetView(VEKITPSLightView* view) override { return VEK_CALL(SetView, view); }
+  const VEKLightObjectList* GetOrderGroup() const override { return real_->GetOrderGroup(); }
+  const VEKLightObjectList& GetViews() const override { return real_->GetViews(); }
+};
+
+template <>
+class Face<VEKITPSLightAnnotation> : public Logged<VEKITPSLightAnnotation> {
+  using Interface = VEKITPSLightAnnotation;
+
+ public:
+  HRESULT SetValue(double value) override { return VEK_CALL(SetValue, value); }
+  HRESULT SetDefault(int flag) override { return VEK_CALL(SetDefault, flag); }
+  HRESULT AddTTRS(int id) override { return VEK_CALL(AddTTRS, id); }
+  HRESULT SetReference(int ref) override { return VEK_CALL(SetReference, ref); }
+  HRESULT SetAttribute(const wchar_t* text) override { return VEK_CALL(SetAttribute, text); }
+  HRESULT SetRep(VEKRep* rep) override { return Call("SetGraphicRep", &Interface::SetRep, rep); }
+  std::optional<double> GetValue() const override { return real_->GetValue(); }
+  bool IsDefault() const override { return real_->IsDefault(); }
+  const std::vector<int>& GetTTRS() const override { return real_->GetTTRS(); }
+  std::optional<int> GetReference() const override { return real_->GetReference(); }
+  std::optional<VEKUnicodeString> GetAttribute() const override { return real_->GetAttribute(); }
+  const VEKRep* GetGraphicRep() const override { return real_->GetGraphicRep(); }
+};
+
+template <>
+class Face<VEKITPSLightView> : public Logged<VEKITPSLightView> {
+  using Interface = VEKITPSLightView;
+
+ public:
+  HRESULT SetOrigin(double x, double y, double z) override { return VEK_CALL(SetOrigin, x, y, z); }
+  HRESULT SetNormal(double x, double y, double z) override { return VEK_CALL(SetNormal, x, y, z); }
+  HRESULT SetDirection(double x, double y, double z) override {
+    return VEK_CALL(SetDirection, x, y, z);
+  }
+  HRESULT AddTPS(VEKBaseUnknown* annotation) override { return VEK_CALL(AddTPS, annotation); }
+  HRESULT AddCapture(VEKBaseUnknown* capture) override { return VEK_CALL(AddCapture, capture); }
+  std::optional<VEKVector3> GetOrigin() const override { return real_->GetOrigin(); }
+  std::optional<VEKVector3> GetNormal() const override { return real_->GetNormal(); }
+  std::optional<VEKVector3> GetDirection() const override { return real_->GetDirection(); }
+  const VEKLightObjectList& GetAnnotations() const override { return real_->GetAnnotations(); }
+  const VEKLightObjectList& GetCaptures() const override { return real_->GetCaptures(); }
+};
+
+template <>
+class Face<VEKITPSLightTTRS> : public Logged<VEKITPSLightTTRS> {
+  using Interface = VEKITPSLightTTRS;
+
+ public:
+  HRESULT AddGeometry(VEKRawCollint* ids) override { return VEK_CALL(AddGeometry, ids); }
+  int GetGeometryCount() const override { return real_->GetGeometryCount(); }
+  const VEKRawCollint* GetGeometry(int index) const override { return real_->GetGeometry(index); }
+};
+
+template <>
+class Face<VEKITPSLightRefFrame> : public Logged<VEKITPSLightRefFrame> {
+  using Interface = VEKITPSLightRefFrame;
+
+ public:
+  HRESULT AddDatum(VEKBaseUnknown* datum) override { return VEK_CALL(AddDatum, datum); }
+  HRESULT AddTTRS(int id) override { return VEK_CALL(AddTTRS, id); }
+  HRESULT SetAttribute(const wchar_t* text) override { return VEK_CALL(SetAttribute, text); }
+  const VEKLightObjectList& GetDatums() const override { return real_->GetDatums(); }
+  const std::vector<int>& GetTTRS() const override { return real_->GetTTRS(); }
+  std::optional<VEKUnicodeString> GetAttribute() const override { return real_->GetAttribute(); }
+};
+
+template <>
+class Face<VEKITPSLightCG> : public Logged<VEKITPSLightCG> {
+  using Interface = VEKITPSLightCG;
+
+ public:
+  HRESULT AddTTRS(int id) override { return VEK_CALL(AddTTRS, id); }
+  HRESULT AddTRep(int id) override { return VEK_CALL(AddTRep, id); }
+  HRESULT SetAttribute(const wchar_t* text) override { return VEK_CALL(SetAttribute, text); }
+  const std::vector<int>& GetTTRS() const override { return real_->GetTTRS(); }
+  const std::vector<int>& GetTReps() const override { return real_->GetTReps(); }
+  std::optional<VEKUnicodeString> GetAttribute() const override { return real_->GetAttribute(); }
+};
+
+template <>
+class Face<VEKITPSLightCapture> : public Logged<VEKITPSLightCapture> {
+  using Interface = VEKITPSLightCapture;
+
+ public:
+  HRESULT AddTPS(VEKBaseUnknown* annotation) override { return VEK_CALL(AddTPS, annotation); }
+  HRESULT AddView(VEKBaseUnknown* view) override { return VEK_CALL(AddView, view); }
+  HRESULT SetActiveView(VEKBaseUnknown* view) override { return VEK_CALL(SetActiveView, view); }
+  HRESULT SetClippingPlane(int clip) override { return VEK_CALL(SetClippingPlane, clip); }
+  HRESULT SetCameraPosition(double x, double y, double z) override {
+    return VEK_CALL(SetCameraPosition, x, y, z);
+  }
+  HRESULT SetCameraDirection(double x, double y, double z) override {
+    return VEK_CALL(SetCameraDirection, x, y, z);
+  }
+  HRESULT SetCameraZenith(double x, double y, double z) override {
+    return VEK_CALL(SetCameraZenith, x, y, z);
+  }
+  HRESULT SetCameraTarget(double x, double y, double z) override {
+    return VEK_CALL(SetCameraTarget, x, y, z);
+  }
+  HRESULT SetCameraType(int type) override { return VEK_CALL(SetCameraType, type); }
+  HRESULT AddCG(VEKBaseUnknown* cg) override { return VEK_CALL(AddCG, cg); }
+  HRESULT SetRep(VEKRep* rep) override { return Call("SetGraphicRep", &Interface::SetRep, rep); }
+  const VEKLightObjectList& GetAnnotations() const override { return real_->GetAnnotations(); }
+  const VEKLightObjectList& GetViews() const override { return real_->GetViews(); }
+  VEKBaseUnknown* GetActiveView() const override { return real_->GetActiveView(); }
+  std::optional<int> GetClippingPlane() const override { return real_->GetClippingPlane(); }
+  std::optional<VEKVector3> GetCameraPosition() const override {
+    return real_->GetCameraPosition();
+  }
+  std::optional<VEKVector3> GetCameraDirection() const override {
+    return real_->GetCameraDirection();
+  }
+  std::optional<VEKVector3> GetCameraZenith() const override { return real_->GetCameraZenith(); }
+  std::optional<VEKVector3> GetCameraTarget() const override { return real_->GetCameraTarget(); }
+  std::optional<int> GetCameraType() const override { return real_->GetCameraType(); }
+  const VEKLightObjectList& GetCGs() const override { return real_->GetCGs(); }
+  const VEKRep* GetGraphicRep() const override { return real_->GetGraphicRep(); }
+};
+
+#undef VEK_CALL
+
+// The proxy of one real object: `Primary` (its identity), VEKITPSLight and `Extra`.
+template <RecordingKind kProxyKind, class Primary, class... Extra>
+class Proxy final : public Recorded,
+                    public Face<Primary>,
+                    public Face<VEKITPSLight>,
+                    public Face<Extra>... {
+ public:
+  static constexpr RecordingKind kKind = kProxyKind;
+
+  Proxy(RecordingContainer& container, Primary* real) : Recorded(container, kProxyKind, real) {
+    Face<Primary>::Bind(this);
+    Face<VEKITPSLight>::Bind(this);
+    (Face<Extra>::Bind(this), ...);
+  }
+
+  void* FaceOf(const IID& iid) override {
+    if (iid == VEKBaseUnknown::kIID || iid == Primary::kIID) return static_cast<Primary*>(this);
+    if (iid == VEKITPSLight::kIID) return static_cast<VEKITPSLight*>(this);
+    void* face = nullptr;
+    (void)((iid == Extra::kIID && (face = static_cast<Extra*>(this))) || ...);
+    return face;
   }
   HRESULT QueryInterface(const IID& iid, void** out) override { return Query(iid, out); }
   std::uint32_t AddRef() override { return Reference(); }
   std::uint32_t Release() override { return Unreference(); }
 };
 
-class RecordingSet final : public Recorded<VEKITPSLightSet, VEKITPSIdBroker> {
- public:
-  RecordingSet(RecordingContainer& container, VEKBaseUnknown* father)
-      : Recorded(container, RecordingKind::Set, nullptr), father_(father) {}
+using SetProxy = Proxy<RecordingKind::Set, VEKITPSLightSet, VEKITPSIdBroker>;
+using AnnotationProxy = Proxy<RecordingKind::Annotation, VEKITPSLightAnnotation, VEKITPSLightModel>;
+using ViewProxy = Proxy<RecordingKind::View, VEKITPSLightView>;
+using TTRSProxy = Proxy<RecordingKind::TTRS, VEKITPSLightTTRS>;
+using RefFrameProxy = Proxy<RecordingKind::RefFrame, VEKITPSLightRefFrame>;
+using CGProxy = Proxy<RecordingKind::CG, VEKITPSLightCG>;
+using CaptureProxy = Proxy<RecordingKind::Capture, VEKITPSLightCapture>;
 
-  VEKLightObjectList& Family(RecordingKind kind) { return families_[Index(kind) - 1]; }
-
-  HRESULT SetStandard(const wchar_t* text) override { return Keep("SetStandard", text, standard_); }
-  VEKLightObjectList* GetAnnotations() override {
-    Log("GetAnnotations()");
-    return &Family(RecordingKind::Annotation);
-  }
-  Text GetStandard() const override { return standard_; }
-  const VEKLightObjectList& GetViews() const override { return families_[1]; }
-  const VEKLightObjectList& GetTTRS() const override { return families_[2]; }
-  const VEKLightObjectList& GetRefFrames() const override { return families_[3]; }
-  const VEKLightObjectList& GetCGs() const override { return families_[4]; }
-  const VEKLightObjectList& GetCaptures() const override { return families_[5]; }
-  VEKBaseUnknown* GetFather() const override { return father_; }
-  HRESULT GetPreviousSet(VEKITPSLightSet** out) const override {
-    if (!out) return E_POINTER;
-    *out = nullptr;
-    return S_FALSE;
-  }
-  const std::vector<VEKTPSLightUnresolved>& GetUnresolvedReferences() const override {
-    return unresolved_;
-  }
-  const std::vector<VEKTPSLightUnresolved>& GetDuplicateIds() const override { return duplicates_; }
-
-  VEKBaseUnknown* FindObject(int id, int kind) const override {
-    RecordingObject* found = Lookup(id, kind);
-    return found ? found->Identity() : nullptr;
-  }
-
-  HRESULT GetObjectFromId(int id, int kind, VEKBaseUnknown** out) override {
-    RecordingObject* found = out ? Lookup(id, kind) : nullptr;
-    Log("GetObjectFromId(" + Show(id) + ", " + Show(kind) + ") -> " +
-        (found ? found->Name() : "fail"));
-    if (!out) return E_POINTER;
-    *out = nullptr;
-    if (!found) {
-      unresolved_.push_back({id, kind});
-      return E_FAIL;
-    }
-    found->HandOut();
-    *out = found->Identity();
-    return S_OK;
-  }
-
- private:
-  // Test documents are small: a scan in creation order keeps "first created wins" obvious.
-  RecordingObject* Lookup(int id, int kind) const {
-    for (const std::unique_ptr<RecordingObject>& object : container_.objects_) {
-      if (object->Set() == this && Index(object->Kind()) == kind && object->GetId() == id) {
-        return object.get();
-      }
-    }
-    return nullptr;
-  }
-
-  VEKBaseUnknown* father_;
-  Text standard_;
-  VEKLightObjectList families_[6];
-  std::vector<VEKTPSLightUnresolved> unresolved_, duplicates_;
-};
-
-namespace {
-
-class RecordingAnnotation final
-    : public Recorded<GraphicRepFace<VEKITPSLightAnnotation>, VEKITPSLightModel> {
- public:
-  RecordingAnnotation(RecordingContainer& container, RecordingSet* set)
-      : Recorded(container, RecordingKind::Annotation, set) {}
-
-  HRESULT SetValue(double value) override { return Keep("SetValue", value, value_); }
-  HRESULT SetDefault(int flag) override { return Keep("SetDefault", flag, default_); }
-  HRESULT AddTTRS(int ttrsId) override { return Keep("AddTTRS", ttrsId, ttrs_); }
-  HRESULT SetReference(int ref) override { return Keep("SetReference", ref, reference_); }
-  HRESULT SetAttribute(const wchar_t* text) override {
-    return Keep("SetAttribute", text, attribute_);
-  }
-  HRESULT SetOrderGroup(VEKLightObjectList* group) override {
-    std::string members = group ? "[" : "null";
-    for (int position = 0; group && position < group->Count(); ++position) {
-      members += (position > 0 ? "," : "") + NameOf(group->Get(position));
-    }
-    Log("SetOrderGroup(" + members + (group ? "])" : ")"));
-    orderGroup_.reset(group);
-    return S_OK;
-  }
-  HRESULT SetView(VEKITPSLightView* view) override { return Link("SetView", view, views_); }
-  std::optional<double> GetValue() const override { return value_; }
-  bool IsDefault() const override { return default_ != 0; }
-  const std::vector<int>& GetTTRS() const override { return ttrs_; }
-  std::optional<int> GetReference() const override { return reference_; }
-  Text GetAttribute() const override { return attribute_; }
-  const VEKRep* GetGraphicRep() const override { return graphicRep_.get(); }
-  const VEKLightObjectList* GetOrderGroup() const override { return orderGroup_.get(); }
-  const VEKLightObjectList& GetViews() const override { return views_; }
-
- private:
-  HRESULT SetGraphicRep(VEKRep* rep) override { return KeepRep("SetGraphicRep", rep, graphicRep_); }
-
-  std::optional<double> value_;
-  int default_ = 0;
-  std::vector<int> ttrs_;
-  std::optional<int> reference_;
-  Text attribute_;
-  std::unique_ptr<VEKRep> graphicRep_;
-  std::unique_ptr<VEKLightObjectList> orderGroup_;
-  VEKLightObjectList views_;
-};
-
-class RecordingView final : public Recorded<VEKITPSLightView> {
- public:
-  RecordingView(RecordingContainer& container, RecordingSet* set)
-      : Recorded(container, RecordingKind::View, set) {}
-
-  HRESULT SetOrigin(double x, double y, double z) override {
-    return Keep("SetOrigin", x, y, z, origin_);
-  }
-  HRESULT SetNormal(double x, double y, double z) override {
-    return Keep("SetNormal", x, y, z, normal_);
-  }
-  HRESULT SetDirection(double x, double y, double z) override {
-    return Keep("SetDirection", x, y, z, direction_);
-  }
-  HRESULT AddTPS(VEKBaseUnknown* tps) override { return Link("AddTPS", tps, annotations_); }
-  HRESULT AddCapture(VEKBaseUnknown* capture) override {
-    return Link("AddCapture", capture, captures_);
-  }
-  Vector GetOrigin() const override { return origin_; }
-  Vector GetNormal() const override { return normal_; }
-  Vector GetDirection() const override { return direction_; }
-  const VEKLightObjectList& GetAnnotations() const override { return annotations_; }
-  const VEKLightObjectList& GetCaptures() const override { return captures_; }
-
- private:
-  Vector origin_, normal_, direction_;
-  VEKLightObjectList annotations_, captures_;
-};
-
-class RecordingTTRS final : public Recorded<VEKITPSLightTTRS> {
- public:
-  RecordingTTRS(RecordingContainer& container, RecordingSet* set)
-      : Recorded(container, RecordingKind::TTRS, set) {}
-
-  HRESULT AddGeometry(VEKRawCollint* ids) override {
-    Log("AddGeometry(" + Show(ids) + ")");
-    geometries_.emplace_back(ids);
-    return S_OK;
-  }
-  int GetGeometryCount() const override { return static_cast<int>(geometries_.size()); }
-  const VEKRawCollint* GetGeometry(int index) const override {
-    if (index < 0 || index >= GetGeometryCount()) return nullptr;
-    return geometries_[static_cast<std::size_t>(index)].get();
-  }
-
- private:
-  std::vector<std::unique_ptr<VEKRawCollint>> geometries_;
-};
-
-class RecordingRefFrame final : public Recorded<VEKITPSLightRefFrame> {
- public:
-  RecordingRefFrame(RecordingContainer& container, RecordingSet* set)
-      : Recorded(container, RecordingKind::RefFrame, set) {}
-
-  HRESULT AddDatum(VEKBaseUnknown* datum) override { return Link("AddDatum", datum, datums_); }
-  HRESULT AddTTRS(int ttrsId) override { return Keep("AddTTRS", ttrsId, ttrs_); }
-  HRESULT SetAttribute(const wchar_t* text) override {
-    return Keep("SetAttribute", text, attribute_);
-  }
-  const VEKLightObjectList& GetDatums() const override { return datums_; }
-  const std::vector<int>& GetTTRS() const override { return ttrs_; }
-  Text GetAttribute() const override { return attribute_; }
-
- private:
-  VEKLightObjectList datums_;
-  std::vector<int> ttrs_;
-  Text attribute_;
-};
-
-class RecordingCG final : public Recorded<VEKITPSLightCG> {
- public:
-  RecordingCG(RecordingContainer& container, RecordingSet* set)
-      : Recorded(container, RecordingKind::CG, set) {}
-
-  HRESULT AddTTRS(int ttrsId) override { return Keep("AddTTRS", ttrsId, ttrs_); }
-  HRESULT AddTRep(int repId) override { return Keep("AddTRep", repId, treps_); }
-  HRESULT SetAttribute(const wchar_t* text) override {
-    return Keep("SetAttribute", text, attribute_);
-  }
-  const std::vector<int>& GetTTRS() const override { return ttrs_; }
-  const std::vector<int>& GetTReps() const override { return treps_; }
-  Text GetAttribute() const override { return attribute_; }
-
- private:
-  std::vector<int> ttrs_, treps_;
-  Text attribute_;
-};
-
-class RecordingCapture final : public Recorded<GraphicRepFace<VEKITPSLightCapture>> {
- public:
-  RecordingCapture(RecordingContainer& container, RecordingSet* set)
-      : Recorded(container, RecordingKind::Capture, set) {}
-
-  HRESULT AddTPS(VEKBaseUnknown* tps) override { return Link("AddTPS", tps, annotations_); }
-  HRESULT AddView(VEKBaseUnknown* view) override { return Link("AddView", view, views_); }
-  HRESULT SetActiveView(VEKBaseUnknown* view) override {
-    return Link("SetActiveView", view, activeView_);
-  }
-  HRESULT SetClippingPlane(int clip) override { return Keep("SetClippingPlane", clip, clip_); }
-  HRESULT SetCameraPosition(double x, double y, double z) override {
-    return Keep("SetCameraPosition", x, y, z, position_);
-  }
-  HRESULT SetCameraDirection(double x, double y, double z) override {
-    return Keep("SetCameraDirection", x, y, z, direction_);
-  }
-  HRESULT SetCameraZenith(double x, double y, double z) override {
-    return Keep("SetCameraZenith", x, y, z, zenith_);
-  }
-  HRESULT SetCameraTarget(double x, double y, double z) override {
-    return Keep("SetCameraTarget", x, y, z, target_);
-  }
-  HRESULT SetCameraType(int type) override { return Keep("SetCameraType", type, cameraType_); }
-  HRESULT AddCG(VEKBaseUnknown* cg) override { return Link("AddCG", cg, cgs_); }
-
-  const VEKLightObjectList& GetAnnotations() const override { return annotations_; }
-  const VEKLightObjectList& GetViews() const override { return views_; }
-  VEKBaseUnknown* GetActiveView() const override { return activeView_; }
-  std::optional<int> GetClippingPlane() const override { return clip_; }
-  Vector GetCameraPosition() const override { return position_; }
-  Vector GetCameraDirection() const override { return direction_; }
-  Vector GetCameraZenith() const override { return zenith_; }
-  Vector GetCameraTarget() const override { return target_; }
-  std::optional<int> GetCameraType() const override { return cameraType_; }
-  const VEKLightObjectList& GetCGs() const override { return cgs_; }
-  const VEKRep* GetGraphicRep() const override { return graphicRep_.get(); }
-
- private:
-  HRESULT SetGraphicRep(VEKRep* rep) override { return KeepRep("SetGraphicRep", rep, graphicRep_); }
-
-  VEKLightObjectList annotations_, views_, cgs_;
-  VEKBaseUnknown* activeView_ = nullptr;
-  std::optional<int> clip_, cameraType_;
-  Vector position_, direction_, zenith_, target_;
-  std::unique_ptr<VEKRep> graphicRep_;
-};
+HRESULT Face<VEKITPSIdBroker>::GetObjectFromId(int id, int kind, VEKBaseUnknown** out) {
+  VEKBaseUnknown* found = nullptr;
+  const HRESULT result = real_->GetObjectFromId(id, kind, out ? &found : nullptr);
+  Recorded* proxy = self_->Find(found);
+  self_->Log("GetObjectFromId(" + std::to_string(id) + ", " + std::to_string(kind) + ") -> " +
+             (proxy ? proxy->Name() : "fail"));
+  if (!out) return result;
+  *out = proxy ? proxy->Identity() : found;
+  if (proxy) proxy->HandOut();
+  return result;
+}
 
 }  // namespace
 
@@ -513,7 +440,7 @@ RecordingContainer::RecordingContainer() = default;
 RecordingContainer::~RecordingContainer() = default;
 
 void RecordingContainer::RefuseCreation(RecordingKind kind, int nth) {
-  refusedCreations_.insert({Index(kind), nth});
+  refusedCreations_.push_back({kind, nth == 0 ? 0 : attempts_[Index(kind)] + nth});
 }
 
 void RecordingContainer::RefuseInterface(const std::string& name, const IID& iid) {
@@ -525,66 +452,37 @@ void RecordingContainer::RefuseInterface(RecordingKind kind, const IID& iid) {
 }
 
 void* RecordingContainer::FaceOf(const std::string& name, const IID& iid) const {
-  RecordingObject* object = Find(name);
-  return object ? object->FaceOf(iid) : nullptr;
+  for (const std::unique_ptr<Recorded>& object : objects_) {
+    if (object->Name() == name) return object->FaceOf(iid);
+  }
+  return nullptr;
+}
+
+Recorded* RecordingContainer::Find(const VEKBaseUnknown* face) const {
+  if (!face) return nullptr;
+  for (const std::unique_ptr<Recorded>& object : objects_) {
+    if (object->Real() == face) return object.get();
+    for (const IID* iid : {&VEKBaseUnknown::kIID, &VEKITPSLight::kIID, &VEKITPSIdBroker::kIID,
+                           &VEKITPSLightModel::kIID}) {
+      if (object->FaceOf(*iid) == face) return object.get();
+    }
+  }
+  return nullptr;
 }
 
 std::string RecordingContainer::NameOf(const VEKBaseUnknown* face) const {
   if (!face) return "null";
-  RecordingObject* object = Find(face);
+  Recorded* object = Find(face);
   return object ? object->Name() : "?";
-}
-
-int RecordingContainer::References(const std::string& name) const {
-  RecordingObject* object = Find(name);
-  return object ? object->OutsideReferences() : -1;
 }
 
 int RecordingContainer::OutstandingReferences() const {
   int total = 0;
-  for (const std::unique_ptr<RecordingObject>& object : objects_) {
-    total += object->OutsideReferences();
-  }
+  for (const std::unique_ptr<Recorded>& object : objects_) total += object->References();
   return total;
 }
 
-HRESULT RecordingContainer::QueryInterface(const IID& iid, void** out) {
-  if (!out) return E_POINTER;
-  const bool offered = iid == VEKTPSLightContainer::kIID || iid == VEKBaseUnknown::kIID;
-  ledger_.Add("Container.QueryInterface(" + InterfaceName(iid) + ") -> " +
-              (offered ? "ok" : "refused"));
-  *out = offered ? this : nullptr;
-  if (!offered) return E_NOINTERFACE;
-  ++containerReferences_;
-  return S_OK;
-}
-
-std::uint32_t RecordingContainer::AddRef() {
-  ledger_.Add("Container.AddRef()");
-  return ++containerReferences_;
-}
-
-std::uint32_t RecordingContainer::Release() {
-  ledger_.Add("Container.Release()");
-  if (containerReferences_ > 0) --containerReferences_;
-  return containerReferences_;
-}
-
-RecordingObject* RecordingContainer::Find(const std::string& name) const {
-  for (const std::unique_ptr<RecordingObject>& object : objects_) {
-    if (object->Name() == name) return object.get();
-  }
-  return nullptr;
-}
-
-RecordingObject* RecordingContainer::Find(const VEKBaseUnknown* face) const {
-  for (const std::unique_ptr<RecordingObject>& object : objects_) {
-    if (face && object->Owns(face)) return object.get();
-  }
-  return nullptr;
-}
-
-bool RecordingContainer::Refuses(const RecordingObject& object, const IID& iid) const {
+bool RecordingContainer::Refuses(const Recorded& object, const IID& iid) const {
   for (const auto& [name, refused] : refusedByName_) {
     if (name == object.Name() && refused == iid) return true;
   }
@@ -594,18 +492,22 @@ bool RecordingContainer::Refuses(const RecordingObject& object, const IID& iid) 
   return false;
 }
 
-bool RecordingContainer::RefusesCreation(RecordingKind kind) {
-  const int attempt = ++attempts_[static_cast<std::size_t>(Index(kind))];
-  return refusedCreations_.count({Index(kind), 0}) > 0 ||
-         refusedCreations_.count({Index(kind), attempt}) > 0;
+template <class ProxyOf, class Interface>
+HRESULT RecordingContainer::Adopt(const std::string& call, Interface* real, Interface** out) {
+  auto* proxy = new ProxyOf(*this, real);
+  objects_.emplace_back(proxy);
+  ledger_.Add(call + proxy->Name());
+  *out = proxy;  // the reference the real model handed out
+  return S_OK;
 }
 
-template <class Object, class Interface>
-HRESULT RecordingContainer::Create(RecordingKind kind, const char* operation, Interface** out,
-                                   VEKITPSLightSet* set) {
+template <class ProxyOf, class Interface>
+HRESULT RecordingContainer::Create(const char* operation, Interface** out, VEKITPSLightSet* set,
+                                   HRESULT (VEKTPSLightContainer::*create)(Interface**,
+                                                                           VEKITPSLightSet*)) {
   const std::string call = std::string(operation) + "(" + NameOf(set) + ") -> ";
-  const bool refused = RefusesCreation(kind);
-  RecordingObject* owner = Find(set);
+  const bool refused = RefusesCreation(ProxyOf::kKind);
+  Recorded* owner = Find(set);
   if (out) *out = nullptr;
   if (!out || !owner || owner->Kind() != RecordingKind::Set) {
     ledger_.Add(call + "fail");
@@ -615,48 +517,50 @@ HRESULT RecordingContainer::Create(RecordingKind kind, const char* operation, In
     ledger_.Add(call + "refused");
     return E_FAIL;
   }
-  auto* parent = static_cast<RecordingSet*>(owner);
-  auto* object = new Object(*this, parent);
-  objects_.emplace_back(object);
-  (void)parent->Family(kind).Append(object->Identity());
-  object->HandOut();
-  ledger_.Add(call + object->Name());
-  *out = object;
-  return S_OK;
+  Interface* real = nullptr;
+  const HRESULT result = (real_.*create)(&real, static_cast<VEKITPSLightSet*>(owner->Real()));
+  return VEKFailed(result) ? result : Adopt<ProxyOf>(call, real, out);
+}
+
+bool RecordingContainer::RefusesCreation(RecordingKind kind) {
+  const int attempt = ++attempts_[Index(kind)];
+  for (const auto& [refused, nth] : refusedCreations_) {
+    if (refused == kind && (nth == 0 || nth == attempt)) return true;
+  }
+  return false;
 }
 
 HRESULT RecordingContainer::CreateLightSet(VEKITPSLightSet** out, VEKBaseUnknown* father) {
   const std::string call = std::string("CreateLightSet(") + (father ? "father" : "null") + ") -> ";
-  const bool refused = RefusesCreation(RecordingKind::Set);
-  if (!out || refused) {
+  if (!out || RefusesCreation(RecordingKind::Set)) {
     ledger_.Add(call + (out ? "refused" : "fail"));
     return out ? E_FAIL : E_POINTER;
   }
-  auto* set = new RecordingSet(*this, father);
-  objects_.emplace_back(set);
-  set->HandOut();
-  ledger_.Add(call + set->Name());
-  *out = set;
-  return S_OK;
+  VEKITPSLightSet* real = nullptr;
+  const HRESULT result = real_.CreateLightSet(&real, father);
+  if (VEKFailed(result)) return result;
+  models_.emplace_back(real);
+  return Adopt<SetProxy>(call, real, out);
 }
 
 HRESULT RecordingContainer::CreateAnnotation(VEKITPSLightAnnotation** out, VEKITPSLightSet* set) {
-  return Create<RecordingAnnotation>(RecordingKind::Annotation, "CreateAnnotation", out, set);
+  return Create<AnnotationProxy>("CreateAnnotation", out, set,
+                                 &VEKTPSLightContainer::CreateAnnotation);
 }
 HRESULT RecordingContainer::CreateView(VEKITPSLightView** out, VEKITPSLightSet* set) {
-  return Create<RecordingView>(RecordingKind::View, "CreateView", out, set);
+  return Create<ViewProxy>("CreateView", out, set, &VEKTPSLightContainer::CreateView);
 }
 HRESULT RecordingContainer::CreateRefFrame(VEKITPSLightRefFrame** out, VEKITPSLightSet* set) {
-  return Create<RecordingRefFrame>(RecordingKind::RefFrame, "CreateRefFrame", out, set);
+  return Create<RefFrameProxy>("CreateRefFrame", out, set, &VEKTPSLightContainer::CreateRefFrame);
 }
 HRESULT RecordingContainer::CreateTTRS(VEKITPSLightTTRS** out, VEKITPSLightSet* set) {
-  return Create<RecordingTTRS>(RecordingKind::TTRS, "CreateTTRS", out, set);
+  return Create<TTRSProxy>("CreateTTRS", out, set, &VEKTPSLightContainer::CreateTTRS);
 }
 HRESULT RecordingContainer::CreateCapture(VEKITPSLightCapture** out, VEKITPSLightSet* set) {
-  return Create<RecordingCapture>(RecordingKind::Capture, "CreateCapture", out, set);
+  return Create<CaptureProxy>("CreateCapture", out, set, &VEKTPSLightContainer::CreateCapture);
 }
 HRESULT RecordingContainer::CreateCG(VEKITPSLightCG** out, VEKITPSLightSet* set) {
-  return Create<RecordingCG>(RecordingKind::CG, "CreateCG", out, set);
+  return Create<CGProxy>("CreateCG", out, set, &VEKTPSLightContainer::CreateCG);
 }
 
 namespace {
@@ -799,12 +703,6 @@ class ModelWriter {
 };
 
 }  // namespace
-
-std::string Joined(const std::vector<std::string>& lines) {
-  std::string text;
-  for (const std::string& line : lines) text += (text.empty() ? "" : " | ") + line;
-  return text;
-}
 
 std::string ModelText(VEKITPSLightSet* set) { return set ? ModelWriter(set).Text() : ""; }
 

@@ -50,164 +50,11 @@ std::string Zlib(const std::string& bytes) {
   return compressed;
 }
 
-// `utf8` as UTF-16 little-endian with a byte order mark, declared as such.
-std::string Utf16(std::string utf8) {
-  const std::string declared = "encoding=\"UTF-8\"";
-  const std::size_t at = utf8.find(declared);
-  if (at != std::string::npos) utf8.replace(at, declared.size(), "encoding=\"UTF-16\"");
-  std::string out = "\xFF\xFE";
-  const auto unit = [&out](unsigned value) {
-    out += static_cast<char>(value & 0xFF);
-    out += static_cast<char>(value >> 8);
-  };
-  for (std::size_t k = 0; k < utf8.size();) {
-    const auto lead = static_cast<unsigned char>(utf8[k]);
-    const int extra = lead < 0x80 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
-    unsigned code = extra == 0 ? lead : lead & (0x3F >> extra);
-    for (int n = 1; n <= extra; ++n) code = (code << 6) | (utf8[k + n] & 0x3F);
-    k += static_cast<std::size_t>(extra) + 1;
-    if (code >= 0x10000) {
-      unit(0xD800 + ((code - 0x10000) >> 10));
-      unit(0xDC00 + ((code - 0x10000) & 0x3FF));
-    } else {
-      unit(code);
-    }
-  }
-  return out;
-}
-
 struct Outcome {
   int status = -1;
   std::string out;
   std::string err;
 };
-
-// ---- the shape of the JSON export ----
-
-void ExpectKeys(const Json& object, const std::vector<std::string>& keys, const std::string& at) {
-  ASSERT_TRUE(object.is_object()) << at;
-  std::vector<std::string> actual;
-  for (auto member = object.begin(); member != object.end(); ++member)
-    actual.push_back(member.key());
-  EXPECT_EQ(keys, actual) << at;
-}
-
-void ExpectIntOrNull(const Json& value, const std::string& at) {
-  EXPECT_TRUE(value.is_null() || value.is_number_integer()) << at;
-}
-
-void ExpectTextOrNull(const Json& value, const std::string& at) {
-  EXPECT_TRUE(value.is_null() || value.is_string()) << at;
-}
-
-void ExpectVectorOrNull(const Json& value, const std::string& at) {
-  if (value.is_null()) return;
-  ASSERT_TRUE(value.is_array()) << at;
-  EXPECT_EQ(3u, value.size()) << at;
-  for (const Json& number : value) EXPECT_TRUE(number.is_number()) << at;
-}
-
-void ExpectInts(const Json& value, bool nullsAllowed, const std::string& at) {
-  ASSERT_TRUE(value.is_array()) << at;
-  for (const Json& item : value) {
-    EXPECT_TRUE(item.is_number_integer() || (nullsAllowed && item.is_null())) << at;
-  }
-}
-
-void ExpectRepOrNull(const Json& rep, const std::string& at) {
-  if (rep.is_null()) return;
-  ExpectKeys(rep, {"nodes", "meshes", "primitives", "vertices", "bytes"}, at);
-  for (const Json& count : rep) EXPECT_TRUE(count.is_number_unsigned()) << at;
-}
-
-void ExpectObject(const Json& object, const std::vector<std::string>& own, const std::string& at) {
-  std::vector<std::string> keys = {"id", "name", "uuid", "type", "status", "rep"};
-  keys.insert(keys.end(), own.begin(), own.end());
-  ExpectKeys(object, keys, at);
-  ExpectIntOrNull(object["id"], at);
-  ExpectTextOrNull(object["name"], at);
-  ExpectTextOrNull(object["uuid"], at);
-  ExpectIntOrNull(object["type"], at);
-  ExpectIntOrNull(object["status"], at);
-  ExpectRepOrNull(object["rep"], at);
-}
-
-// Every member of the export, by name, order and type.
-void ExpectShape(const Json& json) {
-  ExpectKeys(json, {"schema", "result", "sets"}, "top");
-  EXPECT_TRUE(json["schema"] == "current" || json["schema"] == "legacy");
-  ASSERT_TRUE(json["result"].is_string());
-  EXPECT_EQ(10u, json["result"].get<std::string>().size());
-  ASSERT_TRUE(json["sets"].is_array());
-  for (const Json& set : json["sets"]) {
-    ExpectKeys(set,
-               {"name", "standard", "uuid", "type", "status", "ttrs", "annotations", "views",
-                "refFrames", "cgs", "captures", "unresolved"},
-               "set");
-    for (const char* text : {"name", "standard", "uuid"}) ExpectTextOrNull(set[text], text);
-    for (const char* number : {"type", "status"}) ExpectIntOrNull(set[number], number);
-    for (const Json& ttrs : set["ttrs"]) {
-      ExpectObject(ttrs, {"geometry"}, "ttrs");
-      for (const Json& list : ttrs["geometry"]) {
-        if (!list.is_null()) ExpectInts(list, false, "geometry");
-      }
-    }
-    for (const Json& annotation : set["annotations"]) {
-      ExpectObject(
-          annotation,
-          {"value", "default", "reference", "attribute", "ttrs", "graphic", "views", "orderGroup"},
-          "annotation");
-      EXPECT_TRUE(annotation["value"].is_null() || annotation["value"].is_number());
-      EXPECT_TRUE(annotation["default"].is_boolean());
-      ExpectIntOrNull(annotation["reference"], "reference");
-      ExpectTextOrNull(annotation["attribute"], "attribute");
-      ExpectInts(annotation["ttrs"], false, "annotation ttrs");
-      ExpectRepOrNull(annotation["graphic"], "annotation graphic");
-      ExpectInts(annotation["views"], true, "annotation views");
-      if (!annotation["orderGroup"].is_null()) ExpectInts(annotation["orderGroup"], true, "group");
-    }
-    for (const Json& view : set["views"]) {
-      ExpectObject(view, {"origin", "normal", "direction", "annotations", "captures"}, "view");
-      for (const char* vector : {"origin", "normal", "direction"})
-        ExpectVectorOrNull(view[vector], vector);
-      ExpectInts(view["annotations"], true, "view annotations");
-      ExpectInts(view["captures"], true, "view captures");
-    }
-    for (const Json& frame : set["refFrames"]) {
-      ExpectObject(frame, {"attribute", "datums", "ttrs"}, "refFrame");
-      ExpectTextOrNull(frame["attribute"], "refFrame attribute");
-      ExpectInts(frame["datums"], true, "datums");
-      ExpectInts(frame["ttrs"], false, "refFrame ttrs");
-    }
-    for (const Json& cg : set["cgs"]) {
-      ExpectObject(cg, {"attribute", "ttrs", "treps"}, "cg");
-      ExpectTextOrNull(cg["attribute"], "cg attribute");
-      ExpectInts(cg["ttrs"], false, "cg ttrs");
-      ExpectInts(cg["treps"], false, "treps");
-    }
-    for (const Json& capture : set["captures"]) {
-      ExpectObject(
-          capture,
-          {"activeView", "clippingPlane", "camera", "annotations", "views", "cgs", "graphic"},
-          "capture");
-      ExpectIntOrNull(capture["activeView"], "activeView");
-      ExpectIntOrNull(capture["clippingPlane"], "clippingPlane");
-      ExpectKeys(capture["camera"], {"type", "position", "direction", "zenith", "target"},
-                 "camera");
-      ExpectIntOrNull(capture["camera"]["type"], "camera type");
-      for (const char* vector : {"position", "direction", "zenith", "target"})
-        ExpectVectorOrNull(capture["camera"][vector], vector);
-      for (const char* list : {"annotations", "views", "cgs"})
-        ExpectInts(capture[list], true, list);
-      ExpectRepOrNull(capture["graphic"], "capture graphic");
-    }
-    for (const Json& missing : set["unresolved"]) {
-      ExpectKeys(missing, {"kind", "id"}, "unresolved");
-      EXPECT_TRUE(missing["kind"].is_number_integer());
-      EXPECT_TRUE(missing["id"].is_number_integer());
-    }
-  }
-}
 
 // ---- running the tool ----
 
@@ -276,6 +123,9 @@ class Vektps : public testing::Test {
 // ---- summary ----
 
 TEST_F(Vektps, SummaryOfEveryExampleInEachForm) {
+  const char* const pump =
+      "  1    Pump housing PH-40  ISO 1101:2017    14           32      4           3    3      "
+      "   3           0";
   const struct {
     const char* file;
     const char* header;
@@ -284,15 +134,9 @@ TEST_F(Vektps, SummaryOfEveryExampleInEachForm) {
       {"bracket.xml", "current schema, plain XML, load result 0x00000000",
        "  1    Bracket MB-200  ISO 1101:2017     3            4      2           1    1         "
        "1           0"},
-      {"pump_housing.xml", "current schema, plain XML, load result 0x00000000",
-       "  1    Pump housing PH-40  ISO 1101:2017    14           32      4           3    3      "
-       "   3           0"},
-      {"pump_housing.xml.b64", "current schema, base64 text, load result 0x00000000",
-       "  1    Pump housing PH-40  ISO 1101:2017    14           32      4           3    3      "
-       "   3           0"},
-      {"pump_housing.xml.z", "current schema, zlib data, load result 0x00000000",
-       "  1    Pump housing PH-40  ISO 1101:2017    14           32      4           3    3      "
-       "   3           0"},
+      {"pump_housing.xml", "current schema, plain XML, load result 0x00000000", pump},
+      {"pump_housing.xml.b64", "current schema, base64 text, load result 0x00000000", pump},
+      {"pump_housing.xml.z", "current schema, zlib data, load result 0x00000000", pump},
       {"gear_shaft_legacy.xml", "legacy schema, plain XML, load result 0x00000000",
        "  1    Gear shaft GS-12  ASME Y14.5-2018     6           19      3           2    2      "
        "   2           0"},
@@ -322,82 +166,30 @@ TEST_F(Vektps, SummaryOfSeveralFilesGoesOnPastAFailure) {
 
 // ---- json ----
 
-TEST_F(Vektps, JsonOfEveryExampleFollowsTheShape) {
-  const struct {
-    const char* file;
-    const char* schema;
-    std::size_t annotations;
-  } rows[] = {{"bracket.xml", "current", 4},
-              {"pump_housing.xml", "current", 32},
-              {"gear_shaft_legacy.xml", "legacy", 19}};
-  for (const auto& row : rows) {
-    for (const bool pretty : {false, true}) {
-      std::vector<std::string> arguments = {"json", kExamples + "/" + row.file};
-      if (pretty) arguments.push_back("--pretty");
-      const Outcome outcome = Run(arguments);
-      ASSERT_EQ(0, outcome.status) << row.file << outcome.err;
-      EXPECT_EQ(pretty, outcome.out.find("\n  \"schema\"") != std::string::npos);
-      const Json json = Json::parse(outcome.out);
-      ExpectShape(json);
-      EXPECT_EQ(row.schema, json["schema"]);
-      EXPECT_EQ("0x00000000", json["result"]);
-      ASSERT_EQ(1u, json["sets"].size());
-      EXPECT_EQ(row.annotations, json["sets"][0]["annotations"].size());
-      EXPECT_EQ(Json::array(), json["sets"][0]["unresolved"]);
-    }
-  }
-}
-
-TEST_F(Vektps, PlainFileWithNonAsciiTextLoadsWhole) {
-  const Outcome outcome = Run({"json", kExamples + "/pump_housing.xml"});
-  ASSERT_EQ(0, outcome.status) << outcome.err;
-  const Json set = Json::parse(outcome.out)["sets"][0];
-  const Json& position = set["annotations"][5];
-  EXPECT_EQ("⌀0.1 Ⓜ A B C", position["attribute"]);
-  EXPECT_EQ((Json{6, 7, 8, 9}), position["orderGroup"]);
-  EXPECT_EQ(Json::parse(R"({"nodes":3,"meshes":2,"primitives":3,"vertices":17,"bytes":1400})"),
-            position["graphic"]);
-  // The captures stand at the end of the document: it was not cut short.
-  ASSERT_EQ(3u, set["captures"].size());
-  EXPECT_EQ("Shaft and seal", set["captures"][2]["name"]);
-  EXPECT_EQ("Bolt circle ⌀96", set["cgs"][1]["name"]);
-}
-
+// The export itself is the library's; here, each way of naming a form, and standard input.
 TEST_F(Vektps, EveryInputFormGivesTheSameModel) {
   const std::string pump = kExamples + "/pump_housing.xml";
   const std::string plain = ReadFile(pump);
-  const std::string legacy = ReadFile(kExamples + "/gear_shaft_legacy.xml");
   const std::string expected = Run({"json", pump}).out;
-  const std::string expectedLegacy = Run({"json", kExamples + "/gear_shaft_legacy.xml"}).out;
-  ASSERT_FALSE(expected.empty());
+  const Json json = Json::parse(expected);
+  EXPECT_EQ("current", json["schema"]);
+  EXPECT_EQ("0x00000000", json["result"]);
+  // The plain file is read whole: the captures stand at its end.
+  EXPECT_EQ("⌀0.1 Ⓜ A B C", json["sets"][0]["annotations"][5]["attribute"]);
+  EXPECT_EQ(3u, json["sets"][0]["captures"].size());
+  EXPECT_EQ(json, Json::parse(Run({"json", "--pretty", pump}).out));
+  EXPECT_EQ(0u, Run({"json", "--pretty", pump}).out.find("{\n  \"schema\""));
 
   const std::string base64 = Write("pump.txt", Base64(plain));
   const std::string zlib = Write("pump.bin", Zlib(plain));
-  const std::string legacyBase64 = Write("shaft.txt", Base64(legacy));
-  const std::string legacyZlib = Write("shaft.bin", Zlib(legacy));
-  const std::string wide = Write("pump16.xml", Utf16(plain));
-  const std::string legacyWide = Write("shaft16.xml", Utf16(legacy));
-  const struct {
-    std::vector<std::string> arguments;
-    const std::string& json;
-  } rows[] = {
-      {{"json", base64}, expected},
-      {{"json", "--base64", base64}, expected},
-      {{"json", zlib}, expected},
-      {{"json", "--zlib", zlib}, expected},
-      {{"json", zlib, "--zlib"}, expected},
-      {{"json", "--plain", pump}, expected},
-      {{"json", kExamples + "/pump_housing.xml.b64"}, expected},
-      {{"json", "--zlib", kExamples + "/pump_housing.xml.z"}, expected},
-      {{"json", legacyBase64}, expectedLegacy},
-      {{"json", "--zlib", legacyZlib}, expectedLegacy},
-      {{"json", wide}, expected},
-      {{"json", legacyWide}, expectedLegacy},
+  const std::vector<std::vector<std::string>> rows = {
+      {"json", base64},         {"json", "--base64", base64}, {"json", zlib},
+      {"json", "--zlib", zlib}, {"json", zlib, "--zlib"},     {"json", "--plain", pump},
   };
-  for (const auto& row : rows) {
-    const Outcome outcome = Run(row.arguments);
-    EXPECT_EQ(0, outcome.status) << row.arguments[1] << outcome.err;
-    EXPECT_EQ(row.json, outcome.out) << row.arguments[1];
+  for (const auto& arguments : rows) {
+    const Outcome outcome = Run(arguments);
+    EXPECT_EQ(0, outcome.status) << arguments[1] << outcome.err;
+    EXPECT_EQ(expected, outcome.out) << arguments[1];
   }
   // Standard input, in any form.
   for (const std::string& file : {pump, (root_ / "work" / zlib).string()}) {
@@ -405,16 +197,15 @@ TEST_F(Vektps, EveryInputFormGivesTheSameModel) {
     EXPECT_EQ(0, outcome.status) << outcome.err;
     EXPECT_EQ(expected, outcome.out) << file;
   }
-  EXPECT_EQ((std::vector<std::string>{"pump.bin", "pump.txt", "pump16.xml", "shaft.bin",
-                                      "shaft.txt", "shaft16.xml"}),
-            WorkFiles());
+  EXPECT_EQ((std::vector<std::string>{"pump.bin", "pump.txt"}), WorkFiles());
 }
 
 TEST_F(Vektps, JsonToAFileAndAfterAFailedLoad) {
   Outcome outcome = Run({"json", kExamples + "/bracket.xml", "-o", "bracket.json"});
   EXPECT_EQ(0, outcome.status) << outcome.err;
   EXPECT_EQ("", outcome.out);
-  ExpectShape(Json::parse(ReadFile((root_ / "work" / "bracket.json").string())));
+  EXPECT_EQ(Run({"json", kExamples + "/bracket.xml"}).out,
+            ReadFile((root_ / "work" / "bracket.json").string()));
 
   // The export of a load that made no set still tells its result.
   const std::string noSet = Write("no_set.xml",
@@ -531,64 +322,24 @@ TEST_F(Vektps, CheckFindsLegacyObjectsWithAWrongCountOfValues) {
             outcome.out);
 }
 
+// The library's reasons are its own; here, how the tool tells each kind of failure.
 TEST_F(Vektps, CheckTellsWhyALoadFailed) {
   const std::string pump = ReadFile(kExamples + "/pump_housing.xml");
-  const std::string compressed = Zlib(pump);
+  const std::vector<std::string> found, base64 = {"--base64"};
   const struct {
     std::string name;
     std::string bytes;
-    std::vector<std::string> flags;
+    const std::vector<std::string>& flags;
     std::string problem;
   } rows[] = {
-      {"tags.xml",
-       "<Functional_Tolerancing_Annotation>\n  <AnnotationSet>\n  </AnnotationSt>\n"
-       "</Functional_Tolerancing_Annotation>\n",
-       {},
-       "load failed: XML error at line 3, column 5: Start-end tags mismatch"},
-      {"wide.xml",
-       "<TolerancingData>\n  <I V=\"⌀⌀\" W=\"x></TolerancingData>",
-       {},
-       "load failed: XML error at line 2, column 18: '<' not allowed in an attribute value"},
-      {"root.xml",
-       "<Drawing/>",
-       {},
-       "load failed: the root element is \"Drawing\", neither "
-       "\"Functional_Tolerancing_Annotation\" "
-       "(current schema) nor \"TolerancingData\" (legacy schema)"},
-      {"empty.xml",
-       "",
-       {},
-       "load failed: XML error at line 1, column 1: No document element found"},
-      {"text.b64",
-       "PEZ1bmN0aW9u*",
-       {"--base64"},
+      {"tags.xml", "<TolerancingData>\n  <AnnotationSet>\n  </AnnotationSt>\n</TolerancingData>",
+       found, "load failed: XML error at line 3, column 5: Start-end tags mismatch"},
+      {"text.b64", "PEZ1bmN0aW9u*", base64,
        "load failed: the base64 text does not decode: '*' at offset 12 is not a base64 character"},
-      {"short.b64",
-       "PEZ1bmN0aW9",
-       {},
-       "load failed: the base64 text does not decode: its length is not a whole number of "
-       "4-character groups"},
-      {"cut.z",
-       compressed.substr(0, compressed.size() / 2),
-       {},
-       "load failed: the zlib data does not decode: it is corrupt or cut short"},
-      {"tail.z",
-       compressed + "xx",
-       {},
+      {"tail.z", Zlib(pump) + "xx", found,
        "load failed: the zlib data does not decode: bytes follow the end of its stream"},
-      {"plain.z",
-       pump,
-       {"--zlib"},
-       "load failed: the zlib data does not decode: it is corrupt or cut short"},
-      {"no_set.xml",
-       "<Functional_Tolerancing_Annotation/>",
-       {},
+      {"no_set.xml", "<Functional_Tolerancing_Annotation/>", found,
        "load failed (0x80004005): the root has no AnnotationSet child, so no set is made"},
-      {"short_set.xml",
-       "<TolerancingData>\n<AnnotationSet><I V=\"a\"/></AnnotationSet>\n</TolerancingData>",
-       {},
-       "load failed (0x80004005): no AnnotationSet holds exactly 5 values, so no set gets its "
-       "values and objects"},
   };
   for (const auto& row : rows) {
     std::vector<std::string> arguments = {"check"};
@@ -646,6 +397,8 @@ TEST_F(Vektps, UsageErrorsExitWithTwo) {
     EXPECT_EQ(0u, outcome.err.find("vektps: ")) << outcome.err;
     EXPECT_EQ("", outcome.out);
   }
+  EXPECT_EQ(0u, Run(rows[1]).err.find("vektps: unknown command 'frobnicate'; the commands are "
+                                      "summary, json, check, csv, convert, gltf, view\n"));
 }
 
 TEST_F(Vektps, HelpAndVersion) {
@@ -729,14 +482,6 @@ TEST_F(Vektps, ExampleHostReadsEveryBundledDocument) {
 }
 
 // ---- Unix manners ----
-
-TEST_F(Vektps, UnknownCommandNamesItselfAndTheCommands) {
-  const Outcome outcome = Run({"frobnicate", kExamples + "/bracket.xml"});
-  EXPECT_EQ(2, outcome.status);
-  EXPECT_EQ(0u, outcome.err.find("vektps: unknown command 'frobnicate'; the commands are summary, "
-                                 "json, check, csv, convert, gltf, view\n"))
-      << outcome.err;
-}
 
 TEST_F(Vektps, SeveralFilesAreJsonLinesAndSummaryJsonIsOneLineEach) {
   const std::string bracket = kExamples + "/bracket.xml";
@@ -831,8 +576,7 @@ TEST_F(Vektps, CsvWritesOneTablePerFamily) {
 // ---- convert ----
 
 TEST_F(Vektps, ConvertKeepsEveryExampleInEachForm) {
-  for (const char* file : {"bracket.xml", "pump_housing.xml", "pump_housing.xml.b64",
-                           "pump_housing.xml.z", "gear_shaft_legacy.xml"}) {
+  for (const char* file : {"bracket.xml", "pump_housing.xml.z", "gear_shaft_legacy.xml"}) {
     const std::string path = kExamples + "/" + file;
     const Json before = Json::parse(Run({"json", path}).out);
     for (const char* form : {"--plain", "--base64", "--zlib"}) {

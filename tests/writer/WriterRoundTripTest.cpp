@@ -19,6 +19,7 @@ constexpr VEKTPSLightForm kForms[] = {VEKTPSLightForm::Plain, VEKTPSLightForm::B
 VEKTPSLightWriteOptions Form(VEKTPSLightForm form) {
   VEKTPSLightWriteOptions options;
   options.form = form;
+  options.indent = form != VEKTPSLightForm::Base64;
   return options;
 }
 
@@ -57,6 +58,19 @@ TEST(WriterRoundTripTest, BundledDocumentsComeBackTheSameInEveryForm) {
       }
     }
   }
+}
+
+// The same set twice is written twice.
+TEST(WriterRoundTripTest, SeveralSetsFollowOneAnother) {
+  const auto load = [](const char* name) {
+    return VEKLoadDocumentFile((std::string(VEK_EXAMPLES_DIR) + "/" + name).c_str());
+  };
+  const VEKTPSLightDocument pump = load("pump_housing.xml");
+  const VEKTPSLightDocument bracket = load("bracket.xml");
+  const vek_fuzz::RoundTrip trip =
+      vek_fuzz::WriteAndReload({pump.Sets()[0], bracket.Sets()[0], pump.Sets()[0]});
+  EXPECT_EQ(trip.difference, "");
+  EXPECT_TRUE(trip.written.warnings.empty());
 }
 
 TEST(WriterRoundTripTest, GeneratedDocumentsComeBackTheSameAtEverySize) {
