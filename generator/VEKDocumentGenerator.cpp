@@ -690,103 +690,119 @@ class Generator {
     LegacyValue("Ui", std::string_view(set.uuid, sizeof set.uuid));
     text_ << "</AnnotationSet>\n";
 
-    WriteFamily("TTRSRoot", layout_.counts.ttrs, [this](std::int64_t k) {
-      DrawTtrs(ttrs_, k);
-      text_.Indent(2) << "<TTRS>";
-      LegacyValue("Na", ttrs_.common.name);
-      LegacyNumber("In", ttrs_.common.id);
-      LegacyValue("Ui", std::string_view(ttrs_.common.uuid, sizeof ttrs_.common.uuid));
-      // Each packed list starts with its separator: the first character is never a value.
-      text_ << "<Gd>";
-      for (const std::vector<std::int64_t>& list : ttrs_.geometry) {
-        text_ << "<I V=\";";
-        text_.List(list, ';', false) << "\"/>";
-      }
-      text_ << "</Gd></TTRS>\n";
-    });
-    WriteFamily("Annotations", layout_.counts.annotations, [this](std::int64_t k) {
-      DrawAnnotation(annotation_, k);
-      const Common& common = annotation_.common;
-      text_.Indent(2) << "<TPS>";
-      LegacyNumber("Ty", common.type);
-      text_ << "<Va V=\"";
-      text_.Number(annotation_.value) << "\"/>";
-      LegacyValue("Na", common.name);
-      LegacyNumber("Id", common.id);
-      LegacyNumber("De", annotation_.isDefault ? 1 : 0);
-      LegacyNumber("Re", annotation_.reference);
-      LegacyNumber("St", common.status);
-      LegacyValue("Ui", std::string_view(common.uuid, sizeof common.uuid));
-      LegacyValue("At", annotation_.attribute);
-      LegacyList("Tt", annotation_.ttrs, ';');
-      LegacyList("Og", annotation_.group, ';');
-      text_ << "</TPS>\n";
-    });
-    WriteFamily("ViewRoot", layout_.counts.views, [this](std::int64_t k) {
-      DrawView(view_, k);
-      const Common& common = view_.common;
-      text_.Indent(2) << "<View>";
-      LegacyNumber("Ty", common.type);
-      LegacyValue("Na", common.name);
-      LegacyNumber("Id", common.id);
-      LegacyValue("Ui", std::string_view(common.uuid, sizeof common.uuid));
-      LegacyList("Ts", view_.annotations, ';');
-      text_ << "<Mt><I V=\"";
-      text_.Numbers(view_.normal, ';') << ";";
-      text_.Numbers(view_.direction, ';') << "\"/><I V=\"";
-      text_.Numbers(view_.origin, ';') << "\"/></Mt></View>\n";
-    });
-    WriteFamily("ReferenceFrame", layout_.counts.refFrames, [this](std::int64_t k) {
-      DrawRefFrame(refFrame_, k);
-      const Common& common = refFrame_.common;
-      text_.Indent(2) << "<RefFrame>";
-      LegacyValue("Na", common.name);
-      LegacyNumber("Id", common.id);
-      LegacyValue("At", refFrame_.attribute);
-      LegacyValue("Ui", std::string_view(common.uuid, sizeof common.uuid));
-      LegacyList("Da", refFrame_.datums, ';');
-      LegacyList("Tt", refFrame_.ttrs, ';');
-      text_ << "</RefFrame>\n";
-    });
-    WriteFamily("CGRoot", layout_.counts.cgs, [this](std::int64_t k) {
-      DrawCg(cg_, k);
-      const Common& common = cg_.common;
-      text_.Indent(2) << "<CG>";
-      LegacyNumber("Ty", common.type);
-      LegacyValue("Na", common.name);
-      LegacyNumber("Id", common.id);
-      LegacyNumber("St", common.status);
-      LegacyValue("At", cg_.attribute);
-      LegacyValue("Ui", std::string_view(common.uuid, sizeof common.uuid));
-      LegacyList("Tt", cg_.ttrs, ';');
-      LegacyList("Tr", cg_.treps, ';');
-      text_ << "</CG>\n";
-    });
-    WriteFamily("CaptureRoot", layout_.counts.captures, [this](std::int64_t k) {
-      DrawCapture(capture_, k);
-      const Common& common = capture_.common;
-      text_.Indent(2) << "<Capture>";
-      LegacyNumber("Id", common.id);
-      LegacyNumber("Av", capture_.activeView);
-      LegacyNumber("Cl", capture_.clip);
-      LegacyValue("Na", common.name);
-      LegacyValue("Ui", std::string_view(common.uuid, sizeof common.uuid));
-      // Capture lists are cut at blanks, not at ";".
-      LegacyList("Ts", capture_.annotations, ' ');
-      LegacyList("Vs", capture_.views, ' ');
-      LegacyList("Cs", capture_.cgs, ' ');
-      if (capture_.geometryBlock) {
-        text_ << "<Gd><I V=\";";
-        text_.Int(capture_.geometryBlock) << "\"/></Gd>";
-      }
-      text_ << "<Cam><P V=\"";
-      text_.Numbers(capture_.position, ' ') << "\"/><D V=\"";
-      text_.Numbers(capture_.direction, ' ') << "\"/><Z V=\"";
-      text_.Numbers(capture_.zenith, ' ') << "\"/><T V=\"";
-      text_.Numbers(capture_.target, ' ') << "\"/><K V=\"";
-      text_.Int(capture_.cameraType) << "\"/></Cam></Capture>\n";
-    });
+    WriteFamily("TTRSRoot", layout_.counts.ttrs, [this](std::int64_t k) { WriteLegacyTtrs(k); });
+    WriteFamily("Annotations", layout_.counts.annotations,
+                [this](std::int64_t k) { WriteLegacyAnnotation(k); });
+    WriteFamily("ViewRoot", layout_.counts.views, [this](std::int64_t k) { WriteLegacyView(k); });
+    WriteFamily("ReferenceFrame", layout_.counts.refFrames,
+                [this](std::int64_t k) { WriteLegacyRefFrame(k); });
+    WriteFamily("CGRoot", layout_.counts.cgs, [this](std::int64_t k) { WriteLegacyCg(k); });
+    WriteFamily("CaptureRoot", layout_.counts.captures,
+                [this](std::int64_t k) { WriteLegacyCapture(k); });
     text_ << "</TolerancingData>\n";
+  }
+
+  // One legacy object of each family, its values in the order the format fixes.
+  void WriteLegacyTtrs(std::int64_t k) {
+    DrawTtrs(ttrs_, k);
+    text_.Indent(2) << "<TTRS>";
+    LegacyValue("Na", ttrs_.common.name);
+    LegacyNumber("In", ttrs_.common.id);
+    LegacyValue("Ui", std::string_view(ttrs_.common.uuid, sizeof ttrs_.common.uuid));
+    // Each packed list starts with its separator: the first character is never a value.
+    text_ << "<Gd>";
+    for (const std::vector<std::int64_t>& list : ttrs_.geometry) {
+      text_ << "<I V=\";";
+      text_.List(list, ';', false) << "\"/>";
+    }
+    text_ << "</Gd></TTRS>\n";
+  }
+
+  void WriteLegacyAnnotation(std::int64_t k) {
+    DrawAnnotation(annotation_, k);
+    const Common& common = annotation_.common;
+    text_.Indent(2) << "<TPS>";
+    LegacyNumber("Ty", common.type);
+    text_ << "<Va V=\"";
+    text_.Number(annotation_.value) << "\"/>";
+    LegacyValue("Na", common.name);
+    LegacyNumber("Id", common.id);
+    LegacyNumber("De", annotation_.isDefault ? 1 : 0);
+    LegacyNumber("Re", annotation_.reference);
+    LegacyNumber("St", common.status);
+    LegacyValue("Ui", std::string_view(common.uuid, sizeof common.uuid));
+    LegacyValue("At", annotation_.attribute);
+    LegacyList("Tt", annotation_.ttrs, ';');
+    LegacyList("Og", annotation_.group, ';');
+    text_ << "</TPS>\n";
+  }
+
+  void WriteLegacyView(std::int64_t k) {
+    DrawView(view_, k);
+    const Common& common = view_.common;
+    text_.Indent(2) << "<View>";
+    LegacyNumber("Ty", common.type);
+    LegacyValue("Na", common.name);
+    LegacyNumber("Id", common.id);
+    LegacyValue("Ui", std::string_view(common.uuid, sizeof common.uuid));
+    LegacyList("Ts", view_.annotations, ';');
+    text_ << "<Mt><I V=\"";
+    text_.Numbers(view_.normal, ';') << ";";
+    text_.Numbers(view_.direction, ';') << "\"/><I V=\"";
+    text_.Numbers(view_.origin, ';') << "\"/></Mt></View>\n";
+  }
+
+  void WriteLegacyRefFrame(std::int64_t k) {
+    DrawRefFrame(refFrame_, k);
+    const Common& common = refFrame_.common;
+    text_.Indent(2) << "<RefFrame>";
+    LegacyValue("Na", common.name);
+    LegacyNumber("Id", common.id);
+    LegacyValue("At", refFrame_.attribute);
+    LegacyValue("Ui", std::string_view(common.uuid, sizeof common.uuid));
+    LegacyList("Da", refFrame_.datums, ';');
+    LegacyList("Tt", refFrame_.ttrs, ';');
+    text_ << "</RefFrame>\n";
+  }
+
+  void WriteLegacyCg(std::int64_t k) {
+    DrawCg(cg_, k);
+    const Common& common = cg_.common;
+    text_.Indent(2) << "<CG>";
+    LegacyNumber("Ty", common.type);
+    LegacyValue("Na", common.name);
+    LegacyNumber("Id", common.id);
+    LegacyNumber("St", common.status);
+    LegacyValue("At", cg_.attribute);
+    LegacyValue("Ui", std::string_view(common.uuid, sizeof common.uuid));
+    LegacyList("Tt", cg_.ttrs, ';');
+    LegacyList("Tr", cg_.treps, ';');
+    text_ << "</CG>\n";
+  }
+
+  void WriteLegacyCapture(std::int64_t k) {
+    DrawCapture(capture_, k);
+    const Common& common = capture_.common;
+    text_.Indent(2) << "<Capture>";
+    LegacyNumber("Id", common.id);
+    LegacyNumber("Av", capture_.activeView);
+    LegacyNumber("Cl", capture_.clip);
+    LegacyValue("Na", common.name);
+    LegacyValue("Ui", std::string_view(common.uuid, sizeof common.uuid));
+    // Capture lists are cut at blanks, not at ";".
+    LegacyList("Ts", capture_.annotations, ' ');
+    LegacyList("Vs", capture_.views, ' ');
+    LegacyList("Cs", capture_.cgs, ' ');
+    if (capture_.geometryBlock) {
+      text_ << "<Gd><I V=\";";
+      text_.Int(capture_.geometryBlock) << "\"/></Gd>";
+    }
+    text_ << "<Cam><P V=\"";
+    text_.Numbers(capture_.position, ' ') << "\"/><D V=\"";
+    text_.Numbers(capture_.direction, ' ') << "\"/><Z V=\"";
+    text_.Numbers(capture_.zenith, ' ') << "\"/><T V=\"";
+    text_.Numbers(capture_.target, ' ') << "\"/><K V=\"";
+    text_.Int(capture_.cameraType) << "\"/></Cam></Capture>\n";
   }
 
   void LegacyValue(const char* tag, std::string_view value) {
