@@ -12,7 +12,6 @@
 using vek_parser_detail::VEKFindObject;
 using vek_parser_detail::VEKFindText;
 using vek_parser_detail::VEKFirstChildNamed;
-using vek_parser_detail::VEKForEachChild;
 using vek_parser_detail::VEKForEachListItem;
 using vek_parser_detail::VEKForEachValue;
 using vek_parser_detail::VEKPassWide;

@@ -94,7 +94,7 @@ class VEKObjectBudget {
 };
 
 // The builder of a current-schema family root; null for any other name.
-vek_parser_detail::VEKBuilder FamilyRootBuilder(const VEKUnicodeString& name) noexcept {
+vek_parser_detail::VEKBuilder FamilyRootBuilder(std::string_view name) noexcept {
   static constexpr struct {
     const char* tag;
     vek_parser_detail::VEKBuilder build;
@@ -139,7 +139,7 @@ HRESULT VEKWalkCurrent(VEKTPSLightParserUtil& parser, VEKLightXmlElement& root,
   bool stopped = false;
   VEKForEachChild(root, [&](VEKLightXmlElementItf& child) {
     if (stopped) return;
-    const VEKUnicodeString& name = child.GetName();
+    const std::string_view name = child.GetNameView();
     // *set is read at each dispatch: the set in force is the one made by the latest
     // "AnnotationSet" before this child (the caller's value before the first).
     if (name == "AnnotationSet") {
