@@ -16,6 +16,7 @@ namespace {
 
 using lightxml_test::Dump;
 using lightxml_test::Parse;
+using lightxml_test::Take;
 using lightxml_test::Text;
 using lightxml_test::Tree;
 
@@ -158,7 +159,6 @@ TEST(LightXmlTest, ChildrenAreElementsOnlyInDocumentOrder) {
   EXPECT_STREQ(children[1]->GetName().ConvertToChar(), "b");
   EXPECT_EQ(children[1]->GetParent()->GetNodeIdentity(), oneLine.GetNodeIdentity());
   EXPECT_EQ(oneLine.GetParent(), nullptr);
-  EXPECT_EQ(Children(*children[0]).size(), 0u);
   EXPECT_EQ(children[0]->GetChildren(), nullptr);
   // A second walk designates the same nodes.
   EXPECT_EQ(Children(oneLine), children);
@@ -239,14 +239,23 @@ TEST(LightXmlTest, SetElementRedirectsHandlesOnly) {
   EXPECT_EQ(copy.GetSourceOffset(), -1);
 }
 
-TEST(LightXmlTest, HandlesKeepTheDocumentAlive) {
+// Handles keep the document alive; strings handed out point into its text, and their copies must
+// own their bytes.
+TEST(LightXmlTest, HandlesAndCopiedStringsOutliveTheDocument) {
   VEKLightXmlElement child;
   const VEKUnicodeString* name = nullptr;
+  VEKUnicodeString value, longValue, text;
   {
     VEKLightXmlElement root;
-    ASSERT_TRUE(Parse("<r><a><b>deep</b></a></r>", root));
+    ASSERT_TRUE(
+        Parse("<r a='\xE2\x8C\x80 0.05' b='a value longer than any inline "
+              "buffer'><a><b>deep</b></a>t</r>",
+              root));
     ASSERT_EQ(child.SetElement(Children(root)[0]), 1);
     name = &child.GetName();
+    value = root.GetAttributeValue("a");
+    longValue = root.GetAttributeValue("b");
+    text = root.GetValue();
   }
   EXPECT_STREQ(name->ConvertToChar(), "a");
   EXPECT_STREQ(Children(child)[0]->GetValue().ConvertToChar(), "deep");
@@ -255,21 +264,6 @@ TEST(LightXmlTest, HandlesKeepTheDocumentAlive) {
   assigned = child;
   child = VEKLightXmlElement();
   EXPECT_EQ(Dump(assigned), "<a><b>deep</b></a>");
-}
-
-TEST(LightXmlTest, CopiesOfReturnedStringsOutliveTheDocument) {
-  // Strings handed out point into the document's text; their copies must own their bytes.
-  VEKUnicodeString name, value, text, longValue;
-  {
-    VEKLightXmlElement root;
-    ASSERT_TRUE(
-        Parse("<r a='\xE2\x8C\x80 0.05' b='a value longer than any inline buffer'>t</r>", root));
-    name = root.GetName();
-    value = root.GetAttributeValue("a");
-    longValue = root.GetAttributeValue("b");
-    text = root.GetValue();
-  }
-  EXPECT_STREQ(name.ConvertToChar(), "r");
   EXPECT_STREQ(value.ConvertToChar(), "\xE2\x8C\x80 0.05");
   EXPECT_EQ(value.GetLengthInChar(), 6);
   EXPECT_EQ(value.SubString(2, 4), "0.05");
@@ -300,7 +294,6 @@ TEST(LightXmlTest, MalformedInputFailsAndLeavesRootEmpty) {
       {"<a><b></a>", 8},
       {"<a x=1/>", 5},
       {"<a/><b/>", 4},
-      {"<a x='1>", 8},
       {"</a>", 0},
       {"<>", 1},
       {"<a/>x", 4},
@@ -311,13 +304,11 @@ TEST(LightXmlTest, MalformedInputFailsAndLeavesRootEmpty) {
       {"<a x= 1/>", 6},
       {"<a x=", 5},
       {"<a/ >", 3},
-      // Encoding and characters: overlong, surrogate, beyond U+10FFFF, cut, control, U+FFFE.
+      // Encoding and characters (more where long runs end): overlong, surrogate, beyond U+10FFFF,
+      // U+FFFE.
       {"<a>\xC0\xAF</a>", 3},
       {"<a>\xED\xA0\x80</a>", 3},
       {"<a>\xF4\x90\x80\x80</a>", 3},
-      {"<a>\xE2\x82</a>", 3},
-      {"<a>\x01</a>", 3},
-      {"<a x='\x1F'/>", 6},
       {"<a>\xEF\xBF\xBE</a>", 3},
       {std::string("\xFF\xFE<\0a\0", 6), 2},
       {std::string("\xFF\xFE<\0\0\xD8", 6), 1},
@@ -330,7 +321,6 @@ TEST(LightXmlTest, MalformedInputFailsAndLeavesRootEmpty) {
       {"<a b=\"1\" b>", 9},
       {ManyAttributes(), static_cast<std::ptrdiff_t>(ManyAttributes().rfind(" a3=") + 1)},
       // References.
-      {"<a>&foo;</a>", 3},
       {"<a>&#0;</a>", 3},
       {"<a x='&#xFFFE;'/>", 6},
       {"<a>&#x110000;</a>", 3},
@@ -339,9 +329,6 @@ TEST(LightXmlTest, MalformedInputFailsAndLeavesRootEmpty) {
       {doctype + "]><a v='&x;'/>", 62},
       {doctype + "]><a>&y;</a>", 59},
       // Attribute values, text, comments, processing instructions, declarations.
-      {"<a x='<'/>", 6},
-      {"<a>]]></a>", 3},
-      {"<a><!-- a -- b --></a>", 10},
       {"<a><?XML x?></a>", 5},
       {" <?xml version='1.0'?><a/>", 1},
       {"<?xml version='2.0'?><a/>", 15},
@@ -440,7 +427,7 @@ TEST(LightXmlTest, LongRunsStopAtEachSpecialByte) {
         {"<a>" + run + "\xC3</a>", 3},
         {"<a>" + run + "]]></a>", 3},
         {"<a>" + run + "&u;</a>", 3},
-        {"<a v='" + run + "\x01'/>", 6},
+        {"<a v='" + run + "\x1F'/>", 6},
         {"<a v='" + run + "<'/>", 6},
         {"<a v='" + run + "\xEF\xBF\xBE'/>", 6},
         {"<a v='" + run, 6},
@@ -464,15 +451,20 @@ TEST(LightXmlTest, LongRunsStopAtEachSpecialByte) {
   }
 }
 
+// UTF-16 little-endian with a byte order mark, from ASCII and two-byte characters.
+std::string Utf16(const std::u16string& text) {
+  std::string bytes = "\xFF\xFE";
+  for (char16_t unit : text)
+    bytes += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
+  return bytes;
+}
+
 TEST(LightXmlTest, EncodingsAreReadAsUtf8) {
   const std::string expected = "e[x=\xC3\xA9]'\xE2\x82\xAC'{}";
-  const std::u16string wide = u"<e x=\"\u00e9\">\u20ac</e>";
-  std::string littleEndian = "\xFF\xFE";
-  std::string bigEndian = "\xFE\xFF";
-  for (char16_t unit : wide) {
-    littleEndian += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
-    bigEndian += {static_cast<char>(unit >> 8), static_cast<char>(unit & 0xFF)};
-  }
+  const std::string littleEndian = Utf16(u"<e x=\"\u00e9\">\u20ac</e>");
+  std::string bigEndian = littleEndian;
+  for (std::size_t at = 0; at < bigEndian.size(); at += 2)
+    std::swap(bigEndian[at], bigEndian[at + 1]);
   const std::string inputs[] = {"<e x=\"\xC3\xA9\">\xE2\x82\xAC</e>",
                                 "\xEF\xBB\xBF<e x=\"\xC3\xA9\">\xE2\x82\xAC</e>", littleEndian,
                                 bigEndian};
@@ -486,14 +478,6 @@ TEST(LightXmlTest, EncodingsAreReadAsUtf8) {
       EXPECT_EQ(Dump(root), "<e x=\"\xC3\xA9\">\xE2\x82\xAC</e>");
     }
   }
-}
-
-// UTF-16 little-endian with a byte order mark, from ASCII and two-byte characters.
-std::string Utf16(const std::u16string& text) {
-  std::string bytes = "\xFF\xFE";
-  for (char16_t unit : text)
-    bytes += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
-  return bytes;
 }
 
 TEST(LightXmlTest, ErrorsAndElementsArePlacedInLinesAndColumns) {
@@ -588,11 +572,7 @@ TEST(LightXmlTest, OutputStreamBufferGrowsAndHandsOver) {
     expected.append(reinterpret_cast<const char*>(piece), static_cast<std::size_t>(1 + i % 10));
   }
   EXPECT_EQ(output.GetLength(), static_cast<int>(expected.size()));
-  output.GetBuffer(bytes, length);
-  ASSERT_NE(bytes, nullptr);
-  EXPECT_EQ(std::string(reinterpret_cast<char*>(bytes), static_cast<std::size_t>(length)),
-            expected);
-  delete[] bytes;
+  EXPECT_EQ(Take(output), expected);
   EXPECT_EQ(output.GetLength(), 0);
   EXPECT_EQ(output.Write(piece, 3), 3);
   output.Clear();
@@ -634,11 +614,7 @@ TEST(LightXmlTest, WriterReplacesWhatXmlCannotCarryAndIndentsBetweenTagsOnly) {
   writer.EndElement("r");
   ASSERT_TRUE(writer.Flush());
   EXPECT_EQ(writer.Replaced(), 5u);
-  unsigned char* bytes = nullptr;
-  int length = 0;
-  output.GetBuffer(bytes, length);
-  const std::string text(reinterpret_cast<char*>(bytes), static_cast<std::size_t>(length));
-  delete[] bytes;
+  const std::string text = Take(output);
   const std::string fffd = "\xEF\xBF\xBD";
   EXPECT_EQ(text, "<?xml version=\"1.0\"?>\n<r a=\"x" + fffd + "y" + fffd + "z" + fffd + fffd +
                       fffd + "\xEF\xA4\x80\">\n  <b>&#32; </b>\n  <c>t" + fffd +

@@ -21,16 +21,19 @@ inline bool Parse(const std::string& text, VEKLightXmlElement& root,
   return (parser ? parser : &local)->Parse(input, root) != 0;
 }
 
-inline std::string Dump(const VEKLightXmlElementItf& element) {
-  VEKLightXmlParser parser;
-  VEKLightXmlOutputStreamBuffer output;
-  if (!parser.GetXml(element, output)) return "<GetXml failed>";
+// The bytes written so far, taken out of the stream.
+inline std::string Take(VEKLightXmlOutputStreamBuffer& output) {
   unsigned char* bytes = nullptr;
   int length = 0;
   output.GetBuffer(bytes, length);
   std::string text(reinterpret_cast<char*>(bytes), static_cast<std::size_t>(length));
   delete[] bytes;
   return text;
+}
+
+inline std::string Dump(const VEKLightXmlElementItf& element) {
+  VEKLightXmlOutputStreamBuffer output;
+  return VEKLightXmlParser().GetXml(element, output) ? Take(output) : "<GetXml failed>";
 }
 
 // name[attribute=value,...]'text'{children}, written without recursion.
