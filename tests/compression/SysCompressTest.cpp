@@ -4,7 +4,6 @@
 #include <string>
 
 #include "VEKSysCompress.h"
-#include "VEKSysUncompress.h"
 
 namespace {
 
@@ -33,13 +32,7 @@ TEST(SysCompressTest, StreamsInflateBackAtEveryLevel) {
   for (int i = 0; data.size() < 300000; ++i) data += "<TPS Id=\"" + std::to_string(i) + "\"/>\n";
   for (const std::string& input : {std::string(), std::string("x"), data}) {
     for (int level = 0; level <= 12; level += 3) {
-      const std::string stream = Compress(input, level);
-      EXPECT_EQ(InflateWithZlib(stream, input.size() + 1), input) << "level " << level;
-      std::string back(input.size() + 1, '\0');
-      unsigned int length = static_cast<unsigned int>(back.size());
-      ASSERT_EQ(VEKSysUncompress(stream.data(), static_cast<int>(stream.size()), &back[0], &length),
-                0);
-      EXPECT_EQ(back.substr(0, length), input);
+      EXPECT_EQ(InflateWithZlib(Compress(input, level), input.size() + 1), input) << level;
     }
   }
 }

@@ -4,22 +4,24 @@
 #include <clocale>
 #include <cmath>
 #include <cstring>
+#include <initializer_list>
 #include <limits>
 
 #include "VEKUnicodeString.h"
 
 namespace {
 
+// What a failed conversion leaves in the target.
 constexpr int kUntouched = -777;
-constexpr double kUntouchedDouble = -777.5;
 
-struct IntRow {
+template <typename Number>
+struct Row {
   const char* text;
   int result;
-  int value;
+  Number value;
 };
 
-const IntRow kIntRows[] = {
+const Row<int> kIntRows[] = {
     {"42", 1, 42},
     {"  \t\r\n\v\f42", 1, 42},
     {"+7", 1, 7},
@@ -43,57 +45,30 @@ const IntRow kIntRows[] = {
     {" \t\n", -1, kUntouched},
 };
 
-struct DoubleRow {
-  const char* text;
-  int result;
-  double value;
-};
-
 const double kInf = std::numeric_limits<double>::infinity();
 
-const DoubleRow kDoubleRows[] = {
-    {"1.5", 1, 1.5},
-    {"  -2.5e3", 1, -2500.0},
-    {"+.5", 1, 0.5},
-    {"5.", 1, 5.0},
-    {"1E-2", 1, 0.01},
-    {"1e", 1, 1.0},
-    {"1e+", 1, 1.0},
-    {"1,5", 1, 1.0},
-    {"1.5xyz", 1, 1.5},
-    {"0.1", 1, 0.1},
-    {"inf", 1, kInf},
-    {"-Infinity", 1, -kInf},
-    {"+INF", 1, kInf},
-    {"0x1.8p3", 1, 12.0},
-    {"-0X10", 1, -16.0},
-    {"0x", 1, 0.0},
-    {"1e999", 1, kInf},
-    {"-1e999", 1, -kInf},
-    {"0x1p99999", 1, kInf},
-    {"4.9e-324", 1, std::numeric_limits<double>::denorm_min()},
-    {"1e-400", 1, 0.0},
-    {"abc", 0, kUntouchedDouble},
-    {".", 0, kUntouchedDouble},
-    {"e5", 0, kUntouchedDouble},
-    {"-", 0, kUntouchedDouble},
-    {"", -1, kUntouchedDouble},
-    {"   ", -1, kUntouchedDouble},
+const Row<double> kDoubleRows[] = {
+    {"1.5", 1, 1.5},         {"  -2.5e3", 1, -2500.0},
+    {"+.5", 1, 0.5},         {"5.", 1, 5.0},
+    {"1E-2", 1, 0.01},       {"1e", 1, 1.0},
+    {"1e+", 1, 1.0},         {"1,5", 1, 1.0},
+    {"1.5xyz", 1, 1.5},      {"0.1", 1, 0.1},
+    {"inf", 1, kInf},        {"-Infinity", 1, -kInf},
+    {"+INF", 1, kInf},       {"0x1.8p3", 1, 12.0},
+    {"-0X10", 1, -16.0},     {"0x", 1, 0.0},
+    {"1e999", 1, kInf},      {"-1e999", 1, -kInf},
+    {"0x1p99999", 1, kInf},  {"4.9e-324", 1, std::numeric_limits<double>::denorm_min()},
+    {"1e-400", 1, 0.0},      {"abc", 0, kUntouched},
+    {".", 0, kUntouched},    {"e5", 0, kUntouched},
+    {"-", 0, kUntouched},    {"", -1, kUntouched},
+    {"   ", -1, kUntouched},
 };
 
-void ExpectIntRows() {
-  for (const IntRow& row : kIntRows) {
-    int value = kUntouched;
-    EXPECT_EQ(VEKUnicodeString(row.text).ConvertToNum(&value, "%d"), row.result)
-        << '"' << row.text << '"';
-    EXPECT_EQ(value, row.value) << '"' << row.text << '"';
-  }
-}
-
-void ExpectDoubleRows() {
-  for (const char* format : {"%le", "%lf", "%lg"}) {
-    for (const DoubleRow& row : kDoubleRows) {
-      double value = kUntouchedDouble;
+template <typename Number, std::size_t count>
+void ExpectRows(const Row<Number> (&rows)[count], std::initializer_list<const char*> formats) {
+  for (const char* format : formats) {
+    for (const Row<Number>& row : rows) {
+      Number value = kUntouched;
       EXPECT_EQ(VEKUnicodeString(row.text).ConvertToNum(&value, format), row.result)
           << '"' << row.text << '"' << format;
       EXPECT_EQ(value, row.value) << '"' << row.text << '"' << format;
@@ -101,9 +76,13 @@ void ExpectDoubleRows() {
   }
 }
 
-TEST(ConvertToNum, IntegersSaturateAndKeepTargetOnFailure) { ExpectIntRows(); }
+constexpr std::initializer_list<const char*> kDoubleFormats = {"%le", "%lf", "%lg"};
 
-TEST(ConvertToNum, DoublesCoverSignsSpecialsHexAndRange) { ExpectDoubleRows(); }
+TEST(ConvertToNum, IntegersSaturateAndKeepTargetOnFailure) { ExpectRows(kIntRows, {"%d"}); }
+
+TEST(ConvertToNum, DoublesCoverSignsSpecialsHexAndRange) {
+  ExpectRows(kDoubleRows, kDoubleFormats);
+}
 
 TEST(ConvertToNum, NanSignedZeroAndUnsupportedFormats) {
   double real = 0.0;
@@ -113,7 +92,7 @@ TEST(ConvertToNum, NanSignedZeroAndUnsupportedFormats) {
   EXPECT_TRUE(real == 0.0 && std::signbit(real));
 
   int integer = kUntouched;
-  real = kUntouchedDouble;
+  real = kUntouched;
   const VEKUnicodeString text("12");
   for (const char* format : {"%x", "%le", "%i", static_cast<const char*>(nullptr)}) {
     EXPECT_EQ(text.ConvertToNum(&integer, format), 0);
@@ -122,7 +101,7 @@ TEST(ConvertToNum, NanSignedZeroAndUnsupportedFormats) {
     EXPECT_EQ(text.ConvertToNum(&real, format), 0);
   }
   EXPECT_EQ(integer, kUntouched);
-  EXPECT_EQ(real, kUntouchedDouble);
+  EXPECT_EQ(real, kUntouched);
 }
 
 // The host may switch the C locale to one whose decimal separator is a comma; conversions must
@@ -141,8 +120,8 @@ TEST(ConvertToNum, IgnoresCommaDecimalLocale) {
     std::setlocale(LC_ALL, "C");
     GTEST_SKIP() << "no comma-decimal locale is installed (see `locale -a`)";
   }
-  ExpectIntRows();
-  ExpectDoubleRows();
+  ExpectRows(kIntRows, {"%d"});
+  ExpectRows(kDoubleRows, kDoubleFormats);
   std::setlocale(LC_ALL, "C");
 }
 
