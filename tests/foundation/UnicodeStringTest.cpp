@@ -85,51 +85,38 @@ TEST(UnicodeString, CopiesAndMovesAreValues) {
 
 TEST(UnicodeString, SearchesForwardInCharacterPositions) {
   const VEKUnicodeString text("\xE2\x8C\x80\x30.05 \xE2\x93\x82 0.05");
-  const VEKUnicodeString number("0.05");
-  struct Row {
+  const struct {
+    const char* needle;
     int start;
     int expected;
-  };
-  const Row rows[] = {{-5, 1}, {0, 1}, {1, 1}, {2, 8}, {8, 8}, {9, -1}, {12, -1}, {13, -1}};
-  for (const Row& row : rows) {
-    EXPECT_EQ(text.SearchSubString(number, row.start, VEKUnicodeString::VEKSearchForward),
+  } rows[] = {{"0.05", -5, 1}, {"0.05", 0, 1},  {"0.05", 1, 1},        {"0.05", 2, 8},
+              {"0.05", 8, 8},  {"0.05", 9, -1}, {"0.05", 12, -1},      {"0.05", 13, -1},
+              {"", 12, 12},    {"", 13, -1},    {"\xE2\x93\x82", 0, 6}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(text.SearchSubString(VEKUnicodeString(row.needle), row.start,
+                                   VEKUnicodeString::VEKSearchForward),
               row.expected)
-        << "start " << row.start;
+        << row.needle << " from " << row.start;
   }
-  const VEKUnicodeString empty;
-  EXPECT_EQ(text.SearchSubString(empty, 12, VEKUnicodeString::VEKSearchForward), 12);
-  EXPECT_EQ(text.SearchSubString(empty, 13, VEKUnicodeString::VEKSearchForward), -1);
-  EXPECT_EQ(
-      text.SearchSubString(VEKUnicodeString("\xE2\x93\x82"), 0, VEKUnicodeString::VEKSearchForward),
-      6);
   EXPECT_EQ(VEKUnicodeString("abc").SearchSubString(VEKUnicodeString("abcd"), 0,
                                                     VEKUnicodeString::VEKSearchForward),
             -1);
 }
 
+// Rows name the expected piece by its first character and length in kMixed32.
 TEST(UnicodeString, SubStringClampsToTheString) {
   const VEKUnicodeString text(kMixed);
-  struct Row {
+  const struct {
     int start;
     int length;
-    std::u32string expected;
-  };
-  const Row rows[] = {
-      {0, 6, kMixed32},
-      {0, 100, kMixed32},
-      {2, 2, U"\u2300\U0001F600"},
-      {-3, 2, U"a\u00E9"},
-      {5, 1, U"z"},
-      {5, 2, U"z"},
-      {6, 1, U""},
-      {7, 1, U""},
-      {1, 0, U""},
-      {1, -1, U""},
-      {0, 2147483647, kMixed32},
-  };
-  for (const Row& row : rows) {
-    const VEKUnicodeString piece = text.SubString(row.start, row.length);
-    EXPECT_EQ(Wide(piece), row.expected) << "start " << row.start << " length " << row.length;
+    std::size_t from;
+    std::size_t count;
+  } rows[] = {{0, 6, 0, 6}, {0, 100, 0, 6}, {2, 2, 2, 2},         {-3, 2, 0, 2},
+              {5, 1, 5, 1}, {5, 2, 5, 1},   {6, 1, 6, 0},         {7, 1, 6, 0},
+              {1, 0, 1, 0}, {1, -1, 1, 0},  {0, 2147483647, 0, 6}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(Wide(text.SubString(row.start, row.length)), kMixed32.substr(row.from, row.count))
+        << "start " << row.start << " length " << row.length;
   }
 }
 

@@ -97,11 +97,7 @@ TEST(LightXmlTest, GetXmlRoundTripsNamesAttributesTextAndOrder) {
       "<y><![CDATA[a]]b<c>]]></y><x/><z k=\"&#9;&#10;&#13;\">&#13;</z><s>&#32;&#10;</s></r>";
   VEKLightXmlElement root;
   ASSERT_TRUE(Parse(source, root));
-  EXPECT_STREQ(root.GetAttributeValue("q").ConvertToChar(), "a<b&c\"d'e");
-  EXPECT_STREQ(root.GetAttributeValue("\xC3\xA9").ConvertToChar(), "\xE2\x82\xAC");
-
   const std::string written = Dump(root);
-  EXPECT_EQ(written.rfind("<r ", 0), 0u) << "no declaration, no indentation: " << written;
   VEKLightXmlElement reparsed;
   ASSERT_TRUE(Parse(written, reparsed)) << written;
   EXPECT_EQ(Tree(reparsed), Tree(root));
@@ -109,6 +105,7 @@ TEST(LightXmlTest, GetXmlRoundTripsNamesAttributesTextAndOrder) {
             "r[q=a<b&c\"d'e,\xC3\xA9=\xE2\x82\xAC]{x[]'1 < 2 & 3'{}y[]'a]]b<c>'{}x[]{}"
             "z[k=\t\n\r]'\r'{}s[]' \n'{}}");
 
+  // No declaration, no indentation.
   const std::string plain = "<a x=\"1\"><b>t</b><c/></a>";
   ASSERT_TRUE(Parse(plain, root));
   EXPECT_EQ(Dump(root), plain);
