@@ -11,10 +11,7 @@
 
 namespace {
 
-using vek_model_test::Create;
-using vek_model_test::MakeContainer;
-using vek_model_test::MakeSet;
-using vek_model_test::Query;
+using namespace vek_test;
 
 constexpr std::size_t kIds = 16384;
 

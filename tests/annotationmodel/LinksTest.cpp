@@ -11,11 +11,7 @@
 
 namespace {
 
-using vek_model_test::Create;
-using vek_model_test::Identity;
-using vek_model_test::MakeContainer;
-using vek_model_test::MakeSet;
-using vek_model_test::Query;
+using namespace vek_test;
 
 const char* RoleName(VEKTPSLightRole role) {
   static const char* const kNames[] = {"View",       "OrderGroup", "TTRS",  "Reference",
@@ -24,7 +20,7 @@ const char* RoleName(VEKTPSLightRole role) {
   return kNames[static_cast<int>(role)];
 }
 
-class Links : public testing::Test {
+class Links : public testing::Test, protected OneSet {
  protected:
   void SetUp() override {
     t1_ = Make<VEKITPSLightTTRS>("T1", 1);
@@ -62,8 +58,7 @@ class Links : public testing::Test {
 
   template <class I>
   VEKComPtr<I> Make(const std::string& name, int id) {
-    VEKComPtr<I> object = Create<I>(container_.Get(), set_.Get());
-    EXPECT_EQ(Query<VEKITPSLight>(object.Get())->SetId(id), S_OK);
+    VEKComPtr<I> object = OneSet::Make<I>(id);
     names_[Identity(object.Get())] = name;
     return object;
   }
@@ -77,8 +72,6 @@ class Links : public testing::Test {
     return text;
   }
 
-  VEKComPtr<VEKTPSLightContainer> container_ = MakeContainer();
-  VEKComPtr<VEKITPSLightSet> set_ = MakeSet(container_.Get());
   std::map<const VEKBaseUnknown*, std::string> names_;
   VEKComPtr<VEKITPSLightTTRS> t1_, t2_, t3_;
   VEKComPtr<VEKITPSLightAnnotation> a1_, a2_;
