@@ -45,6 +45,13 @@ struct Sample {
 
 void PrintTo(const Sample& sample, std::ostream* out) { *out << sample.name; }
 
+// The sets of one load as JSON.
+json SetsAsJson(VEKTPSLightSchema schema, HRESULT result, VEKITPSLightSet* set) {
+  std::string text;
+  EXPECT_EQ(VEKExportLoadToJson(schema, result, set, false, text), S_OK);
+  return json::parse(text)["sets"];
+}
+
 const char* RefusalName(vektest::Refusal refusal) {
   return refusal == vektest::Refusal::kThatOneOnly ? "once" : "from_then_on";
 }
@@ -96,13 +103,10 @@ class LoadInput {
            status_ == VEKTPSLightLoadStatus::OutOfMemory || status_ == VEKTPSLightLoadStatus::NoSet;
   }
 
-  // The sets of one load as JSON.
   json Export(HRESULT result, VEKITPSLightSet* set) const {
-    std::string text;
-    const auto schema = sample_.schema == VEKGeneratedSchema::Legacy ? VEKTPSLightSchema::Legacy
-                                                                     : VEKTPSLightSchema::Current;
-    EXPECT_EQ(VEKExportLoadToJson(schema, result, set, false, text), S_OK);
-    return json::parse(text)["sets"];
+    return SetsAsJson(sample_.schema == VEKGeneratedSchema::Legacy ? VEKTPSLightSchema::Legacy
+                                                                   : VEKTPSLightSchema::Current,
+                      result, set);
   }
 
  private:
@@ -268,12 +272,8 @@ TEST_P(WriterAllocationFailure, EachRefusedAllocationEndsCleanly) {
   };
   const auto exported = [](const std::string& bytes) {
     const VEKTPSLightDocument written = VEKLoadDocument(bytes.data(), bytes.size());
-    std::string text;
-    EXPECT_EQ(VEKExportLoadToJson(VEKTPSLightSchema::Current, S_OK,
-                                  written.Sets().empty() ? nullptr : written.Sets().back().Get(),
-                                  false, text),
-              S_OK);
-    return json::parse(text)["sets"];
+    return SetsAsJson(VEKTPSLightSchema::Current, S_OK,
+                      written.Sets().empty() ? nullptr : written.Sets().back().Get());
   };
   const auto read = [&](const VEKTPSLightWriteResult& result) {
     if (!toFile) return result.bytes;
