@@ -184,7 +184,8 @@ class AllocationFailure : public testing::TestWithParam<Case> {
 
 TEST_P(AllocationFailure, EachRefusedAllocationEndsCleanly) {
   ASSERT_TRUE(scratch_.Entered());
-  const auto& [sample, refusal] = GetParam();
+  const Sample& sample = std::get<0>(GetParam());
+  const vektest::Refusal refusal = std::get<1>(GetParam());
   LoadInput input(sample);
   json whole;
   std::size_t allocations = 0;
@@ -257,7 +258,8 @@ class WriterAllocationFailure : public testing::TestWithParam<WriterCase> {
 
 TEST_P(WriterAllocationFailure, EachRefusedAllocationEndsCleanly) {
   ASSERT_TRUE(scratch_.Entered());
-  const auto& [target, refusal] = GetParam();
+  const int target = std::get<0>(GetParam());
+  const vektest::Refusal refusal = std::get<1>(GetParam());
   const std::string xml = VEKGenerateDocument({VEKGeneratedSchema::Current, 10, 6});
   const VEKTPSLightDocument document = VEKLoadDocument(xml.data(), xml.size());
   ASSERT_TRUE(document.Loaded());
