@@ -10,8 +10,7 @@
 
 namespace {
 
-using vek_model_test::MakeContainer;
-using vek_model_test::MakeSet;
+using namespace vek_test;
 
 const char kFamiliesFirst[] =
     "<Functional_Tolerancing_Annotation>"
@@ -39,7 +38,7 @@ class CallerSetLoad : public testing::Test {
 
 TEST_F(CallerSetLoad, ValuesThatAreNotLiveSetsAreNeverHandedOn) {
   alignas(std::max_align_t) unsigned char stackBytes[64];
-  for (const vek_model_test::StraySet& caller : vek_model_test::StraySets(stackBytes)) {
+  for (const StraySet& caller : StraySets(stackBytes)) {
     SCOPED_TRACE(caller.what);
     VEKITPSLightSet* slot = caller.value;
     {
@@ -48,7 +47,7 @@ TEST_F(CallerSetLoad, ValuesThatAreNotLiveSetsAreNeverHandedOn) {
       set.Attach(slot);
       // Only what follows "AnnotationSet" was built; the families before it went nowhere.
       ASSERT_EQ(set->GetTTRS().Count(), 1);
-      EXPECT_EQ(vek_model_test::Query<VEKITPSLight>(set->GetTTRS().Get(0))->GetId(), 3);
+      EXPECT_EQ(Query<VEKITPSLight>(set->GetTTRS().Get(0))->GetId(), 3);
       EXPECT_EQ(set->GetAnnotations()->Count(), 0);
       VEKComPtr<VEKITPSLightSet> previous;
       EXPECT_EQ(set->GetPreviousSet(previous.ReleaseAndGetAddressOf()), S_FALSE);

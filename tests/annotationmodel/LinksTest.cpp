@@ -11,11 +11,7 @@
 
 namespace {
 
-using vek_model_test::Create;
-using vek_model_test::Identity;
-using vek_model_test::MakeContainer;
-using vek_model_test::MakeSet;
-using vek_model_test::Query;
+using namespace vek_test;
 
 const char* RoleName(VEKTPSLightRole role) {
   static const char* const kNames[] = {"View",       "OrderGroup", "TTRS",  "Reference",
@@ -24,7 +20,7 @@ const char* RoleName(VEKTPSLightRole role) {
   return kNames[static_cast<int>(role)];
 }
 
-class Links : public testing::Test {
+class Links : public testing::Test, protected OneSet {
  protected:
   void SetUp() override {
     t1_ = Make<VEKITPSLightTTRS>("T1", 1);
@@ -62,8 +58,7 @@ class Links : public testing::Test {
 
   template <class I>
   VEKComPtr<I> Make(const std::string& name, int id) {
-    VEKComPtr<I> object = Create<I>(container_.Get(), set_.Get());
-    EXPECT_EQ(Query<VEKITPSLight>(object.Get())->SetId(id), S_OK);
+    VEKComPtr<I> object = OneSet::Make<I>(id);
     names_[Identity(object.Get())] = name;
     return object;
   }
@@ -77,8 +72,6 @@ class Links : public testing::Test {
     return text;
   }
 
-  VEKComPtr<VEKTPSLightContainer> container_ = MakeContainer();
-  VEKComPtr<VEKITPSLightSet> set_ = MakeSet(container_.Get());
   std::map<const VEKBaseUnknown*, std::string> names_;
   VEKComPtr<VEKITPSLightTTRS> t1_, t2_, t3_;
   VEKComPtr<VEKITPSLightAnnotation> a1_, a2_;
@@ -90,6 +83,11 @@ class Links : public testing::Test {
 };
 
 TEST_F(Links, EveryObjectListsTheLinksThatNameIt) {
+  auto other = MakeSet(container_.Get());
+  auto stranger = Create<VEKITPSLightAnnotation>(container_.Get(), other.Get());
+  ASSERT_EQ(Query<VEKITPSLightModel>(stranger.Get())
+                ->SetView(Create<VEKITPSLightView>(container_.Get(), other.Get()).Get()),
+            S_OK);
   const struct {
     VEKBaseUnknown* object;
     const char* namedBy;
@@ -105,6 +103,8 @@ TEST_F(Links, EveryObjectListsTheLinksThatNameIt) {
       {c1_.Get(), "V1.Capture"},
       {set_.Get(), ""},
       {nullptr, ""},
+      {stranger.Get(), ""},  // objects of another set
+      {other.Get(), ""},
   };
   for (const auto& row : kObjects) {
     SCOPED_TRACE(names_[Identity(row.object)]);
@@ -126,16 +126,6 @@ TEST_F(Links, IntegerReferencesResolveAsTheBrokerWithoutRecording) {
   EXPECT_EQ(links_->Find(10, 0), nullptr);
   EXPECT_EQ(links_->Find(10, 7), nullptr);
   EXPECT_TRUE(set_->GetUnresolvedReferences().empty());
-}
-
-TEST_F(Links, ObjectsOfAnotherSetAreNamedByNothing) {
-  auto other = MakeSet(container_.Get());
-  auto stranger = Create<VEKITPSLightAnnotation>(container_.Get(), other.Get());
-  ASSERT_EQ(Query<VEKITPSLightModel>(stranger.Get())
-                ->SetView(Create<VEKITPSLightView>(container_.Get(), other.Get()).Get()),
-            S_OK);
-  EXPECT_TRUE(links_->ReferencedBy(stranger.Get()).empty());
-  EXPECT_TRUE(links_->ReferencedBy(other.Get()).empty());
   EXPECT_EQ(VEKTPSLightLinks::Build(nullptr), nullptr);
 }
 

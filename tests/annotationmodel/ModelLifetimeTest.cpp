@@ -11,26 +11,13 @@
 
 namespace {
 
-using vek_model_test::Create;
-using vek_model_test::ForeignObject;
-using vek_model_test::Identity;
-using vek_model_test::MakeContainer;
-using vek_model_test::MakeSet;
-using vek_model_test::Query;
-using vek_model_test::Utf8;
+using namespace vek_test;
 
-class ModelLifetime : public testing::Test {
+class ModelLifetime : public testing::Test, protected OneSet {
  protected:
-  template <class I>
-  VEKComPtr<I> Make(VEKITPSLightSet* set = nullptr) {
-    return Create<I>(container_.Get(), set ? set : set_.Get());
-  }
   std::string NameOf(VEKBaseUnknown* object) {
     return Utf8(Query<VEKITPSLight>(object)->GetName());
   }
-
-  VEKComPtr<VEKTPSLightContainer> container_ = MakeContainer();
-  VEKComPtr<VEKITPSLightSet> set_ = MakeSet(container_.Get());
 };
 
 TEST_F(ModelLifetime, SetAndObjectsShareOneCount) {
@@ -96,7 +83,7 @@ TEST_F(ModelLifetime, LinksAcrossModelsAndToForeignObjectsAreRejected) {
   auto capture = Make<VEKITPSLightCapture>();
   auto frame = Make<VEKITPSLightRefFrame>();
   auto local = Query<VEKITPSLightModel>(Make<VEKITPSLightAnnotation>().Get());
-  auto stranger = Make<VEKITPSLightAnnotation>(away.Get());
+  auto stranger = Create<VEKITPSLightAnnotation>(container_.Get(), away.Get());
   ForeignObject foreign;
 
   for (VEKBaseUnknown* outsider :
@@ -110,7 +97,8 @@ TEST_F(ModelLifetime, LinksAcrossModelsAndToForeignObjectsAreRejected) {
     EXPECT_EQ(capture->AddCG(outsider), E_INVALIDARG);
     EXPECT_EQ(capture->SetActiveView(outsider), E_INVALIDARG);
   }
-  EXPECT_EQ(local->SetView(Make<VEKITPSLightView>(away.Get()).Get()), E_INVALIDARG);
+  EXPECT_EQ(local->SetView(Create<VEKITPSLightView>(container_.Get(), away.Get()).Get()),
+            E_INVALIDARG);
   EXPECT_EQ(view->GetAnnotations().Count() + view->GetCaptures().Count(), 0);
   EXPECT_EQ(frame->GetDatums().Count() + local->GetViews().Count(), 0);
   EXPECT_EQ(capture->GetAnnotations().Count() + capture->GetViews().Count(), 0);
@@ -123,59 +111,35 @@ TEST_F(ModelLifetime, LinksAcrossModelsAndToForeignObjectsAreRejected) {
   EXPECT_EQ(view->GetAnnotations().Get(0), Identity(local.Get()));
 }
 
-TEST_F(ModelLifetime, CreationNeedsASetOfThisModel) {
-  vek_test::RecordingContainer recording;
-  VEKComPtr<VEKITPSLightSet> recordedSet;
-  ASSERT_EQ(recording.CreateLightSet(recordedSet.ReleaseAndGetAddressOf(), nullptr), S_OK);
-  VEKITPSLightAnnotation* annotation = reinterpret_cast<VEKITPSLightAnnotation*>(0x1);
-  EXPECT_EQ(container_->CreateAnnotation(&annotation, recordedSet.Get()), E_INVALIDARG);
-  EXPECT_EQ(annotation, nullptr);
-  EXPECT_EQ(container_->CreateAnnotation(&annotation, nullptr), E_POINTER);
-  EXPECT_EQ(container_->CreateCG(nullptr, set_.Get()), E_POINTER);
-  EXPECT_EQ(container_->CreateLightSet(nullptr, nullptr), E_POINTER);
-  EXPECT_EQ(set_->GetCGs().Count(), 0);
-}
-
 TEST_F(ModelLifetime, CreationFailsCleanlyAtEveryAllocation) {
   auto first = Make<VEKITPSLightTTRS>();
   // Fails allocation 1, 2, ... of `create` until it succeeds; returns the first that succeeds.
-  auto failUntilSuccess = [&](auto create) {
+  const auto failUntilMade = [](auto made, auto create) {
     for (int failing = 1;; ++failing) {
       HRESULT result;
-      bool made = true;
       {
         vektest::FailingAllocations noMemory(failing);
-        result = create(made);
+        result = create(made.ReleaseAndGetAddressOf());
       }
       if (result == S_OK) return failing;
       EXPECT_EQ(result, E_OUTOFMEMORY) << "allocation " << failing;
       EXPECT_FALSE(made);
     }
   };
-  EXPECT_EQ(failUntilSuccess([&](bool& made) {
-              VEKComPtr<VEKITPSLightTTRS> ttrs;
-              const HRESULT result =
-                  container_->CreateTTRS(ttrs.ReleaseAndGetAddressOf(), set_.Get());
-              made = static_cast<bool>(ttrs);
-              return result;
-            }),
+  EXPECT_EQ(failUntilMade(VEKComPtr<VEKITPSLightTTRS>(),
+                          [&](auto out) { return container_->CreateTTRS(out, set_.Get()); }),
             3)
       << "the object, then the family list growing to two slots";
   EXPECT_EQ(set_->GetTTRS().Count(), 2) << "failed creations added nothing";
-  EXPECT_GT(failUntilSuccess([&](bool& made) {
-              VEKComPtr<VEKITPSLightSet> set;
-              const HRESULT result =
-                  container_->CreateLightSet(set.ReleaseAndGetAddressOf(), nullptr);
-              made = static_cast<bool>(set);
-              return result;
-            }),
+  EXPECT_GT(failUntilMade(VEKComPtr<VEKITPSLightSet>(),
+                          [&](auto out) { return container_->CreateLightSet(out, nullptr); }),
             1);
 }
 
 TEST_F(ModelLifetime, OrderGroupIsTakenOnlyWhenEveryMemberBelongsToTheModel) {
   auto first = Make<VEKITPSLightAnnotation>();
   auto second = Make<VEKITPSLightAnnotation>();
-  auto stranger = Make<VEKITPSLightAnnotation>(MakeSet(container_.Get()).Get());
+  auto stranger = Create<VEKITPSLightAnnotation>(container_.Get(), MakeSet(container_.Get()).Get());
   auto model = Query<VEKITPSLightModel>(first.Get());
 
   auto* group = new VEKLightObjectList();
@@ -199,30 +163,30 @@ TEST_F(ModelLifetime, OrderGroupIsTakenOnlyWhenEveryMemberBelongsToTheModel) {
   EXPECT_EQ(model->GetOrderGroup(), nullptr);
 }
 
-TEST(ModelChaining, ASetMadeOverTheLastOneKeepsIt) {
-  VEKComPtr<VEKITPSLightSet> first;
-  VEKITPSLightSet* slot = nullptr;
+TEST(ModelChaining, ALiveSetInOutIsKeptByTheNewSet) {
+  // Not only the set made last, nor only one of the same container: any live set in *out carries
+  // the caller's reference, which the overwrite would lose.
+  auto container = MakeContainer();
+  VEKComPtr<VEKITPSLightSet> earlier = MakeSet(container.Get());
+  VEKComPtr<VEKITPSLightSet> later = MakeSet(container.Get());
+  ASSERT_EQ(Query<VEKITPSLight>(earlier.Get())->SetName(L"earlier"), S_OK);
+  VEKITPSLightSet* const earlierAddress = earlier.Get();
+  VEKITPSLightSet* slot = earlier.Detach();
   ASSERT_EQ(MakeContainer()->CreateLightSet(&slot, nullptr), S_OK);
-  first.Attach(slot);
-  ASSERT_EQ(Query<VEKITPSLight>(first.Get())->SetName(L"first"), S_OK);
-  ASSERT_EQ(MakeContainer()->CreateLightSet(&slot, nullptr), S_OK);
-  VEKComPtr<VEKITPSLightSet> second;
-  second.Attach(slot);
-  ASSERT_NE(second.Get(), first.Get());
-  // The reference the slot held passed to the new set.
-  VEKITPSLightSet* firstAddress = first.Detach();
+  VEKComPtr<VEKITPSLightSet> made;
+  made.Attach(slot);
 
   VEKComPtr<VEKITPSLightSet> previous;
-  ASSERT_EQ(second->GetPreviousSet(previous.ReleaseAndGetAddressOf()), S_OK);
-  EXPECT_EQ(previous.Get(), firstAddress);
-  EXPECT_EQ(Utf8(Query<VEKITPSLight>(previous.Get())->GetName()), "first");
+  ASSERT_EQ(made->GetPreviousSet(previous.ReleaseAndGetAddressOf()), S_OK);
+  EXPECT_EQ(previous.Get(), earlierAddress);
+  EXPECT_EQ(Utf8(Query<VEKITPSLight>(previous.Get())->GetName()), "earlier");
   VEKComPtr<VEKITPSLightSet> none;
   EXPECT_EQ(previous->GetPreviousSet(none.ReleaseAndGetAddressOf()), S_FALSE);
   EXPECT_FALSE(none);
-  EXPECT_EQ(second->GetPreviousSet(nullptr), E_POINTER);
+  EXPECT_EQ(made->GetPreviousSet(nullptr), E_POINTER);
 }
 
-TEST(ModelChaining, OtherValuesAreNeverLookedThrough) {
+TEST(ModelChaining, OnlyLiveSetsOfThisModelAreLookedThrough) {
   auto container = MakeContainer();
   VEKComPtr<VEKITPSLightSet> live = MakeSet(container.Get());
   vek_test::RecordingContainer recording;
@@ -230,19 +194,23 @@ TEST(ModelChaining, OtherValuesAreNeverLookedThrough) {
   ASSERT_EQ(recording.CreateLightSet(recordedSet.ReleaseAndGetAddressOf(), nullptr), S_OK);
   auto annotation = Create<VEKITPSLightAnnotation>(container.Get(), live.Get());
   alignas(std::max_align_t) unsigned char stackBytes[64];
-  std::vector<vek_model_test::StraySet> others = vek_model_test::StraySets(stackBytes);
+  std::vector<StraySet> others = StraySets(stackBytes);
   others.push_back({"another model's set", recordedSet.Get()});
   others.push_back(
       {"an object, not its set", reinterpret_cast<VEKITPSLightSet*>(annotation.Get())});
 
   EXPECT_TRUE(VEKTPSLightContainer::IsLiveSet(live.Get()));
   EXPECT_FALSE(VEKTPSLightContainer::IsLiveSet(nullptr));
-  for (const vek_model_test::StraySet& other : others) {
+  VEKITPSLightTTRS* ttrs = nullptr;
+  EXPECT_EQ(container->CreateTTRS(&ttrs, nullptr), E_POINTER);
+  EXPECT_EQ(container->CreateCG(nullptr, live.Get()), E_POINTER);
+  EXPECT_EQ(container->CreateLightSet(nullptr, nullptr), E_POINTER);
+  for (const StraySet& other : others) {
     SCOPED_TRACE(other.what);
     EXPECT_FALSE(VEKTPSLightContainer::IsLiveSet(other.value));
-    VEKComPtr<VEKITPSLightTTRS> ttrs;
-    EXPECT_EQ(container->CreateTTRS(ttrs.ReleaseAndGetAddressOf(), other.value), E_INVALIDARG);
-    EXPECT_FALSE(ttrs);
+    auto* created = reinterpret_cast<VEKITPSLightAnnotation*>(0x1);
+    EXPECT_EQ(container->CreateAnnotation(&created, other.value), E_INVALIDARG);
+    EXPECT_EQ(created, nullptr);
     // Overwritten, not chained: the new set has no previous one.
     VEKITPSLightSet* slot = other.value;
     ASSERT_EQ(container->CreateLightSet(&slot, nullptr), S_OK);
@@ -252,22 +220,7 @@ TEST(ModelChaining, OtherValuesAreNeverLookedThrough) {
     EXPECT_EQ(made->GetPreviousSet(previous.ReleaseAndGetAddressOf()), S_FALSE);
   }
   EXPECT_EQ(recording.GetLedger().Lines().size(), 1u) << "only its own creation";
-}
-
-TEST(ModelChaining, AnyLiveSetInOutIsChained) {
-  // Not only the set made last: any live set in *out carries the caller's reference, which the
-  // overwrite would lose.
-  auto container = MakeContainer();
-  VEKComPtr<VEKITPSLightSet> earlier = MakeSet(container.Get());
-  VEKComPtr<VEKITPSLightSet> later = MakeSet(container.Get());
-  VEKITPSLightSet* const earlierAddress = earlier.Get();
-  VEKITPSLightSet* slot = earlier.Detach();
-  ASSERT_EQ(container->CreateLightSet(&slot, nullptr), S_OK);
-  VEKComPtr<VEKITPSLightSet> made;
-  made.Attach(slot);
-  VEKComPtr<VEKITPSLightSet> previous;
-  ASSERT_EQ(made->GetPreviousSet(previous.ReleaseAndGetAddressOf()), S_OK);
-  EXPECT_EQ(previous.Get(), earlierAddress);
+  EXPECT_EQ(live->GetCGs().Count(), 0);
 }
 
 TEST(ModelChaining, ReleasingTheLastSetFreesALongChain) {

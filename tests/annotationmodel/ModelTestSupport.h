@@ -1,28 +1,14 @@
-// Helpers for the light annotation model tests: a container and a set, typed creation and
-// queries, and an object that comes from no model.
+// Helpers for the light annotation model tests, beside the typed creation and queries of
+// ModelQueries.h: stray set pointers and an object that comes from no model.
 #pragma once
-
-#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <cstring>
-#include <optional>
-#include <string>
-#include <type_traits>
 #include <vector>
 
 #include "ModelQueries.h"
-#include "VEKComPtr.h"
-#include "VEKTPSLightModel.h"
 
-namespace vek_model_test {
-
-using vek_test::Create;
-using vek_test::Identity;
-using vek_test::MakeContainer;
-using vek_test::MakeSet;
-using vek_test::Query;
-using vek_test::Utf8;
+namespace vek_test {
 
 // A value a host may leave in a set pointer that is not a live set.
 struct StraySet {
@@ -55,4 +41,4 @@ class ForeignObject : public VEKBaseUnknown {
   std::uint32_t references = 1;
 };
 
-}  // namespace vek_model_test
+}  // namespace vek_test

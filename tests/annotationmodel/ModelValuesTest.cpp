@@ -11,42 +11,30 @@
 
 namespace {
 
-using vek_model_test::Create;
-using vek_model_test::Identity;
-using vek_model_test::MakeContainer;
-using vek_model_test::MakeSet;
-using vek_model_test::Query;
-using vek_model_test::Utf8;
+using namespace vek_test;
 
 constexpr int kKindSet = 0;
+
+template <class I>
+VEKComPtr<VEKBaseUnknown> MakeAs(VEKTPSLightContainer* container, VEKITPSLightSet* set) {
+  return Query<VEKBaseUnknown>(Create<I>(container, set).Get());
+}
 
 // A new object of `kind` (VEKTPSLightKind) in `set`, or the set itself for kind 0.
 VEKComPtr<VEKBaseUnknown> MakeObject(VEKTPSLightContainer* container, VEKITPSLightSet* set,
                                      int kind) {
-  auto identity = [](const auto& made) { return Query<VEKBaseUnknown>(made.Get()); };
-  switch (kind) {
-    case VEKTPSLightKindAnnotation:
-      return identity(Create<VEKITPSLightAnnotation>(container, set));
-    case VEKTPSLightKindView:
-      return identity(Create<VEKITPSLightView>(container, set));
-    case VEKTPSLightKindTTRS:
-      return identity(Create<VEKITPSLightTTRS>(container, set));
-    case VEKTPSLightKindRefFrame:
-      return identity(Create<VEKITPSLightRefFrame>(container, set));
-    case VEKTPSLightKindCG:
-      return identity(Create<VEKITPSLightCG>(container, set));
-    case VEKTPSLightKindCapture:
-      return identity(Create<VEKITPSLightCapture>(container, set));
-    default:
-      return Query<VEKBaseUnknown>(set);
-  }
+  using Maker = VEKComPtr<VEKBaseUnknown> (*)(VEKTPSLightContainer*, VEKITPSLightSet*);
+  static const Maker kMakers[] = {nullptr,
+                                  MakeAs<VEKITPSLightAnnotation>,
+                                  MakeAs<VEKITPSLightView>,
+                                  MakeAs<VEKITPSLightTTRS>,
+                                  MakeAs<VEKITPSLightRefFrame>,
+                                  MakeAs<VEKITPSLightCG>,
+                                  MakeAs<VEKITPSLightCapture>};
+  return kind == kKindSet ? Query<VEKBaseUnknown>(set) : kMakers[kind](container, set);
 }
 
-class EveryKind : public testing::TestWithParam<int> {
- protected:
-  VEKComPtr<VEKTPSLightContainer> container_ = MakeContainer();
-  VEKComPtr<VEKITPSLightSet> set_ = MakeSet(container_.Get());
-};
+class EveryKind : public testing::TestWithParam<int>, protected OneSet {};
 
 // What they start as, the JSON export's test of an empty model shows.
 TEST_P(EveryKind, CommonValuesKeepTheLastValue) {
@@ -107,19 +95,18 @@ INSTANTIATE_TEST_SUITE_P(Kinds, EveryKind,
                                          VEKTPSLightKindCG, VEKTPSLightKindCapture));
 
 // The other values start unset as the JSON export's test of an empty model shows.
-TEST(ModelValues, TheFatherIsKeptNeverReferenced) {
-  auto container = MakeContainer();
-  vek_model_test::ForeignObject father;
-  auto set = MakeSet(container.Get(), &father);
+class ModelValues : public testing::Test, protected OneSet {};
+
+TEST_F(ModelValues, TheFatherIsKeptNeverReferenced) {
+  ForeignObject father;
+  auto set = MakeSet(container_.Get(), &father);
   EXPECT_EQ(set->GetFather(), &father);
   EXPECT_EQ(father.references, 1u);
 }
 
-TEST(ModelValues, DefaultFollowsTheLastFlagAndListsKeepDuplicates) {
-  auto container = MakeContainer();
-  auto set = MakeSet(container.Get());
-  auto annotation = Create<VEKITPSLightAnnotation>(container.Get(), set.Get());
-  auto ttrs = Create<VEKITPSLightTTRS>(container.Get(), set.Get());
+TEST_F(ModelValues, DefaultFollowsTheLastFlagAndListsKeepDuplicates) {
+  auto annotation = Make<VEKITPSLightAnnotation>();
+  auto ttrs = Make<VEKITPSLightTTRS>();
   for (const auto& [flag, expected] :
        std::vector<std::pair<int, bool>>{{1, true}, {0, false}, {-5, true}, {INT_MIN, true}}) {
     EXPECT_EQ(annotation->SetDefault(flag), S_OK);
@@ -141,7 +128,7 @@ TEST(ModelValues, DefaultFollowsTheLastFlagAndListsKeepDuplicates) {
   EXPECT_EQ(ttrs->GetGeometry(-1), nullptr);
 }
 
-class IdBroker : public testing::Test {
+class IdBroker : public testing::Test, protected OneSet {
  protected:
   VEKComPtr<VEKBaseUnknown> Make(int kind, std::optional<int> id) {
     auto object = MakeObject(container_.Get(), set_.Get(), kind);
@@ -163,8 +150,6 @@ class IdBroker : public testing::Test {
     return pairs;
   }
 
-  VEKComPtr<VEKTPSLightContainer> container_ = MakeContainer();
-  VEKComPtr<VEKITPSLightSet> set_ = MakeSet(container_.Get());
   VEKComPtr<VEKITPSIdBroker> broker_ = Query<VEKITPSIdBroker>(set_.Get());
 };
 

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <limits>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -34,15 +35,20 @@ std::string Bytes(int triangles, int lines, int points) {
   return std::to_string(vek_test::BuildMeshesGlb(triangles, lines, points).size());
 }
 
+// `text` with each key of `values` replaced by its value wherever it stands.
+std::string Fill(std::string text, const std::map<std::string, std::string>& values) {
+  for (const auto& [key, value] : values) {
+    for (auto at = text.find(key); at != std::string::npos; at = text.find(key, at))
+      text.replace(at, key.size(), value);
+  }
+  return text;
+}
+
 Json Export(VEKTPSLightSchema schema, HRESULT result, VEKITPSLightSet* set, bool pretty = false) {
   std::string text;
   EXPECT_EQ(S_OK, VEKExportLoadToJson(schema, result, set, pretty, text));
   return Json::parse(text);
 }
-
-// The members an object has when nothing was ever set on it, in export order.
-const char* const kUnsetCommon =
-    R"("id":null,"name":null,"uuid":null,"type":null,"status":null,"rep":null)";
 
 class JsonExport : public testing::Test, protected vek_test::OneSet {};
 
@@ -72,48 +78,41 @@ TEST(JsonExportDocument, EveryMemberOfEveryFamilyInOrder) {
       "</Functional_Tolerancing_Annotation>";
   const VEKTPSLightDocument document = VEKLoadDocument(xml.data(), xml.size());
   ASSERT_TRUE(document.Loaded()) << document.Error();
-  const std::string common = R"("uuid":"","type":0,"status":0,"rep":null)";
-  const Json expected = Json::parse(
+  const Json expected = Json::parse(Fill(
       R"({"schema":"current","result":"0x00000000","sets":[{
         "name":"Pump ⌀","standard":"ISO 1101","uuid":"set-1","type":3,"status":65535,
         "ttrs":[{"id":101,"name":"Face","uuid":"t-101","type":2,"status":0,
-          "rep":{"nodes":2,"meshes":1,"primitives":1,"vertices":3,"bytes":)" +
-      Bytes(1, 0, 0) + R"(},
+          "rep":{"nodes":2,"meshes":1,"primitives":1,"vertices":3,"bytes":$glb100},
           "geometry":[[4,-7],[]]}],
         "annotations":[
-          {"id":1,"name":"Datum A",)" +
-      common + R"(,
+          {"id":1,"name":"Datum A",$common,
            "value":0.0,"default":false,"reference":0,"attribute":"","ttrs":[],
            "graphic":null,"views":[],"orderGroup":null},
-          {"id":2,"name":"Position",)" +
-      common + R"(,
+          {"id":2,"name":"Position",$common,
            "value":0.1,"default":true,"reference":21,"attribute":"⌀0.05 Ⓜ","ttrs":[101,101],
-           "graphic":{"nodes":4,"meshes":3,"primitives":3,"vertices":6,"bytes":)" +
-      Bytes(1, 1, 1) + R"(},
+           "graphic":{"nodes":4,"meshes":3,"primitives":3,"vertices":6,"bytes":$glb111},
            "views":[11,11],"orderGroup":[2,1]}],
         "views":[
-          {"id":11,"name":"Front",)" +
-      common + R"(,
+          {"id":11,"name":"Front",$common,
            "origin":[0.0,0.5,-2.0],"normal":[0.0,0.0,1.0],"direction":[1.0,0.0,0.0],
            "annotations":[2,2],"captures":[41]},
-          {"id":0,"name":"",)" +
-      common + R"(,
+          {"id":0,"name":"",$common,
            "origin":null,"normal":null,"direction":null,"annotations":[],"captures":[]}],
-        "refFrames":[{"id":21,"name":"A|B",)" +
-      common + R"(,
+        "refFrames":[{"id":21,"name":"A|B",$common,
            "attribute":"A|B","datums":[1],"ttrs":[101]}],
-        "cgs":[{"id":31,"name":"Axis",)" +
-      common + R"(,
+        "cgs":[{"id":31,"name":"Axis",$common,
            "attribute":"","ttrs":[101],"treps":[7,8]}],
-        "captures":[{"id":41,"name":"Main",)" +
-      common + R"(,
+        "captures":[{"id":41,"name":"Main",$common,
            "activeView":11,"clippingPlane":-1,
            "camera":{"type":2,"position":[250.0,-180.0,160.0],"direction":[-0.7,0.5,-0.5],
                      "zenith":[0.0,0.0,1.0],"target":[0.001,2.5e10,0.0]},
            "annotations":[1],"views":[11],"cgs":[31],
-           "graphic":{"nodes":3,"meshes":2,"primitives":2,"vertices":4,"bytes":)" +
-      Bytes(0, 2, 0) + R"(}}],
-        "unresolved":[{"kind":2,"id":9},{"kind":5,"id":3}]}]})");
+           "graphic":{"nodes":3,"meshes":2,"primitives":2,"vertices":4,"bytes":$glb020}}],
+        "unresolved":[{"kind":2,"id":9},{"kind":5,"id":3}]}]})",
+      {{"$common", R"("uuid":"","type":0,"status":0,"rep":null)"},
+       {"$glb100", Bytes(1, 0, 0)},
+       {"$glb111", Bytes(1, 1, 1)},
+       {"$glb020", Bytes(0, 2, 0)}}));
   // Dumps compare member order as well as values.
   EXPECT_EQ(expected.dump(),
             Export(VEKTPSLightSchema::Current, S_OK, document.Sets()[0].Get()).dump());
@@ -128,29 +127,21 @@ TEST_F(JsonExport, NothingSetIsNull) {
   (void)Make<VEKITPSLightRefFrame>();
   (void)Make<VEKITPSLightCG>();
   ASSERT_EQ(S_OK, Make<VEKITPSLightCapture>()->AddView(view.Get()));
-  const std::string common = kUnsetCommon;
-  const Json expected = Json::parse(
+  const Json expected = Json::parse(Fill(
       R"({"schema":"legacy","result":"0x80004005","sets":[{
         "name":null,"standard":null,"uuid":null,"type":null,"status":null,
-        "ttrs":[{)" +
-      common + R"(,"geometry":[null]}],
-        "annotations":[{)" +
-      common +
-      R"(,"value":null,"default":false,"reference":null,"attribute":null,
+        "ttrs":[{$common,"geometry":[null]}],
+        "annotations":[{$common,"value":null,"default":false,"reference":null,"attribute":null,
           "ttrs":[],"graphic":null,"views":[],"orderGroup":null}],
-        "views":[{)" +
-      common +
-      R"(,"origin":null,"normal":null,"direction":null,"annotations":[],"captures":[]}],
-        "refFrames":[{)" +
-      common + R"(,"attribute":null,"datums":[],"ttrs":[]}],
-        "cgs":[{)" +
-      common + R"(,"attribute":null,"ttrs":[],"treps":[]}],
-        "captures":[{)" +
-      common +
-      R"(,"activeView":null,"clippingPlane":null,
+        "views":[{$common,
+          "origin":null,"normal":null,"direction":null,"annotations":[],"captures":[]}],
+        "refFrames":[{$common,"attribute":null,"datums":[],"ttrs":[]}],
+        "cgs":[{$common,"attribute":null,"ttrs":[],"treps":[]}],
+        "captures":[{$common,"activeView":null,"clippingPlane":null,
           "camera":{"type":null,"position":null,"direction":null,"zenith":null,"target":null},
           "annotations":[],"views":[null],"cgs":[],"graphic":null}],
-        "unresolved":[]}]})");
+        "unresolved":[]}]})",
+      {{"$common", R"("id":null,"name":null,"uuid":null,"type":null,"status":null,"rep":null)"}}));
   EXPECT_EQ(expected.dump(), Export(VEKTPSLightSchema::Legacy, E_FAIL, set_.Get()).dump());
 }
 

@@ -45,6 +45,13 @@ struct Sample {
 
 void PrintTo(const Sample& sample, std::ostream* out) { *out << sample.name; }
 
+// The sets of one load as JSON.
+json SetsAsJson(VEKTPSLightSchema schema, HRESULT result, VEKITPSLightSet* set) {
+  std::string text;
+  EXPECT_EQ(VEKExportLoadToJson(schema, result, set, false, text), S_OK);
+  return json::parse(text)["sets"];
+}
+
 const char* RefusalName(vektest::Refusal refusal) {
   return refusal == vektest::Refusal::kThatOneOnly ? "once" : "from_then_on";
 }
@@ -96,13 +103,10 @@ class LoadInput {
            status_ == VEKTPSLightLoadStatus::OutOfMemory || status_ == VEKTPSLightLoadStatus::NoSet;
   }
 
-  // The sets of one load as JSON.
   json Export(HRESULT result, VEKITPSLightSet* set) const {
-    std::string text;
-    const auto schema = sample_.schema == VEKGeneratedSchema::Legacy ? VEKTPSLightSchema::Legacy
-                                                                     : VEKTPSLightSchema::Current;
-    EXPECT_EQ(VEKExportLoadToJson(schema, result, set, false, text), S_OK);
-    return json::parse(text)["sets"];
+    return SetsAsJson(sample_.schema == VEKGeneratedSchema::Legacy ? VEKTPSLightSchema::Legacy
+                                                                   : VEKTPSLightSchema::Current,
+                      result, set);
   }
 
  private:
@@ -150,6 +154,27 @@ bool SaysNoMoreThan(const json& partial, const json& whole) {
   return false;
 }
 
+// Runs `attempt(failing)` for each of the `allocations` an operation makes, refusing allocation
+// `failing` in it; `attempt` tells what is wrong with the outcome (empty when nothing is) and must
+// leave no block behind.
+template <class Attempt>
+void RefuseEach(std::size_t allocations, Attempt attempt) {
+  ASSERT_GT(allocations, 50u);
+  for (std::size_t failing = 1; failing <= allocations; ++failing) {
+    SCOPED_TRACE(testing::Message() << "allocation " << failing << " of " << allocations);
+    const std::size_t liveBefore = vektest::LiveBlocks();
+    const std::string wrong = attempt(failing);
+    // Measured before anything is reported, since reporting allocates too.
+    const std::size_t liveAfter = vektest::LiveBlocks();
+    ASSERT_EQ(wrong, "");
+    EXPECT_EQ(liveAfter, liveBefore) << "blocks left behind";
+  }
+}
+
+std::string WrongResult(HRESULT result) {
+  return "result " + testing::PrintToString(static_cast<unsigned>(result));
+}
+
 using Case = std::tuple<Sample, vektest::Refusal>;
 
 class AllocationFailure : public testing::TestWithParam<Case> {
@@ -159,7 +184,8 @@ class AllocationFailure : public testing::TestWithParam<Case> {
 
 TEST_P(AllocationFailure, EachRefusedAllocationEndsCleanly) {
   ASSERT_TRUE(scratch_.Entered());
-  const auto& [sample, refusal] = GetParam();
+  const Sample& sample = std::get<0>(GetParam());
+  const vektest::Refusal refusal = std::get<1>(GetParam());
   LoadInput input(sample);
   json whole;
   std::size_t allocations = 0;
@@ -173,42 +199,28 @@ TEST_P(AllocationFailure, EachRefusedAllocationEndsCleanly) {
     ASSERT_EQ(result, S_OK);
     whole = input.Export(result, set.Get());
   }
-  ASSERT_GT(allocations, 50u);
   RecordProperty("allocations", static_cast<int>(allocations));
   const auto grouped = [](const json& annotation) { return !annotation["orderGroup"].empty(); };
   ASSERT_TRUE(std::any_of(whole[0]["annotations"].begin(), whole[0]["annotations"].end(), grouped));
 
-  for (std::size_t failing = 1; failing <= allocations; ++failing) {
-    SCOPED_TRACE(testing::Message() << "allocation " << failing << " of " << allocations);
-    const std::size_t liveBefore = vektest::LiveBlocks();
+  RefuseEach(allocations, [&](std::size_t failing) -> std::string {
+    VEKComPtr<VEKITPSLightSet> set;
+    input.Prepare();
     HRESULT result = S_OK;
     bool refused = false;
-    bool saysNoMore = true;
-    json wrong;  // kept only when the model says too much, so it counts as live then alone
     {
-      VEKComPtr<VEKITPSLightSet> set;
-      input.Prepare();
-      {
-        vektest::FailingAllocations failure(failing, refusal);
-        result = input.Load(set);
-        refused = failure.Refused();
-      }
-      if (set) {
-        json partial = input.Export(result, set.Get());
-        saysNoMore = SaysNoMoreThan(partial, whole);
-        if (!saysNoMore) wrong = std::move(partial);
-      }
+      vektest::FailingAllocations failure(failing, refusal);
+      result = input.Load(set);
+      refused = failure.Refused();
     }
-    // Measured before anything is reported, since reporting allocates too.
-    const std::size_t liveAfter = vektest::LiveBlocks();
-    ASSERT_TRUE(refused);
+    if (!refused) return "nothing refused";
     // A set the model could not make passes its E_OUTOFMEMORY on as the load's result.
-    ASSERT_TRUE(result == S_OK || result == E_FAIL || result == E_OUTOFMEMORY)
-        << std::hex << result;
-    ASSERT_TRUE(saysNoMore) << wrong.dump();
-    ASSERT_TRUE(input.ToldRightly());
-    EXPECT_EQ(liveAfter, liveBefore) << "blocks left behind";
-  }
+    if (result != S_OK && result != E_FAIL && result != E_OUTOFMEMORY) return WrongResult(result);
+    if (!input.ToldRightly()) return "memory running out told as a fault of the document";
+    if (!set) return "";
+    const json partial = input.Export(result, set.Get());
+    return SaysNoMoreThan(partial, whole) ? "" : "says more: " + partial.dump();
+  });
 
   // Nothing the refusals touched lingers: the next load gives the whole model again.
   VEKComPtr<VEKITPSLightSet> set;
@@ -246,7 +258,8 @@ class WriterAllocationFailure : public testing::TestWithParam<WriterCase> {
 
 TEST_P(WriterAllocationFailure, EachRefusedAllocationEndsCleanly) {
   ASSERT_TRUE(scratch_.Entered());
-  const auto& [target, refusal] = GetParam();
+  const int target = std::get<0>(GetParam());
+  const vektest::Refusal refusal = std::get<1>(GetParam());
   const std::string xml = VEKGenerateDocument({VEKGeneratedSchema::Current, 10, 6});
   const VEKTPSLightDocument document = VEKLoadDocument(xml.data(), xml.size());
   ASSERT_TRUE(document.Loaded());
@@ -261,12 +274,8 @@ TEST_P(WriterAllocationFailure, EachRefusedAllocationEndsCleanly) {
   };
   const auto exported = [](const std::string& bytes) {
     const VEKTPSLightDocument written = VEKLoadDocument(bytes.data(), bytes.size());
-    std::string text;
-    EXPECT_EQ(VEKExportLoadToJson(VEKTPSLightSchema::Current, S_OK,
-                                  written.Sets().empty() ? nullptr : written.Sets().back().Get(),
-                                  false, text),
-              S_OK);
-    return json::parse(text)["sets"];
+    return SetsAsJson(VEKTPSLightSchema::Current, S_OK,
+                      written.Sets().empty() ? nullptr : written.Sets().back().Get());
   };
   const auto read = [&](const VEKTPSLightWriteResult& result) {
     if (!toFile) return result.bytes;
@@ -282,35 +291,21 @@ TEST_P(WriterAllocationFailure, EachRefusedAllocationEndsCleanly) {
     ASSERT_EQ(result.result, S_OK);
     whole = exported(read(result));
   }
-  ASSERT_GT(allocations, 50u);
-  for (std::size_t failing = 1; failing <= allocations; ++failing) {
-    SCOPED_TRACE(testing::Message() << "allocation " << failing << " of " << allocations);
+  RefuseEach(allocations, [&](std::size_t failing) -> std::string {
     if (toFile) std::remove("out.xml");
-    const std::size_t liveBefore = vektest::LiveBlocks();
-    HRESULT code = S_OK;
-    bool emptyOnFailure = true;
-    bool saysNoMore = true;
-    bool nothingLeft = true;
+    VEKTPSLightWriteResult result;
     {
-      VEKTPSLightWriteResult result;
-      {
-        vektest::FailingAllocations failure(failing, refusal);
-        result = write();
-      }
-      code = result.result;
-      emptyOnFailure = code == S_OK || (result.bytes.empty() && result.warnings.empty());
-      saysNoMore = code != S_OK || SaysNoMoreThan(exported(read(result)), whole);
-      nothingLeft = code == S_OK || !toFile || std::filesystem::is_empty(".");
+      vektest::FailingAllocations failure(failing, refusal);
+      result = write();
     }
-    // Measured before anything is reported, since reporting allocates too.
-    const std::size_t liveAfter = vektest::LiveBlocks();
-    ASSERT_TRUE(code == S_OK || code == E_OUTOFMEMORY) << std::hex << code;
-    ASSERT_TRUE(emptyOnFailure);
-    ASSERT_TRUE(saysNoMore);
-    // Neither the file nor a temporary one.
-    ASSERT_TRUE(nothingLeft);
-    EXPECT_EQ(liveAfter, liveBefore) << "blocks left behind";
-  }
+    if (result.result == E_OUTOFMEMORY) {
+      if (!result.bytes.empty() || !result.warnings.empty()) return "output of a failed write";
+      // Neither the file nor a temporary one.
+      return toFile && !std::filesystem::is_empty(".") ? "a file of a failed write" : "";
+    }
+    if (result.result != S_OK) return WrongResult(result.result);
+    return SaysNoMoreThan(exported(read(result)), whole) ? "" : "says more than the model";
+  });
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryForm, WriterAllocationFailure,
