@@ -5,6 +5,7 @@
 #include "GltfReadersAgree.h"
 
 #include <algorithm>
+#include <iterator>
 #include <climits>
 #include <cstring>
 #include <functional>
@@ -107,22 +108,13 @@ vek_scenegraph_detail::GltfRange Append(std::vector<Item>& pool, const std::vect
 }
 
 GltfAccessorType AccessorType(int type) {
-  switch (type) {
-    case TINYGLTF_TYPE_VEC2:
-      return GltfAccessorType::kVec2;
-    case TINYGLTF_TYPE_VEC3:
-      return GltfAccessorType::kVec3;
-    case TINYGLTF_TYPE_VEC4:
-      return GltfAccessorType::kVec4;
-    case TINYGLTF_TYPE_MAT2:
-      return GltfAccessorType::kMat2;
-    case TINYGLTF_TYPE_MAT3:
-      return GltfAccessorType::kMat3;
-    case TINYGLTF_TYPE_MAT4:
-      return GltfAccessorType::kMat4;
-    default:
-      return GltfAccessorType::kScalar;
-  }
+  // tinygltf's codes in the order of our enum.
+  constexpr int kTypes[] = {TINYGLTF_TYPE_SCALAR, TINYGLTF_TYPE_VEC2, TINYGLTF_TYPE_VEC3,
+                            TINYGLTF_TYPE_VEC4,   TINYGLTF_TYPE_MAT2, TINYGLTF_TYPE_MAT3,
+                            TINYGLTF_TYPE_MAT4};
+  const int* found = std::find(std::begin(kTypes), std::end(kTypes), type);
+  return found == std::end(kTypes) ? GltfAccessorType::kScalar
+                                   : static_cast<GltfAccessorType>(found - kTypes);
 }
 
 // tinygltf's model as ours; it points into `source`.
@@ -343,20 +335,6 @@ Json Normalized(Json document) {
   return document;
 }
 
-bool RefuseFileExists(const std::string&, void*) { return false; }
-std::string KeepFilePath(const std::string& path, void*) { return path; }
-bool RefuseReadWholeFile(std::vector<unsigned char>*, std::string*, const std::string&, void*) {
-  return false;
-}
-bool RefuseWriteWholeFile(std::string*, const std::string&, const std::vector<unsigned char>&,
-                          void*) {
-  return false;
-}
-bool SkipImageDecoding(tinygltf::Image*, const int, std::string*, std::string*, int, int,
-                       const unsigned char*, int, void*) {
-  return true;
-}
-
 // The text of `value`. Unlike nlohmann-json's dump it writes the integer -0 as such, so that
 // tinygltf does not read it back as an unsigned 0.
 std::string Text(const Json& value) {
@@ -383,8 +361,16 @@ bool ReadWithTinygltf(std::string_view json, const vek_scenegraph_detail::GlbLay
   }
   tinygltf::TinyGLTF loader;
   loader.SetFsCallbacks(tinygltf::FsCallbacks{
-      &RefuseFileExists, &KeepFilePath, &RefuseReadWholeFile, &RefuseWriteWholeFile, nullptr});
-  loader.SetImageLoader(&SkipImageDecoding, nullptr);
+      [](const std::string&, void*) { return false; },
+      [](const std::string& path, void*) { return path; },
+      [](std::vector<unsigned char>*, std::string*, const std::string&, void*) { return false; },
+      [](std::string*, const std::string&, const std::vector<unsigned char>&, void*) {
+        return false;
+      },
+      nullptr});
+  loader.SetImageLoader([](tinygltf::Image*, const int, std::string*, std::string*, int, int,
+                           const unsigned char*, int, void*) { return true; },
+                        nullptr);
   std::string error, warning;
   try {
     return loader.LoadBinaryFromMemory(&model, &error, &warning,

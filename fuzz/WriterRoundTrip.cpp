@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include <stdexcept>
+#include <utility>
 
 #include "VEKTPSLightDocument.h"
 #include "VEKTPSLightJsonExport.h"
@@ -31,23 +32,16 @@ Json ExportEach(const std::vector<VEKComPtr<VEKITPSLightSet>>& sets) {
   return each;
 }
 
+// The member of a set's export that lists objects of `kind`; none for the set itself.
 const char* FamilyMember(int kind) {
-  switch (kind) {
-    case VEKTPSLightKindTTRS:
-      return "ttrs";
-    case VEKTPSLightKindAnnotation:
-      return "annotations";
-    case VEKTPSLightKindView:
-      return "views";
-    case VEKTPSLightKindRefFrame:
-      return "refFrames";
-    case VEKTPSLightKindCG:
-      return "cgs";
-    case VEKTPSLightKindCapture:
-      return "captures";
-    default:
-      return nullptr;
+  static const std::pair<int, const char*> kMembers[] = {
+      {VEKTPSLightKindTTRS, "ttrs"},  {VEKTPSLightKindAnnotation, "annotations"},
+      {VEKTPSLightKindView, "views"}, {VEKTPSLightKindRefFrame, "refFrames"},
+      {VEKTPSLightKindCG, "cgs"},     {VEKTPSLightKindCapture, "captures"}};
+  for (const auto& [family, member] : kMembers) {
+    if (family == kind) return member;
   }
+  return nullptr;
 }
 
 // Links rebuilt from an object whose id was never set name it by the 0 it comes back with: an
@@ -102,10 +96,6 @@ std::string FirstDifference(const Json& before, const Json& after) {
 }
 
 }  // namespace
-
-std::string ExportSets(const std::vector<VEKComPtr<VEKITPSLightSet>>& sets) {
-  return ExportEach(sets).dump();
-}
 
 RoundTrip WriteAndReload(const std::vector<VEKComPtr<VEKITPSLightSet>>& sets,
                          const VEKTPSLightWriteOptions& options) {

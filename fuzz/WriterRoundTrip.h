@@ -23,7 +23,4 @@ struct RoundTrip {
 RoundTrip WriteAndReload(const std::vector<VEKComPtr<VEKITPSLightSet>>& sets,
                          const VEKTPSLightWriteOptions& options = {});
 
-// The JSON export of `sets` (an array, one entry per set, as VEKExportLoadToJson writes them).
-std::string ExportSets(const std::vector<VEKComPtr<VEKITPSLightSet>>& sets);
-
 }  // namespace vek_fuzz

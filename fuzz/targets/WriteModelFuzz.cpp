@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <limits>
 #include <vector>
 
@@ -54,14 +55,21 @@ VEKComPtr<U> Query(VEKBaseUnknown* object) {
 }
 
 // A new object of the family `create` makes, as its identity.
-template <class Interface>
-VEKComPtr<VEKBaseUnknown> Create(VEKTPSLightContainer& container, VEKITPSLightSet& set,
-                                 HRESULT (VEKTPSLightContainer::*create)(Interface**,
-                                                                         VEKITPSLightSet*)) {
+template <class Interface, HRESULT (VEKTPSLightContainer::*create)(Interface**, VEKITPSLightSet*)>
+VEKComPtr<VEKBaseUnknown> Create(VEKTPSLightContainer& container, VEKITPSLightSet& set) {
   VEKComPtr<Interface> made;
   (void)(container.*create)(made.ReleaseAndGetAddressOf(), &set);
   return Query<VEKBaseUnknown>(made.Get());
 }
+
+using Creator = VEKComPtr<VEKBaseUnknown> (*)(VEKTPSLightContainer&, VEKITPSLightSet&);
+const Creator kCreators[] = {
+    &Create<VEKITPSLightTTRS, &VEKTPSLightContainer::CreateTTRS>,
+    &Create<VEKITPSLightAnnotation, &VEKTPSLightContainer::CreateAnnotation>,
+    &Create<VEKITPSLightView, &VEKTPSLightContainer::CreateView>,
+    &Create<VEKITPSLightRefFrame, &VEKTPSLightContainer::CreateRefFrame>,
+    &Create<VEKITPSLightCG, &VEKTPSLightContainer::CreateCG>,
+    &Create<VEKITPSLightCapture, &VEKTPSLightContainer::CreateCapture>};
 
 VEKRep* Graphic(unsigned extraBytes) {
   static const std::vector<char> kGlb = vek_test::BuildMeshesGlb(1, 1, 0);
@@ -85,26 +93,7 @@ void Apply(Input& input, VEKTPSLightContainer& container, VEKITPSLightSet& set,
            std::vector<VEKComPtr<VEKBaseUnknown>>& objects) {
   const unsigned operation = input.Byte() % 8;
   if (operation == 0 || objects.empty()) {
-    VEKComPtr<VEKBaseUnknown> made;
-    switch (input.Byte() % 6) {
-      case 0:
-        made = Create(container, set, &VEKTPSLightContainer::CreateTTRS);
-        break;
-      case 1:
-        made = Create(container, set, &VEKTPSLightContainer::CreateAnnotation);
-        break;
-      case 2:
-        made = Create(container, set, &VEKTPSLightContainer::CreateView);
-        break;
-      case 3:
-        made = Create(container, set, &VEKTPSLightContainer::CreateRefFrame);
-        break;
-      case 4:
-        made = Create(container, set, &VEKTPSLightContainer::CreateCG);
-        break;
-      default:
-        made = Create(container, set, &VEKTPSLightContainer::CreateCapture);
-    }
+    VEKComPtr<VEKBaseUnknown> made = kCreators[input.Byte() % std::size(kCreators)](container, set);
     if (made) objects.push_back(made);
     return;
   }

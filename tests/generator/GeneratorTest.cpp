@@ -31,15 +31,16 @@ VEKTPSLightDocument Load(const std::string& xml, VEKGeneratedForm form) {
   return document;
 }
 
+std::vector<std::int64_t> Counts(const VEKFamilyCounts& c) {
+  return {c.ttrs, c.annotations, c.views, c.refFrames, c.cgs, c.captures};
+}
+
 // The families hold their share of 600 objects, and each is linked to the others.
 void ExpectLinkedFamilies(VEKITPSLightSet* set) {
-  const VEKFamilyCounts counts = VEKCountFamilies(600);
-  EXPECT_EQ(counts.ttrs, set->GetTTRS().Count());
-  EXPECT_EQ(counts.annotations, set->GetAnnotations()->Count());
-  EXPECT_EQ(counts.views, set->GetViews().Count());
-  EXPECT_EQ(counts.refFrames, set->GetRefFrames().Count());
-  EXPECT_EQ(counts.cgs, set->GetCGs().Count());
-  EXPECT_EQ(counts.captures, set->GetCaptures().Count());
+  EXPECT_EQ(Counts(VEKCountFamilies(600)),
+            (std::vector<std::int64_t>{set->GetTTRS().Count(), set->GetAnnotations()->Count(),
+                                       set->GetViews().Count(), set->GetRefFrames().Count(),
+                                       set->GetCGs().Count(), set->GetCaptures().Count()}));
   int grouped = 0;
   for (int k = 0; k < set->GetAnnotations()->Count(); ++k) {
     auto model = Query<VEKITPSLightModel>(set->GetAnnotations()->Get(k));
@@ -69,13 +70,7 @@ TEST(Generator, FamilyCountsFollowTheProportions) {
        {15'000'000, 50'000'000, 10'000'000, 5'000'000, 10'000'000, 10'000'000}},
   };
   for (const Row& row : rows) {
-    const VEKFamilyCounts counts = VEKCountFamilies(row.objects);
-    EXPECT_EQ(row.counts.ttrs, counts.ttrs) << row.objects;
-    EXPECT_EQ(row.counts.annotations, counts.annotations) << row.objects;
-    EXPECT_EQ(row.counts.views, counts.views) << row.objects;
-    EXPECT_EQ(row.counts.refFrames, counts.refFrames) << row.objects;
-    EXPECT_EQ(row.counts.cgs, counts.cgs) << row.objects;
-    EXPECT_EQ(row.counts.captures, counts.captures) << row.objects;
+    EXPECT_EQ(Counts(row.counts), Counts(VEKCountFamilies(row.objects))) << row.objects;
   }
 }
 

@@ -170,14 +170,11 @@ TEST(Scene, SharedGlbSamplesAreCarriedWithTheirGeometry) {
     std::vector<char> glb((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     VEKRep* rep = VEKReadSceneGraph(glb.data(), static_cast<int>(glb.size()));
     if (!rep) continue;
-    VEKComPtr<VEKTPSLightContainer> container;
-    container.Attach(new VEKTPSLightContainer());
-    Sets sets(1);
-    ASSERT_EQ(S_OK, container->CreateLightSet(sets[0].ReleaseAndGetAddressOf(), nullptr));
-    VEKComPtr<VEKITPSLightAnnotation> annotation;
-    ASSERT_EQ(S_OK,
-              container->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), sets[0].Get()));
-    ASSERT_EQ(S_OK, annotation->SetRep(rep));
+    const VEKComPtr<VEKTPSLightContainer> container = vek_test::MakeContainer();
+    const Sets sets{vek_test::MakeSet(container.Get())};
+    ASSERT_EQ(
+        S_OK,
+        vek_test::Create<VEKITPSLightAnnotation>(container.Get(), sets[0].Get())->SetRep(rep));
     std::vector<char> scene;
     VEKTPSLightSceneCounts counts;
     ASSERT_TRUE(VEKSucceeded(VEKBuildScene(sets, scene, &counts)));

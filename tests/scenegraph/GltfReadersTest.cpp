@@ -1,10 +1,8 @@
 // Our glTF reader against tinygltf, on the same blobs: the same decision and the same values,
-// except where our reader decides by a rule of its own (GltfReadersAgree.h).
+// except where our reader decides by a rule of its own (GltfReadersAgree.h). The shared GLB corpus
+// is compared by the replay of the gltf_readers fuzz target.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -14,7 +12,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using vek_fuzz::CompareGltfReaders;
 using vek_fuzz::GltfReadersVerdict;
 
@@ -219,23 +216,6 @@ TEST(GltfReaders, GeneratedScenesAreReadAlike) {
        {std::vector<int>{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {5, 1, 1}, {40, 3, 2}}) {
     EXPECT_EQ(Compare(vek_test::BuildMeshesGlb(counts[0], counts[1], counts[2])), kBothRead);
   }
-}
-
-// Real files from elsewhere.
-TEST(GltfReaders, NoDisagreementOnTheSharedCorpus) {
-  const fs::path corpus = fs::path(VEK_SHARED_DIR) / "corpora" / "glb";
-  if (!fs::is_directory(corpus)) {
-    GTEST_SKIP() << "no shared GLB corpus at " << corpus;
-  }
-  int files = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(corpus)) {
-    if (!entry.is_regular_file()) continue;
-    std::ifstream file(entry.path(), std::ios::binary);
-    const std::vector<char> bytes(std::istreambuf_iterator<char>(file), {});
-    EXPECT_NE(Compare(bytes), GltfReadersVerdict::kDisagree) << entry.path();
-    ++files;
-  }
-  EXPECT_GT(files, 0);
 }
 
 }  // namespace

@@ -233,22 +233,14 @@ constexpr int kCapture = VEKTPSLightKindCapture;
 using Issue = VEKTPSLightWriteIssue;
 
 TEST(WriterValuesTest, EveryValueLeftUnsetIsNamed) {
-  VEKComPtr<VEKTPSLightContainer> container;
-  container.Attach(new VEKTPSLightContainer());
-  VEKComPtr<VEKITPSLightSet> set;
-  ASSERT_EQ(container->CreateLightSet(set.ReleaseAndGetAddressOf(), nullptr), S_OK);
-  VEKComPtr<VEKITPSLightTTRS> ttrs;
-  VEKComPtr<VEKITPSLightAnnotation> annotation;
-  VEKComPtr<VEKITPSLightView> view;
-  VEKComPtr<VEKITPSLightRefFrame> frame;
-  VEKComPtr<VEKITPSLightCG> geometry;
-  VEKComPtr<VEKITPSLightCapture> capture;
-  ASSERT_EQ(container->CreateTTRS(ttrs.ReleaseAndGetAddressOf(), set.Get()), S_OK);
-  ASSERT_EQ(container->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set.Get()), S_OK);
-  ASSERT_EQ(container->CreateView(view.ReleaseAndGetAddressOf(), set.Get()), S_OK);
-  ASSERT_EQ(container->CreateRefFrame(frame.ReleaseAndGetAddressOf(), set.Get()), S_OK);
-  ASSERT_EQ(container->CreateCG(geometry.ReleaseAndGetAddressOf(), set.Get()), S_OK);
-  ASSERT_EQ(container->CreateCapture(capture.ReleaseAndGetAddressOf(), set.Get()), S_OK);
+  const VEKComPtr<VEKTPSLightContainer> container = vek_test::MakeContainer();
+  const VEKComPtr<VEKITPSLightSet> set = vek_test::MakeSet(container.Get());
+  (void)vek_test::Create<VEKITPSLightTTRS>(container.Get(), set.Get());
+  (void)vek_test::Create<VEKITPSLightAnnotation>(container.Get(), set.Get());
+  (void)vek_test::Create<VEKITPSLightView>(container.Get(), set.Get());
+  (void)vek_test::Create<VEKITPSLightRefFrame>(container.Get(), set.Get());
+  (void)vek_test::Create<VEKITPSLightCG>(container.Get(), set.Get());
+  (void)vek_test::Create<VEKITPSLightCapture>(container.Get(), set.Get());
   const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload({set});
   EXPECT_EQ(trip.difference, "");
 
@@ -276,16 +268,6 @@ struct WarningCase {
 
 TEST(WriterValuesTest, EachThingTheDocumentCannotKeepIsNamedOnce) {
   const std::vector<WarningCase> cases = {
-      {"unset value",
-       [](HostModel& m) { (void)m.BareAnnotation(); },
-       {{Issue::Unset, kAnnotation, 0, "value"},
-        {Issue::Unset, kAnnotation, 0, "reference"},
-        {Issue::Unset, kAnnotation, 0, "attribute"},
-        {Issue::Unset, kAnnotation, 0, "name"},
-        {Issue::Unset, kAnnotation, 0, "uuid"},
-        {Issue::Unset, kAnnotation, 0, "type"},
-        {Issue::Unset, kAnnotation, 0, "id"},
-        {Issue::Unset, kAnnotation, 0, "status"}}},
       {"camera vectors without a type",
        [](HostModel& m) { (void)m.Capture(1)->SetCameraPosition(1, 2, 3); },
        {{Issue::Unset, kCapture, 0, "camera.type"}}},
