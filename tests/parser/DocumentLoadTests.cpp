@@ -130,7 +130,6 @@ TEST_F(DocumentLoad, LinksOfEachSetAreBuiltOnce) {
   const auto& named = seen[0]->ReferencedBy(view);
   ASSERT_FALSE(named.empty());
   EXPECT_EQ(named.front().role, VEKTPSLightRole::View);
-  EXPECT_EQ(VEKTPSLightDocument().Links(0), nullptr);
 }
 
 TEST_F(DocumentLoad, FailuresSayWhyAndWhere) {
