@@ -10,7 +10,6 @@
 #include "ParserTestSupport.h"
 #include "VEKTPSLightParserUtil.h"
 
-using vek_test::FirstChild;
 using vek_test::Items;
 using vek_test::ParseXml;
 using vek_test::Utf8;
@@ -37,7 +36,8 @@ TEST(CurrentNavigation, GetNodeValueKeepsOnePlacePerChild) {
   EXPECT_EQ(util.GetNodeValue(root, &values), S_OK);
   EXPECT_EQ(Items(values), (std::vector<std::string>{"old", "1", "", "x"}));
 
-  VEKLightXmlElement leaf = FirstChild(root, "B");
+  VEKLightXmlElement leaf;
+  ASSERT_EQ(util.FoundRootNode(root, "B", leaf), S_OK);
   EXPECT_EQ(util.GetNodeValue(leaf, &values), S_OK);
   EXPECT_EQ(values.Size(), 4);
   EXPECT_EQ(util.GetNodeValue(root, nullptr), E_FAIL);

@@ -65,12 +65,8 @@ TEST_F(DocumentLoad, BundledDocumentsInEveryForm) {
   const std::string pump = Bundled("pump_housing.xml");
   const std::string legacy = Bundled("gear_shaft_legacy.xml");
   // One annotation's attribute of each document, with characters beyond ASCII.
-  const char* const pumpAttribute =
-      "\xE2\x8C\x80"
-      "0.1 \xE2\x93\x82 A B C";
-  const char* const legacyAttribute =
-      "\xE2\x97\x8E \xE2\x8C\x80"
-      "0.01 A-B";
+  const char* const pumpAttribute = "⌀0.1 Ⓜ A B C";
+  const char* const legacyAttribute = "◎ ⌀0.01 A-B";
   const struct {
     const char* what;
     std::string bytes;
@@ -130,7 +126,6 @@ TEST_F(DocumentLoad, LinksOfEachSetAreBuiltOnce) {
   const auto& named = seen[0]->ReferencedBy(view);
   ASSERT_FALSE(named.empty());
   EXPECT_EQ(named.front().role, VEKTPSLightRole::View);
-  EXPECT_EQ(VEKTPSLightDocument().Links(0), nullptr);
 }
 
 TEST_F(DocumentLoad, FailuresSayWhyAndWhere) {

@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -74,40 +72,30 @@ class MirrorElement final : public VEKLightXmlElementItf {
   std::vector<std::unique_ptr<MirrorElement>> children_;
 };
 
-std::string ReadDocument(const char* name) {
-  std::ifstream file(std::string(VEK_EXAMPLES_DIR) + "/" + name, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
 // The model the builders make from `root`, as JSON.
 std::string BuildWith(VEKLightXmlElementItf& root, bool legacy) {
-  VEKTPSLightParserUtil parser;
-  VEKComPtr<VEKTPSLightContainer> container;
-  container.Attach(new VEKTPSLightContainer());
-  VEKComPtr<VEKITPSLightSet> set;
-  EXPECT_EQ(container->CreateLightSet(set.ReleaseAndGetAddressOf(), nullptr), S_OK);
+  using Util = VEKTPSLightParserUtil;
+  Util parser;
+  const VEKComPtr<VEKTPSLightContainer> container = vek_test::MakeContainer();
+  const VEKComPtr<VEKITPSLightSet> set = vek_test::MakeSet(container.Get());
   if (legacy) {
-    (void)parser.GenerateTTRS(container.Get(), set.Get(), root);
-    (void)parser.GenerateAnnotations(container.Get(), set.Get(), root);
-    (void)parser.GenerateViews(container.Get(), set.Get(), root);
-    (void)parser.GenerateRefFrame(container.Get(), set.Get(), root);
-    (void)parser.GenerateCG(container.Get(), set.Get(), root);
-    (void)parser.GenerateCapture(container.Get(), set.Get(), root);
-  } else {
-    // Each family builder builds only the children of its own tag, so every family element can
-    // go to all of them: the walk of the root that picks one is the load's.
-    void* position = root.GetChildren();
-    while (VEKLightXmlElementItf* family = position ? root.GetChild(position) : nullptr) {
-      if (family->GetName() == "AnnotationSet") {
-        (void)parser.SetTPSSetValues(set.Get(), *family);
-        continue;
-      }
-      for (auto build :
-           {&VEKTPSLightParserUtil::GenerateNewTTRS, &VEKTPSLightParserUtil::GenerateNewAnnotations,
-            &VEKTPSLightParserUtil::GenerateNewViews, &VEKTPSLightParserUtil::GenerateNewRefFrame,
-            &VEKTPSLightParserUtil::GenerateNewCG, &VEKTPSLightParserUtil::GenerateNewCapture}) {
-        (void)(parser.*build)(container.Get(), set.Get(), *family);
-      }
+    for (auto build : {&Util::GenerateTTRS, &Util::GenerateAnnotations, &Util::GenerateViews,
+                       &Util::GenerateRefFrame, &Util::GenerateCG, &Util::GenerateCapture}) {
+      (void)(parser.*build)(container.Get(), set.Get(), root);
+    }
+  }
+  // Each current family builder builds only the children of its own tag, so every family element
+  // can go to all of them: the walk of the root that picks one is the load's.
+  void* position = legacy ? nullptr : root.GetChildren();
+  while (VEKLightXmlElementItf* family = position ? root.GetChild(position) : nullptr) {
+    if (family->GetName() == "AnnotationSet") {
+      (void)parser.SetTPSSetValues(set.Get(), *family);
+      continue;
+    }
+    for (auto build :
+         {&Util::GenerateNewTTRS, &Util::GenerateNewAnnotations, &Util::GenerateNewViews,
+          &Util::GenerateNewRefFrame, &Util::GenerateNewCG, &Util::GenerateNewCapture}) {
+      (void)(parser.*build)(container.Get(), set.Get(), *family);
     }
   }
   std::string json;
@@ -120,7 +108,8 @@ std::string BuildWith(VEKLightXmlElementItf& root, bool legacy) {
 TEST(ForeignElement, BuildsTheModelOfTheParsedElements) {
   for (const auto& [name, legacy] :
        {std::pair{"gear_shaft_legacy.xml", true}, std::pair{"pump_housing.xml", false}}) {
-    VEKLightXmlElement parsed = vek_test::ParseXml(ReadDocument(name));
+    VEKLightXmlElement parsed =
+        vek_test::ParseXml(vek_test::ReadFileBytes(std::string(VEK_EXAMPLES_DIR) + "/" + name));
     ASSERT_FALSE(parsed.IsNull()) << name;
     const MirrorElement mirror(parsed, nullptr);
     const std::string expected = BuildWith(parsed, legacy);

@@ -32,20 +32,6 @@ inline VEKLightXmlElement ParseXml(const std::string& xml) {
   return root;
 }
 
-// The first child of `parent` named `name`; an element designating nothing when there is none.
-inline VEKLightXmlElement FirstChild(const VEKLightXmlElementItf& parent, const char* name) {
-  VEKLightXmlElement found;
-  void* position = parent.GetChildren();
-  while (position) {
-    VEKLightXmlElementItf* child = parent.GetChild(position);
-    if (child && child->GetName() == name) {
-      (void)found.SetElement(child);
-      break;
-    }
-  }
-  return found;
-}
-
 // Base64 form of `bytes` (standard alphabet, padded).
 inline std::string ToBase64(const std::string& bytes) {
   VEKUnicodeString text;

@@ -27,6 +27,53 @@ struct BuildRow {
   std::string changes;
 };
 
+using Builder = HRESULT (VEKTPSLightParserUtil::*)(VEKTPSLightContainer*, VEKITPSLightSet*,
+                                                   VEKLightXmlElementItf&);
+enum BuilderSchema { kCurrent, kLegacy, kLegacyRoot };
+struct NamedBuilder {
+  const char* name;
+  Builder build;
+  BuilderSchema schema;
+};
+// Every builder of both schemas but the annotation ones, by the element that calls for it.
+inline const NamedBuilder kBuilders[] = {
+    {"RootTTRSs", &VEKTPSLightParserUtil::GenerateNewTTRS, kCurrent},
+    {"RootTPSs", &VEKTPSLightParserUtil::GenerateNewAnnotations, kCurrent},
+    {"RootViews", &VEKTPSLightParserUtil::GenerateNewViews, kCurrent},
+    {"RootRefs", &VEKTPSLightParserUtil::GenerateNewRefFrame, kCurrent},
+    {"RootCGs", &VEKTPSLightParserUtil::GenerateNewCG, kCurrent},
+    {"RootCaps", &VEKTPSLightParserUtil::GenerateNewCapture, kCurrent},
+    {"TTRS", &VEKTPSLightParserUtil::BuildNewTTRS, kCurrent},
+    {"TPSView", &VEKTPSLightParserUtil::BuildNewView, kCurrent},
+    {"RefFrame", &VEKTPSLightParserUtil::BuildNewRefFrame, kCurrent},
+    {"TPSCG", &VEKTPSLightParserUtil::BuildNewCG, kCurrent},
+    {"TPSCap", &VEKTPSLightParserUtil::BuildNewCapture, kCurrent},
+    {"TTRSRoot", &VEKTPSLightParserUtil::GenerateTTRS, kLegacyRoot},
+    {"Annotations", &VEKTPSLightParserUtil::GenerateAnnotations, kLegacyRoot},
+    {"ViewRoot", &VEKTPSLightParserUtil::GenerateViews, kLegacyRoot},
+    {"ReferenceFrame", &VEKTPSLightParserUtil::GenerateRefFrame, kLegacyRoot},
+    {"CGRoot", &VEKTPSLightParserUtil::GenerateCG, kLegacyRoot},
+    {"CaptureRoot", &VEKTPSLightParserUtil::GenerateCapture, kLegacyRoot},
+    {"TTRS", &VEKTPSLightParserUtil::BuildTTRS, kLegacy},
+    {"View", &VEKTPSLightParserUtil::BuildView, kLegacy},
+    {"RefFrame", &VEKTPSLightParserUtil::BuildRefFrame, kLegacy},
+    {"CG", &VEKTPSLightParserUtil::BuildCG, kLegacy},
+    {"Capture", &VEKTPSLightParserUtil::BuildCapture, kLegacy},
+};
+
+// Controls for BuildRow: every object family refuses its common face, or its creation; every set
+// refuses the broker.
+inline constexpr RecordingKind kObjectKinds[] = {RecordingKind::TTRS, RecordingKind::Annotation,
+                                                 RecordingKind::View, RecordingKind::RefFrame,
+                                                 RecordingKind::CG,   RecordingKind::Capture};
+inline void NoLight(RecordingContainer& c) {
+  for (RecordingKind kind : kObjectKinds) c.RefuseInterface(kind, VEKITPSLight::kIID);
+}
+inline void RefuseAll(RecordingContainer& c) {
+  for (RecordingKind kind : kObjectKinds) c.RefuseCreation(kind);
+}
+inline void NoBroker(RecordingContainer& c) { c.RemoveBroker(); }
+
 class RecordedBuild : public ::testing::Test {
  protected:
   void SetUp() override { Renew(); }
@@ -48,61 +95,27 @@ class RecordedBuild : public ::testing::Test {
   // `xml` parsed into an element that lives as long as the test.
   VEKLightXmlElement& Xml(const std::string& xml) { return parsed_.emplace_back(ParseXml(xml)); }
 
-  // Runs, for each child of <D>`xml`</D>, the builder its name calls for: a family root of either
-  // schema, or one object. The last result.
+  // Runs, for each child of <D>`xml`</D>, the builder its name calls for in the schema under test:
+  // a family root or one object. The last result.
   HRESULT Build(const std::string& xml) {
-    using Util = VEKTPSLightParserUtil;
-    using Builder =
-        HRESULT (Util::*)(VEKTPSLightContainer*, VEKITPSLightSet*, VEKLightXmlElementItf&);
-    static const std::pair<const char*, Builder> kBuilders[] = {
-        {"RootTTRSs", &Util::GenerateNewTTRS},
-        {"RootTPSs", &Util::GenerateNewAnnotations},
-        {"RootViews", &Util::GenerateNewViews},
-        {"RootRefs", &Util::GenerateNewRefFrame},
-        {"RootCGs", &Util::GenerateNewCG},
-        {"RootCaps", &Util::GenerateNewCapture},
-        {"TPSView", &Util::BuildNewView},
-        {"RefFrame", &Util::BuildNewRefFrame},
-        {"TPSCG", &Util::BuildNewCG},
-        {"TPSCap", &Util::BuildNewCapture},
-        {"TTRSRoot", &Util::GenerateTTRS},
-        {"Annotations", &Util::GenerateAnnotations},
-        {"ViewRoot", &Util::GenerateViews},
-        {"ReferenceFrame", &Util::GenerateRefFrame},
-        {"CGRoot", &Util::GenerateCG},
-        {"CaptureRoot", &Util::GenerateCapture},
-        {"View", &Util::BuildView},
-        {"LegacyRefFrame", &Util::BuildRefFrame},
-        {"CG", &Util::BuildCG},
-        {"Capture", &Util::BuildCapture},
-    };
     VEKLightXmlElement root = ParseXml("<D>" + xml + "</D>");
     EXPECT_FALSE(root.IsNull()) << xml;
     HRESULT result = S_OK;
-    VEKTPSLightContainer* container = container_.get();
     for (void* position = root.GetChildren(); position;) {
       VEKLightXmlElementItf* child = root.GetChild(position);
-      const std::string name = child->GetName().ConvertToChar();
-      // Legacy family builders look for their root among the children of the element given.
-      const bool legacyRoot = name == "TTRSRoot" || name == "Annotations" || name == "ViewRoot" ||
-                              name == "ReferenceFrame" || name == "CGRoot" || name == "CaptureRoot";
-      VEKLightXmlElementItf& element =
-          legacyRoot ? static_cast<VEKLightXmlElementItf&>(root) : *child;
-      if (name == "TTRS") {
-        result = legacy_ ? util_.BuildTTRS(container, set_.Get(), element)
-                         : util_.BuildNewTTRS(container, set_.Get(), element);
-      } else if (name == "TPS") {
+      if (child->GetName() == "TPS") {
         VEKRawCollPV groups(0);
-        result = legacy_ ? util_.BuildAnnotation(container, set_.Get(), element, &groups)
-                         : util_.BuildNewAnnotation(container, set_.Get(), element, &groups);
+        result = legacy_ ? util_.BuildAnnotation(container_.get(), set_.Get(), *child, &groups)
+                         : util_.BuildNewAnnotation(container_.get(), set_.Get(), *child, &groups);
         for (int k = 1; k <= groups.Size(); ++k) {
           delete static_cast<VEKListValVEKUnicodeString*>(groups[k]);
         }
-      } else {
-        const std::string key = legacy_ && name == "RefFrame" ? "LegacyRefFrame" : name;
-        for (const auto& [builderName, builder] : kBuilders) {
-          if (key == builderName) result = (util_.*builder)(container, set_.Get(), element);
-        }
+      }
+      for (const NamedBuilder& builder : kBuilders) {
+        if (child->GetName() != builder.name || (builder.schema != kCurrent) != legacy_) continue;
+        // Legacy family builders look for their root among the children of the element given.
+        VEKLightXmlElementItf& element = builder.schema == kLegacyRoot ? root : *child;
+        result = (util_.*builder.build)(container_.get(), set_.Get(), element);
       }
     }
     return result;

@@ -65,14 +65,6 @@ bool IsReferenceLine(const std::string& line) {
 
 }  // namespace
 
-std::vector<std::string> Ledger::Filter(const std::string& prefix) const {
-  std::vector<std::string> kept;
-  for (const std::string& line : lines_) {
-    if (line.compare(0, prefix.size(), prefix) == 0) kept.push_back(line);
-  }
-  return kept;
-}
-
 std::vector<std::string> Ledger::Operations() const {
   std::vector<std::string> kept;
   for (const std::string& line : lines_) {

@@ -38,8 +38,6 @@ class Ledger {
  public:
   void Add(std::string line) { lines_.push_back(std::move(line)); }
   const std::vector<std::string>& Lines() const { return lines_; }
-  // The lines starting with `prefix`, e.g. Filter("A1.") for every call made on A1.
-  std::vector<std::string> Filter(const std::string& prefix) const;
   // The lines other than QueryInterface, AddRef and Release ones: the model operations.
   std::vector<std::string> Operations() const;
   void Clear() { lines_.clear(); }
