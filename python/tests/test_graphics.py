@@ -8,7 +8,7 @@ import numpy
 import pytest
 
 import vektps
-from conftest import document, generate
+from conftest import FAMILIES, document, generate
 
 COMPONENTS = {5120: "b", 5121: "B", 5122: "h", 5123: "H", 5125: "I", 5126: "f"}
 WIDTHS = {"SCALAR": 1, "VEC2": 2, "VEC3": 3, "VEC4": 4, "MAT4": 16}
@@ -88,14 +88,8 @@ LINE_MODES = {1: lambda n: n // 2, 2: lambda n: n if n > 1 else 0, 3: lambda n: 
 
 
 def graphics_of(loaded):
-    found = []
-    for set_ in loaded.sets:
-        for family in (set_.ttrs, set_.annotations, set_.views, set_.ref_frames, set_.cgs,
-                       set_.captures):
-            for item in family:
-                found += [graphic for graphic in (item.rep, getattr(item, "graphic", None))
-                          if graphic is not None]
-    return found
+    return [graphic for set_ in loaded.sets for family in FAMILIES for item in getattr(set_, family)
+            for graphic in (item.rep, getattr(item, "graphic", None)) if graphic is not None]
 
 
 def every_mode_glb():

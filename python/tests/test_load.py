@@ -15,11 +15,10 @@ from concurrent.futures import ThreadPoolExecutor
 import pytest
 
 import vektps
-from conftest import SANITIZED, document, generate, tool_json
+from conftest import FAMILIES, SANITIZED, document, generate, tool_json
 
 BUNDLED = ["pump_housing.xml", "pump_housing.xml.b64", "pump_housing.xml.z",
            "gear_shaft_legacy.xml", "bracket.xml"]
-FAMILIES = ["ttrs", "annotations", "views", "ref_frames", "cgs", "captures"]
 EXPORTED = {"ref_frames": "refFrames"}
 KINDS = {1: "annotation", 2: "view", 3: "ttrs", 4: "ref_frame", 5: "cg", 6: "capture"}
 

@@ -169,14 +169,6 @@ async function checkHighlight(page, file, data, set, capture, screenshotPath) {
   assert(pixels.count(inflate(rect, 2), HIGHLIGHT) > 0, `${file}: annotation ${id} is not highlighted`);
 }
 
-// A generated document's captures look anywhere: its page is checked for loading, names and
-// errors, with the time to its first frame.
-async function checkLoad(page, file, data) {
-  await openAt(page, `file://${file}`);
-  await checkPanel(page, data);
-  return page.evaluate(() => Math.round(window.vekView.readyMs));
-}
-
 async function main() {
   const [tool, generator, outDir, ...documents] = process.argv.slice(2);
   if (!fs.existsSync(CHROMIUM)) {
@@ -231,8 +223,12 @@ async function main() {
       all.strayChecked += totals.strayChecked;
     }
     assert(all.drawn > 0 && all.strayChecked > 0, `nothing was checked: ${JSON.stringify(all)}`);
+    // A generated document's captures look anywhere: its page is checked for loading, names and
+    // errors, with the time to its first frame.
     const file = pageOf(generated);
-    const readyMs = await checkLoad(page, file, pageData(fs.readFileSync(file, 'utf8')));
+    await openAt(page, `file://${file}`);
+    await checkPanel(page, pageData(fs.readFileSync(file, 'utf8')));
+    const readyMs = await page.evaluate(() => Math.round(window.vekView.readyMs));
     assert.deepStrictEqual(errors, [], `${file}: console errors`);
     console.log(`${path.basename(generated)}: first frame after ${readyMs} ms`);
   } finally {
