@@ -13,6 +13,7 @@ GENERATE = os.environ["VEKTPS_GENERATE"]
 # the generator carry their own.
 SANITIZED = bool(os.environ.get("VEKTPS_SANITIZED"))
 NATIVE = {name: value for name, value in os.environ.items() if name != "LD_PRELOAD"}
+FAMILIES = ["ttrs", "annotations", "views", "ref_frames", "cgs", "captures"]
 
 
 def document(name):

@@ -1,13 +1,11 @@
 """python3 -m vektps.batch end to end: generated and broken documents on a local cluster of
-worker processes, then on a scheduler and workers started as separate processes."""
+worker processes, then on a running scheduler named by its address."""
 
 import gzip
 import json
 import os
-import signal
 import subprocess
 import sys
-import time
 import zlib
 
 import pytest
@@ -48,9 +46,8 @@ def corpus(tmp_path_factory):
 
 
 def run_batch(arguments, cwd, timeout=120):
-    environment = dict(os.environ)
     return subprocess.run([sys.executable, "-m", "vektps.batch", *arguments], cwd=cwd,
-                          env=environment, capture_output=True, text=True, timeout=timeout)
+                          capture_output=True, text=True, timeout=timeout)
 
 
 def records_of(outdir):
@@ -101,50 +98,18 @@ def test_usage_errors(tmp_path):
     assert run_batch([str(tmp_path), "--workers", "0", "-o", "x"], cwd=tmp_path).returncode == 2
 
 
-def wait_for(condition, seconds, what):
-    deadline = time.monotonic() + seconds
-    while not condition():
-        if time.monotonic() > deadline:
-            raise TimeoutError(f"no {what} after {seconds} s")
-        time.sleep(0.1)
-
-
-def test_external_scheduler_and_workers(corpus, tmp_path):
-    from distributed import Client
+def test_running_scheduler(corpus, tmp_path):
+    """--scheduler names a scheduler already running, here one whose workers are threads of this
+    process, reached over TCP."""
+    from distributed import LocalCluster
 
     root, expected = corpus
-    scheduler_file = tmp_path / "scheduler.json"
-    logs = {name: open(tmp_path / f"{name}.log", "w") for name in ["scheduler", "workers"]}
-    processes = []
-    try:
-        processes.append(subprocess.Popen(
-            [sys.executable, "-m", "distributed.cli.dask_scheduler", "--host", "127.0.0.1",
-             "--port", "0", "--dashboard-address", ":0", "--scheduler-file", str(scheduler_file)],
-            cwd=tmp_path, stdout=logs["scheduler"], stderr=subprocess.STDOUT,
-            start_new_session=True))
-        wait_for(scheduler_file.exists, 30, "scheduler file")
-        processes.append(subprocess.Popen(
-            [sys.executable, "-m", "distributed.cli.dask_worker", "--scheduler-file",
-             str(scheduler_file), "--nworkers", "2", "--nthreads", "1", "--no-dashboard",
-             "--local-directory", str(tmp_path / "workers")],
-            cwd=tmp_path, stdout=logs["workers"], stderr=subprocess.STDOUT,
-            start_new_session=True))
-        with Client(scheduler_file=str(scheduler_file), timeout=30) as client:
-            client.wait_for_workers(2, timeout=60)
-            address = client.scheduler.address
+    with LocalCluster(n_workers=2, threads_per_worker=1, processes=False, protocol="tcp://",
+                      dashboard_address=None) as cluster:
         outdir = tmp_path / "out"
         result = run_batch([str(root / "generated"), str(root / "broken"), "-o", str(outdir),
-                            "--scheduler", address, "--batch-size", "4"], cwd=tmp_path)
-        assert (result.returncode, result.stderr) == (0, "")
-        check_output(outdir, expected)
-    finally:
-        for process in reversed(processes):
-            os.killpg(process.pid, signal.SIGTERM)
-        for process in reversed(processes):
-            try:
-                process.wait(timeout=10)
-            except subprocess.TimeoutExpired:
-                os.killpg(process.pid, signal.SIGKILL)
-                process.wait()
-        for log in logs.values():
-            log.close()
+                            "--scheduler", cluster.scheduler_address, "--batch-size", "4"],
+                           cwd=tmp_path)
+        ran = set(cluster.scheduler.task_prefixes)
+    assert (result.returncode, result.stderr, ran) == (0, "", {"vektps-part"})
+    check_output(outdir, expected)

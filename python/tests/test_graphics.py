@@ -8,7 +8,7 @@ import numpy
 import pytest
 
 import vektps
-from conftest import document, generate
+from conftest import FAMILIES, document, generate
 
 COMPONENTS = {5120: "b", 5121: "B", 5122: "h", 5123: "H", 5125: "I", 5126: "f"}
 WIDTHS = {"SCALAR": 1, "VEC2": 2, "VEC3": 3, "VEC4": 4, "MAT4": 16}
@@ -88,14 +88,8 @@ LINE_MODES = {1: lambda n: n // 2, 2: lambda n: n if n > 1 else 0, 3: lambda n: 
 
 
 def graphics_of(loaded):
-    found = []
-    for set_ in loaded.sets:
-        for family in (set_.ttrs, set_.annotations, set_.views, set_.ref_frames, set_.cgs,
-                       set_.captures):
-            for item in family:
-                found += [graphic for graphic in (item.rep, getattr(item, "graphic", None))
-                          if graphic is not None]
-    return found
+    return [graphic for set_ in loaded.sets for family in FAMILIES for item in getattr(set_, family)
+            for graphic in (item.rep, getattr(item, "graphic", None)) if graphic is not None]
 
 
 def every_mode_glb():
@@ -151,8 +145,8 @@ def graphics(tmp_path_factory):
     return modes + found
 
 
-def test_arrays_are_the_glbs_accessors(graphics):
-    checked = 0
+def test_arrays_nodes_and_world_space_geometry_are_the_glbs(graphics):
+    checked = triangles = lines = 0
     for graphic in graphics:
         glb = Glb(graphic.glb)
         assert len(graphic.meshes) == len(glb.json.get("meshes", []))
@@ -161,28 +155,17 @@ def test_arrays_are_the_glbs_accessors(graphics):
             for primitive, source in zip(mesh.primitives, described["primitives"], strict=True):
                 attributes = source["attributes"]
                 assert primitive.mode == source.get("mode", 4)
-                positions = glb.accessor(attributes["POSITION"])
                 assert primitive.positions.dtype == numpy.float32
-                assert numpy.array_equal(primitive.positions, positions.astype(numpy.float32))
-                if "NORMAL" in attributes:
-                    assert numpy.array_equal(primitive.normals,
-                                             glb.accessor(attributes["NORMAL"]).astype(numpy.float32))
-                else:
-                    assert primitive.normals is None
-                if "indices" in source:
-                    assert primitive.indices.dtype == numpy.uint32
-                    assert numpy.array_equal(primitive.indices,
-                                             glb.accessor(source["indices"]).ravel())
-                else:
-                    assert primitive.indices is None
+                assert numpy.array_equal(primitive.positions, glb.accessor(attributes["POSITION"]))
+                normals, indices = attributes.get("NORMAL"), source.get("indices")
+                assert (primitive.normals is None) == (normals is None)
+                assert normals is None or numpy.array_equal(primitive.normals,
+                                                            glb.accessor(normals))
+                assert (primitive.indices is None) == (indices is None)
+                assert indices is None or (primitive.indices.dtype == numpy.uint32 and
+                                           numpy.array_equal(primitive.indices,
+                                                             glb.accessor(indices).ravel()))
                 checked += 1
-    assert checked > 10
-
-
-def test_nodes_and_world_space_geometry(graphics):
-    triangles = lines = 0
-    for graphic in graphics:
-        glb = Glb(graphic.glb)
         matrices = glb.world_matrices()
         for k, (node, described) in enumerate(zip(graphic.nodes, glb.json["nodes"], strict=True)):
             assert node.name == described.get("name", "")
@@ -198,7 +181,7 @@ def test_nodes_and_world_space_geometry(graphics):
         assert graphic.lines().shape == (glb.shown(LINE_MODES), 2, 3)
         triangles += len(shown)
         lines += len(graphic.lines())
-    assert triangles > 0 and lines > 0
+    assert checked > 10 and triangles > 0 and lines > 0
 
 
 def test_arrays_are_read_only_views_kept_by_their_owner(graphics):

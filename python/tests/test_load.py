@@ -15,11 +15,10 @@ from concurrent.futures import ThreadPoolExecutor
 import pytest
 
 import vektps
-from conftest import SANITIZED, document, generate, tool_json
+from conftest import FAMILIES, SANITIZED, document, generate, tool_json
 
 BUNDLED = ["pump_housing.xml", "pump_housing.xml.b64", "pump_housing.xml.z",
            "gear_shaft_legacy.xml", "bracket.xml"]
-FAMILIES = ["ttrs", "annotations", "views", "ref_frames", "cgs", "captures"]
 EXPORTED = {"ref_frames": "refFrames"}
 KINDS = {1: "annotation", 2: "view", 3: "ttrs", 4: "ref_frame", 5: "cg", 6: "capture"}
 
@@ -76,12 +75,6 @@ def test_zlib_made_here_and_forced_forms():
         vektps.load(plain, form="gzip")
 
 
-@pytest.mark.parametrize("name", BUNDLED)
-def test_to_json_is_the_tools(name):
-    assert json.loads(vektps.load(document(name)).to_json()) == tool_json(document(name))
-    assert vektps.load(document(name)).to_dict() == tool_json(document(name))
-
-
 @pytest.mark.parametrize("form", ["plain", "base64", "zlib"])
 def test_write_gives_back_the_same_model(form, tmp_path, recwarn):
     source = vektps.load(document("pump_housing.xml"))
@@ -99,10 +92,10 @@ def test_write_gives_back_the_same_model(form, tmp_path, recwarn):
 
 
 @pytest.mark.parametrize("name", BUNDLED)
-def test_every_attribute_is_the_exported_member(name):
+def test_export_is_the_tools_and_every_attribute_its_member(name):
     loaded = vektps.load(document(name))
-    exported = loaded.to_dict()["sets"]
-    for set_, export in zip(loaded.sets, exported, strict=True):
+    assert json.loads(loaded.to_json()) == loaded.to_dict() == tool_json(document(name))
+    for set_, export in zip(loaded.sets, loaded.to_dict()["sets"], strict=True):
         for member in ["name", "standard", "uuid", "type", "status"]:
             assert getattr(set_, member) == export[member]
         assert [(KINDS[entry["kind"]], entry["id"]) for entry in export["unresolved"]] == \
@@ -116,26 +109,20 @@ def test_every_attribute_is_the_exported_member(name):
                     assert as_export(getattr(item, snake(member))) == value, (family, member)
 
 
-def test_links_are_the_same_python_objects():
-    """Values are the export's (test_every_attribute_is_the_exported_member); links lead to the
-    one Python object of each model object."""
+def test_links_referenced_by_and_find():
+    """Values are the export's (test_export_is_the_tools_and_every_attribute_its_member); links
+    lead to the one Python object of each model object, and back."""
     loaded = vektps.load(document("bracket.xml"))
     set_ = loaded.sets[0]
     assert loaded.sets[0] is set_
     datum_a, datum_b, flatness, position = set_.annotations
     front, side = set_.views
+    frame, cg, capture = set_.ref_frames[0], set_.cgs[0], set_.captures[0]
     assert position.order_group == [flatness, position] and flatness.order_group is None
     assert all(a is b for a, b in zip(front.annotations, [datum_a, flatness, position]))
-    assert datum_b.views[0] is side and set_.captures[0].active_view is front
-    assert set_.ref_frames[0].datums == [datum_a, datum_b]
+    assert datum_b.views[0] is side and capture.active_view is front
+    assert frame.datums == [datum_a, datum_b]
     assert datum_a.rep is None and isinstance(position, vektps.Object)
-
-
-def test_referenced_by_and_find():
-    set_ = vektps.load(document("bracket.xml")).sets[0]
-    datum_a, datum_b, flatness, position = set_.annotations
-    front = set_.views[0]
-    frame, cg, capture = set_.ref_frames[0], set_.cgs[0], set_.captures[0]
     base_face = set_.find(101, "ttrs")
     assert base_face is set_.ttrs[0]
     assert sorted(base_face.referenced_by(), key=lambda link: (link[0].id, link[1])) == \

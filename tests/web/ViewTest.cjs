@@ -57,21 +57,23 @@ async function openAt(page, url) {
   await page.goto(url);
   await page.waitForFunction('window.vekView && window.vekView.ready', { timeout: 30000 });
   // Two frames, so that the first rendered one has been presented.
-  await page.evaluate(() => new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done))));
+  await nextFrames(page);
 }
 
 const inflate = (r, by) => [r[0] - by, r[1] - by, r[2] + by, r[3] + by];
+const nextFrames = (page) => page.evaluate(() => new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done))));
+const viewportOf = (page) => page.$eval('#viewport canvas', (canvas) => {
+  const r = canvas.getBoundingClientRect();
+  return { left: r.left, top: r.top, width: r.width, height: r.height };
+});
+const positionOf = (data, set, family, id) => data.model.sets[set][family].findIndex((object) => object.id === id);
 
 async function checkCapture(page, file, data, set, capture) {
   await openAt(page, `file://${file}#capture=${capture.id}`);
-  const viewport = await page.evaluate(() => {
-    const r = document.querySelector('#viewport canvas').getBoundingClientRect();
-    return { left: r.left, top: r.top, width: r.width, height: r.height };
-  });
+  const viewport = await viewportOf(page);
   const camera = captureCamera(data, set, capture);
   const rectFor = (family, id) => {
-    const position = data.model.sets[set][family].findIndex((object) => object.id === id);
-    const points = objectPoints(data, set, family, position);
+    const points = objectPoints(data, set, family, positionOf(data, set, family, id));
     return points.length ? rectOf(project(camera, viewport, points), viewport) : null;
   };
   const png = await page.screenshot({ encoding: 'base64' });
@@ -98,8 +100,7 @@ async function checkCapture(page, file, data, set, capture) {
   // Nothing is drawn where none of what the capture shows projects (lines, points and
   // antialiasing reach a few pixels further), but for the status line; and no annotation blue
   // where none of its annotations does.
-  const shapesOf = (family, ids) => ids.flatMap((id) => objectShapes(data, set, family,
-    data.model.sets[set][family].findIndex((object) => object.id === id)));
+  const shapesOf = (family, ids) => ids.flatMap((id) => objectShapes(data, set, family, positionOf(data, set, family, id)));
   const annotations = shapesOf('annotations', capture.annotations);
   const shown = [
     ...annotations, ...shapesOf('captures', [capture.id]), ...shapesOf('cgs', capture.cgs),
@@ -146,13 +147,12 @@ async function checkPanel(page, data) {
 
 // Chooses the first annotation a capture shows: its values appear and it turns the highlight colour.
 async function checkHighlight(page, file, data, set, capture, screenshotPath) {
-  const id = capture.annotations.find((k) => objectPoints(data, set, 'annotations',
-    data.model.sets[set].annotations.findIndex((a) => a.id === k)).length);
+  const id = capture.annotations.find((k) => objectPoints(data, set, 'annotations', positionOf(data, set, 'annotations', k)).length);
   if (id === undefined) return;
-  const position = data.model.sets[set].annotations.findIndex((a) => a.id === id);
+  const position = positionOf(data, set, 'annotations', id);
   const annotation = data.model.sets[set].annotations[position];
   await page.click(`#lists li[data-set="${set}"][data-family="annotations"][data-index="${position}"]`);
-  await page.evaluate(() => new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done))));
+  await nextFrames(page);
   const rows = Object.fromEntries(await page.$$eval('#details tr',
     (trs) => trs.map((tr) => [tr.cells[0].textContent, tr.cells[1].textContent])));
   const expected = { Id: String(id), Value: annotation.value, Attribute: annotation.attribute };
@@ -160,24 +160,13 @@ async function checkHighlight(page, file, data, set, capture, screenshotPath) {
     if (value !== null) assert.strictEqual(rows[name], String(value), `${file}: ${name} of annotation ${id}`);
   }
   assert(rows['Shown in captures'].split(', ').includes(capture.name), `${file}: annotation ${id} names its capture`);
-  const viewport = await page.evaluate(() => {
-    const r = document.querySelector('#viewport canvas').getBoundingClientRect();
-    return { left: r.left, top: r.top, width: r.width, height: r.height };
-  });
+  const viewport = await viewportOf(page);
   const rect = rectOf(project(captureCamera(data, set, capture), viewport, objectPoints(data, set, 'annotations', position)), viewport);
   if (rect === 'everywhere' || rect === 'nowhere') return;
   const png = await page.screenshot({ encoding: 'base64' });
   if (screenshotPath) fs.writeFileSync(screenshotPath, Buffer.from(png, 'base64'));
   const pixels = await pixelsOf(page, png);
   assert(pixels.count(inflate(rect, 2), HIGHLIGHT) > 0, `${file}: annotation ${id} is not highlighted`);
-}
-
-// A generated document's captures look anywhere: its page is checked for loading, names and
-// errors, with the time to its first frame.
-async function checkLoad(page, file, data) {
-  await openAt(page, `file://${file}`);
-  await checkPanel(page, data);
-  return page.evaluate(() => Math.round(window.vekView.readyMs));
 }
 
 async function main() {
@@ -234,8 +223,12 @@ async function main() {
       all.strayChecked += totals.strayChecked;
     }
     assert(all.drawn > 0 && all.strayChecked > 0, `nothing was checked: ${JSON.stringify(all)}`);
+    // A generated document's captures look anywhere: its page is checked for loading, names and
+    // errors, with the time to its first frame.
     const file = pageOf(generated);
-    const readyMs = await checkLoad(page, file, pageData(fs.readFileSync(file, 'utf8')));
+    await openAt(page, `file://${file}`);
+    await checkPanel(page, pageData(fs.readFileSync(file, 'utf8')));
+    const readyMs = await page.evaluate(() => Math.round(window.vekView.readyMs));
     assert.deepStrictEqual(errors, [], `${file}: console errors`);
     console.log(`${path.basename(generated)}: first frame after ${readyMs} ms`);
   } finally {

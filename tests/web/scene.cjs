@@ -68,24 +68,14 @@ function worldMatrices(gltf) {
 
 const apply = (m, [x, y, z]) => [0, 1, 2].map((r) => m[r] * x + m[4 + r] * y + m[8 + r] * z + m[12 + r]);
 
-// The float vertices of an accessor.
-function vertices(data, index) {
+// The elements of an accessor: float vertices, or index values (unsigned byte, short or int).
+function elements(data, index) {
   const accessor = data.gltf.accessors[index];
   const view = data.gltf.bufferViews[accessor.bufferView];
-  const stride = view.byteStride || 12;
   const start = (view.byteOffset || 0) + (accessor.byteOffset || 0);
-  const out = [];
-  for (let k = 0; k < accessor.count; ++k) {
-    out.push([0, 4, 8].map((at) => data.bin.readFloatLE(start + k * stride + at)));
+  if (accessor.componentType === 5126) {
+    return Array.from({ length: accessor.count }, (_, k) => [0, 4, 8].map((at) => data.bin.readFloatLE(start + k * (view.byteStride || 12) + at)));
   }
-  return out;
-}
-
-// The values of an index accessor (unsigned byte, short or int).
-function indexValues(data, index) {
-  const accessor = data.gltf.accessors[index];
-  const view = data.gltf.bufferViews[accessor.bufferView];
-  const start = (view.byteOffset || 0) + (accessor.byteOffset || 0);
   const size = { 5121: 1, 5123: 2, 5125: 4 }[accessor.componentType];
   const read = { 1: 'readUInt8', 2: 'readUInt16LE', 4: 'readUInt32LE' }[size];
   return Array.from({ length: accessor.count }, (_, k) => data.bin[read](start + k * size));
@@ -116,8 +106,8 @@ function objectShapes(data, set, family, position) {
     const node = data.gltf.nodes[index];
     if (node.mesh !== undefined) {
       for (const primitive of data.gltf.meshes[node.mesh].primitives) {
-        const points = vertices(data, primitive.attributes.POSITION).map((v) => apply(data.world.get(index), v));
-        const order = primitive.indices === undefined ? points.map((_, k) => k) : indexValues(data, primitive.indices);
+        const points = elements(data, primitive.attributes.POSITION).map((v) => apply(data.world.get(index), v));
+        const order = primitive.indices === undefined ? points.map((_, k) => k) : elements(data, primitive.indices);
         for (const shape of shapes(order, primitive.mode ?? 4)) out.push(shape.map((v) => points[v]));
       }
     }
