@@ -340,8 +340,11 @@ def connect_cluster(scheduler=None, workers=1):
         with Client(**options) as client:
             yield client
         return
+    # The scheduler serves HTTP even without a dashboard, on 8787 unless told otherwise: a port of
+    # the system's choosing keeps two batches on one machine from warning about each other.
     with LocalCluster(n_workers=workers, threads_per_worker=1, processes=True,
-                      dashboard_address=None, silence_logs=logging.ERROR) as cluster:
+                      dashboard_address=":0", scheduler_kwargs={"dashboard": False},
+                      silence_logs=logging.ERROR) as cluster:
         with Client(cluster) as client:
             yield client
 
