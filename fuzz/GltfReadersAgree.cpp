@@ -5,10 +5,10 @@
 #include "GltfReadersAgree.h"
 
 #include <algorithm>
-#include <iterator>
 #include <climits>
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <string_view>
