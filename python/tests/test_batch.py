@@ -106,13 +106,15 @@ def test_usage_errors(tmp_path):
 
 
 def test_running_scheduler(corpus, tmp_path):
-    """--scheduler names a scheduler already running, here one whose workers are threads of this
-    process, reached over TCP."""
+    """--scheduler names a scheduler already running, here one in this process with workers of
+    their own, reached over TCP. Workers in processes keep the scheduler as quick to answer as one
+    on a machine of its own; loaded with their work, its replies to the batch's closing client
+    come late and the client complains."""
     from distributed import LocalCluster
 
     root, expected = corpus
-    with LocalCluster(n_workers=2, threads_per_worker=1, processes=False, protocol="tcp://",
-                      dashboard_address=None) as cluster:
+    with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, protocol="tcp://",
+                      dashboard_address=":0") as cluster:
         outdir = tmp_path / "out"
         result = run_batch([str(root / "generated"), str(root / "broken"), "-o", str(outdir),
                             "--scheduler", cluster.scheduler_address, "--batch-size", "4"],
