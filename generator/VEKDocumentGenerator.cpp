@@ -77,6 +77,9 @@ struct Common {
   char uuid[36] = {};
 };
 
+// A uuid as written: its 36 characters, which carry no terminating zero.
+std::string_view UuidText(const char (&uuid)[36]) { return {uuid, sizeof uuid}; }
+
 struct TtrsRecord {
   Common common;
   std::vector<std::vector<std::int64_t>> geometry;
@@ -651,8 +654,8 @@ class Generator {
   }
 
   void WriteIdentity(const Common& common, int depth) {
-    text_.Indent(depth) << "<TPSId Name=\"" << common.name << "\" Uuid=\""
-                        << std::string_view(common.uuid, sizeof common.uuid) << "\"/>\n";
+    text_.Indent(depth) << "<TPSId Name=\"" << common.name << "\" Uuid=\"" << UuidText(common.uuid)
+                        << "\"/>\n";
     text_.Indent(depth) << "<TPSLoc Type=\"";
     text_.Int(common.type) << "\" Id=\"";
     text_.Int(common.id) << "\" Status=\"";
@@ -687,7 +690,7 @@ class Generator {
     LegacyValue("St", standard);
     LegacyNumber("Ty", set.type);
     LegacyNumber("Ss", set.status);
-    LegacyValue("Ui", std::string_view(set.uuid, sizeof set.uuid));
+    LegacyValue("Ui", UuidText(set.uuid));
     text_ << "</AnnotationSet>\n";
 
     WriteFamily("TTRSRoot", layout_.counts.ttrs, [this](std::int64_t k) { WriteLegacyTtrs(k); });
@@ -708,7 +711,7 @@ class Generator {
     text_.Indent(2) << "<TTRS>";
     LegacyValue("Na", ttrs_.common.name);
     LegacyNumber("In", ttrs_.common.id);
-    LegacyValue("Ui", std::string_view(ttrs_.common.uuid, sizeof ttrs_.common.uuid));
+    LegacyValue("Ui", UuidText(ttrs_.common.uuid));
     // Each packed list starts with its separator: the first character is never a value.
     text_ << "<Gd>";
     for (const std::vector<std::int64_t>& list : ttrs_.geometry) {
@@ -730,7 +733,7 @@ class Generator {
     LegacyNumber("De", annotation_.isDefault ? 1 : 0);
     LegacyNumber("Re", annotation_.reference);
     LegacyNumber("St", common.status);
-    LegacyValue("Ui", std::string_view(common.uuid, sizeof common.uuid));
+    LegacyValue("Ui", UuidText(common.uuid));
     LegacyValue("At", annotation_.attribute);
     LegacyList("Tt", annotation_.ttrs, ';');
     LegacyList("Og", annotation_.group, ';');
@@ -744,7 +747,7 @@ class Generator {
     LegacyNumber("Ty", common.type);
     LegacyValue("Na", common.name);
     LegacyNumber("Id", common.id);
-    LegacyValue("Ui", std::string_view(common.uuid, sizeof common.uuid));
+    LegacyValue("Ui", UuidText(common.uuid));
     LegacyList("Ts", view_.annotations, ';');
     text_ << "<Mt><I V=\"";
     text_.Numbers(view_.normal, ';') << ";";
@@ -759,7 +762,7 @@ class Generator {
     LegacyValue("Na", common.name);
     LegacyNumber("Id", common.id);
     LegacyValue("At", refFrame_.attribute);
-    LegacyValue("Ui", std::string_view(common.uuid, sizeof common.uuid));
+    LegacyValue("Ui", UuidText(common.uuid));
     LegacyList("Da", refFrame_.datums, ';');
     LegacyList("Tt", refFrame_.ttrs, ';');
     text_ << "</RefFrame>\n";
@@ -774,7 +777,7 @@ class Generator {
     LegacyNumber("Id", common.id);
     LegacyNumber("St", common.status);
     LegacyValue("At", cg_.attribute);
-    LegacyValue("Ui", std::string_view(common.uuid, sizeof common.uuid));
+    LegacyValue("Ui", UuidText(common.uuid));
     LegacyList("Tt", cg_.ttrs, ';');
     LegacyList("Tr", cg_.treps, ';');
     text_ << "</CG>\n";
@@ -788,7 +791,7 @@ class Generator {
     LegacyNumber("Av", capture_.activeView);
     LegacyNumber("Cl", capture_.clip);
     LegacyValue("Na", common.name);
-    LegacyValue("Ui", std::string_view(common.uuid, sizeof common.uuid));
+    LegacyValue("Ui", UuidText(common.uuid));
     // Capture lists are cut at blanks, not at ";".
     LegacyList("Ts", capture_.annotations, ' ');
     LegacyList("Vs", capture_.views, ' ');
