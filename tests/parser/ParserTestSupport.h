@@ -2,19 +2,14 @@
 // forms of a document, and reading model values back.
 #pragma once
 
-#include <zlib.h>
-
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "DocumentForms.h"
 #include "GlbBuilder.h"
 #include "ModelQueries.h"
 #include "RecordingModel.h"
 #include "ScratchDirectory.h"
-#include "VEKCodePage.h"
 #include "VEKComPtr.h"
 #include "VEKLightXml.h"
 #include "VEKTPSLightModel.h"
@@ -30,27 +25,6 @@ inline VEKLightXmlElement ParseXml(const std::string& xml) {
                                      static_cast<int>(xml.size()));
   (void)parser.Parse(input, root);
   return root;
-}
-
-// Base64 form of `bytes` (standard alphabet, padded).
-inline std::string ToBase64(const std::string& bytes) {
-  VEKUnicodeString text;
-  (void)VEKCodePage::ConvertToBase64(reinterpret_cast<const unsigned char*>(bytes.data()),
-                                     static_cast<unsigned int>(bytes.size()), text);
-  return text.ConvertToChar();
-}
-
-// zlib-format (RFC 1950) compressed form of `bytes`.
-inline std::string ZlibCompress(const std::string& bytes) {
-  uLongf capacity = compressBound(static_cast<uLong>(bytes.size()));
-  std::string out(capacity, '\0');
-  if (compress2(reinterpret_cast<Bytef*>(out.data()), &capacity,
-                reinterpret_cast<const Bytef*>(bytes.data()), static_cast<uLong>(bytes.size()),
-                Z_BEST_COMPRESSION) != Z_OK) {
-    return std::string();
-  }
-  out.resize(capacity);
-  return out;
 }
 
 // A "Rep" element of the given type whose buffer holds a valid scene of `meshes` meshes.
@@ -80,12 +54,6 @@ inline std::vector<std::string> Items(const VEKListValVEKUnicodeString& list) {
   std::vector<std::string> out;
   for (int i = 1; i <= list.Size(); ++i) out.push_back(list[i].ConvertToChar());
   return out;
-}
-
-// The whole content of a file; empty when it cannot be read.
-inline std::string ReadFileBytes(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 // Name of the dump file written by every current-schema load, relative to the working directory.

@@ -2,7 +2,6 @@
 // example documents and on broken ones, in each input form.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -18,9 +17,13 @@
 
 #include <nlohmann/json.hpp>
 
-#include "VEKCodePage.h"
+#include "DocumentForms.h"
 
 namespace {
+
+using vek_test::ReadFileBytes;
+using vek_test::ToBase64;
+using vek_test::ZlibCompress;
 
 namespace fs = std::filesystem;
 using testing::_;
@@ -36,28 +39,6 @@ const std::string kData = std::string(VEK_TEST_SOURCE_DIR) + "/data";
 const char* const kDumpName = "E:\\TPSLoadXML.xml";
 const char* const kNoSet =
     "<Functional_Tolerancing_Annotation><RootTPSs/></Functional_Tolerancing_Annotation>";
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-std::string Base64(const std::string& bytes) {
-  VEKUnicodeString text;
-  EXPECT_EQ(0, VEKCodePage::ConvertToBase64(reinterpret_cast<const unsigned char*>(bytes.data()),
-                                            static_cast<unsigned int>(bytes.size()), text));
-  return text.ConvertToChar();
-}
-
-std::string Zlib(const std::string& bytes) {
-  uLongf length = compressBound(static_cast<uLong>(bytes.size()));
-  std::string compressed(length, '\0');
-  EXPECT_EQ(Z_OK, compress2(reinterpret_cast<Bytef*>(compressed.data()), &length,
-                            reinterpret_cast<const Bytef*>(bytes.data()),
-                            static_cast<uLong>(bytes.size()), 9));
-  compressed.resize(length);
-  return compressed;
-}
 
 struct Outcome {
   int status = -1;
@@ -110,7 +91,7 @@ class Vektps : public testing::Test {
     }
     int status = 0;
     EXPECT_EQ(child, waitpid(child, &status, 0));
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(out), ReadFile(err)};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFileBytes(out), ReadFileBytes(err)};
   }
 
   // Writes `bytes` into the working directory; returns the file's name there.
@@ -120,7 +101,7 @@ class Vektps : public testing::Test {
   }
 
   std::string Read(const std::string& name) const {
-    return ReadFile((root_ / "work" / name).string());
+    return ReadFileBytes((root_ / "work" / name).string());
   }
 
   std::vector<std::string> WorkFiles(const std::string& folder = "") const {
@@ -229,8 +210,8 @@ TEST_F(Vektps, EveryInputFormGivesTheSameModel) {
   EXPECT_EQ(0u, pretty.find("{\n  \"schema\""));
   EXPECT_EQ(json, Json::parse(pretty));
 
-  const std::string base64 = Write("pump.txt", Base64(ReadFile(pump)));
-  const std::string zlib = Write("pump.bin", Zlib(ReadFile(pump)));
+  const std::string base64 = Write("pump.txt", ToBase64(ReadFileBytes(pump)));
+  const std::string zlib = Write("pump.bin", ZlibCompress(ReadFileBytes(pump)));
   // (arguments, standard input): each way of naming a form, standard input in any form, and
   // several files as JSON lines.
   const std::vector<std::pair<std::vector<std::string>, std::string>> rows = {
@@ -336,7 +317,7 @@ TEST_F(Vektps, ExamplesAreWhatTheGeneratorWrites) {
                                       "pump_housing.xml.b64", "pump_housing.xml.z"}),
             written);
   for (const std::string& name : written) {
-    EXPECT_EQ(ReadFile(kExamples + "/" + name), Read(name))
+    EXPECT_EQ(ReadFileBytes(kExamples + "/" + name), Read(name))
         << name << " differs from the generator's output: rebuild the example_documents target";
   }
 }
@@ -430,7 +411,7 @@ TEST_F(Vektps, ExitStatusAndMessages) {
          StartsWith("text.b64: load failed: the base64 text does not decode: '*' at offset 12 is "
                     "not a base64 character\n"),
          IsEmpty());
-  Expect({"check", Write("tail.z", Zlib(ReadFile(bracket)) + "xx")}, 1,
+  Expect({"check", Write("tail.z", ZlibCompress(ReadFileBytes(bracket)) + "xx")}, 1,
          StartsWith("tail.z: load failed: the zlib data does not decode: bytes follow the end of "
                     "its stream\n"),
          IsEmpty());

@@ -15,6 +15,7 @@
 #include <tuple>
 #include <vector>
 
+#include "DocumentForms.h"
 #include "GlbBuilder.h"
 #include "ModelQueries.h"
 #include "ScratchDirectory.h"
@@ -374,11 +375,6 @@ TEST(WriterValuesTest, EachThingTheDocumentCannotKeepIsNamedOnce) {
   }
 }
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
-
 TEST(WriterValuesTest, FilesAreReplacedOnlyWhole) {
   const vek_test::ScratchDirectory scratch;
   ASSERT_TRUE(scratch.Entered());
@@ -393,7 +389,7 @@ TEST(WriterValuesTest, FilesAreReplacedOnlyWhole) {
     const VEKTPSLightWriteResult file = VEKWriteSetsFile("out.xml", document.Sets(), options);
     ASSERT_EQ(file.result, S_OK) << file.error;
     EXPECT_TRUE(file.bytes.empty());
-    EXPECT_EQ(ReadFile("out.xml"), VEKWriteSets(document.Sets(), options).bytes);
+    EXPECT_EQ(vek_test::ReadFileBytes("out.xml"), VEKWriteSets(document.Sets(), options).bytes);
   }
   // A directory in the way: the rename fails, and nothing is left behind.
   std::filesystem::create_directory("taken");
