@@ -8,8 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "GlbBuilder.h"
-#include "ModelQueries.h"
+#include "ParserTestSupport.h"
 #include "VEKComPtr.h"
 #include "VEKTPSLightDocument.h"
 #include "VEKTPSLightJsonExport.h"
@@ -18,14 +17,7 @@
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-// A "Rep" element of `type` holding `triangles`, `lines` and `points` one-primitive meshes.
-std::string Rep(const char* type, int triangles, int lines, int points) {
-  const std::vector<char> glb = vek_test::BuildMeshesGlb(triangles, lines, points);
-  return std::string("<Rep Type='") + type + "'><Buf>" +
-         vek_test::EncodeBase64(reinterpret_cast<const unsigned char*>(glb.data()), glb.size()) +
-         "</Buf></Rep>";
-}
+using vek_test::RepXml;
 
 std::string Bytes(int triangles, int lines, int points) {
   return std::to_string(vek_test::BuildMeshesGlb(triangles, lines, points).size());
@@ -40,9 +32,9 @@ std::string Fill(std::string text, const std::map<std::string, std::string>& val
   return text;
 }
 
-Json Export(VEKTPSLightSchema schema, HRESULT result, VEKITPSLightSet* set, bool pretty = false) {
+Json Export(VEKTPSLightSchema schema, HRESULT result, VEKITPSLightSet* set) {
   std::string text;
-  EXPECT_EQ(S_OK, VEKExportLoadToJson(schema, result, set, pretty, text));
+  EXPECT_EQ(S_OK, VEKExportLoadToJson(schema, result, set, false, text));
   return Json::parse(text);
 }
 
@@ -54,13 +46,13 @@ TEST(JsonExportDocument, EveryMemberOfEveryFamilyInOrder) {
       "<TPSId Name='Pump \xE2\x8C\x80' Uuid='set-1'/><TPSLoc Type='3' Status='65535'/>"
       "</AnnotationSet><RootTTRSs><TTRS><TPSId Name='Face' Uuid='t-101'/>"
       "<TPSLoc Type='2' Id='101'/>" +
-      Rep("3", 1, 0, 0) +
+      RepXml("3") +
       "<GeoP>4 -7</GeoP><GeoP/></TTRS></RootTTRSs><RootTPSs>"
       "<TPS><TPSId Name='Datum A'/><TPSLoc Id='1'/><Grou/></TPS>"
       "<TPS Val='0.1' Def='1' Ref='21' Att='\xE2\x8C\x80"
       "0.05 \xE2\x93\x82'>"
       "<TPSId Name='Position'/><TPSLoc Id='2'/>" +
-      Rep("2", 1, 1, 1) +
+      RepXml("2", 1, 1, 1) +
       "<TTRS>101 101</TTRS><Grou>2 1</Grou></TPS></RootTPSs><RootViews><TPSView>"
       "<TPSId Name='Front'/><TPSLoc Id='11'/><TPSs>2 2</TPSs>"
       "<Math><Or>0 0.5 -2</Or><No>0 0 1</No><Di>1 0 0</Di></Math></TPSView><TPSView/></RootViews>"
@@ -68,7 +60,7 @@ TEST(JsonExportDocument, EveryMemberOfEveryFamilyInOrder) {
       "<TTRS>101</TTRS></RefFrame></RootRefs><RootCGs><TPSCG Att=''><TPSId Name='Axis'/>"
       "<TPSLoc Id='31'/><TTRS>101</TTRS><TRep>7</TRep><TRep>8</TRep></TPSCG></RootCGs>"
       "<RootCaps><TPSCap ActVie='11' ClipPla='-1'><TPSId Name='Main'/><TPSLoc Id='41'/>" +
-      Rep("2", 0, 2, 0) +
+      RepXml("2", 0, 2, 0) +
       "<TPSs>1</TPSs><Views>11 9</Views><CGs>31 3</CGs><Cam Type='2'><Po>250 -180 160</Po>"
       "<Di>-0.7 0.5 -0.5</Di><Ze>0 0 1</Ze><Ta>1e-3 2.5e10 0</Ta></Cam></TPSCap></RootCaps>"
       "</Functional_Tolerancing_Annotation>";
