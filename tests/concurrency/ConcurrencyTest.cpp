@@ -4,13 +4,12 @@
 
 #include <atomic>
 #include <chrono>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "DocumentForms.h"
 #include "ScratchDirectory.h"
 #include "VEKDocumentGenerator.h"
 #include "VEKTPSLightDocument.h"
@@ -56,11 +55,6 @@ std::string Describe(const Document& document) {
   return text;
 }
 
-std::string ReadDump() {
-  std::ifstream file(kDumpName, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
 TEST(ConcurrentLoads, GiveTheModelsAndRecordsOfLoadsAloneAndAWholeDump) {
   // The loads write their dump into the working directory: a directory of the test's own.
   vek_test::ScratchDirectory scratch;
@@ -91,7 +85,7 @@ TEST(ConcurrentLoads, GiveTheModelsAndRecordsOfLoadsAloneAndAWholeDump) {
     if (document.oneCall) {
       ASSERT_NE(expected.back().find('\n'), std::string::npos) << "nothing recorded";
     } else if (document.schema == VEKTPSLightSchema::Current) {
-      dumps.insert(ReadDump());
+      dumps.insert(vek_test::ReadFileBytes(kDumpName));
     }
   }
   ASSERT_EQ(dumps.size(), 4u);
@@ -113,7 +107,7 @@ TEST(ConcurrentLoads, GiveTheModelsAndRecordsOfLoadsAloneAndAWholeDump) {
   int torn = 0;
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
   while (std::chrono::steady_clock::now() < end) {
-    if (dumps.count(ReadDump()) == 0) ++torn;
+    if (dumps.count(vek_test::ReadFileBytes(kDumpName)) == 0) ++torn;
     ++dumpChecks;
   }
   stop = true;

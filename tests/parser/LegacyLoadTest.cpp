@@ -1,5 +1,4 @@
-// The legacy-schema load, and one whole legacy document whose families link to each other, read
-// back through the real light model.
+// The legacy-schema load: what it refuses, and the five values a set needs.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -68,34 +67,6 @@ TEST(LegacyLoad, SetNeedsExactlyFiveValues) {
     // The builders run only for a set with its five values.
     EXPECT_EQ(row.result == S_OK ? 1 : 0, set->GetAnnotations()->Count()) << text;
   }
-}
-
-// Each family is built from the whole document, in an order of the walk's own: here every family
-// stands before the ones it names, and still finds them.
-TEST(LegacyLoad, FamiliesFindTheFamiliesTheyName) {
-  const std::string text =
-      "<TolerancingData>" + AnnotationSet({"N", "ISO", "3", "1", "u"}) + "<CaptureRoot><Capture>" +
-      Values({"4", "2", "0", "C", "", " 1 ", " 2 ", " 3 "}) +
-      "</Capture></CaptureRoot><ViewRoot><View>" + Values({"1", "V", "2", "", ";1;"}) +
-      "</View></ViewRoot><ReferenceFrame><RefFrame>" + Values({"R", "5", "", "", ";1;", ";6;"}) +
-      "</RefFrame></ReferenceFrame><CGRoot><CG>" + Values({"1", "G", "3", "0", "", "", ";6;", ""}) +
-      "</CG></CGRoot>" + kOneAnnotation +
-      "<TTRSRoot><TTRS><Na V=\"T\"/><In V=\"6\"/><Gd><I V=\";4;\"/></Gd></TTRS></TTRSRoot>"
-      "</TolerancingData>";
-  VEKTPSLightParserUtil parser;
-  VEKComPtr<VEKITPSLightSet> set;
-  ASSERT_EQ(S_OK, parser.GenerateLightModel(text.c_str(), nullptr, set.ReleaseAndGetAddressOf()));
-  EXPECT_EQ(
-      "S1 N/u/3/-/1 rep=- standard=ISO unresolved=[] duplicates=[]\n"
-      "T1 T/-/-/6/- rep=- geometry=[4,0]\n"
-      "A1 A//1/1/0 rep=- value=0.5 default=0 reference=0 attribute= graphic=- ttrs=[] group=- "
-      "views=[V1]\n"
-      "V1 V//1/2/- rep=- origin=- normal=- direction=- tps=[A1] captures=[C1]\n"
-      "R1 R//-/5/- rep=- attribute= datums=[A1] ttrs=[6]\n"
-      "G1 G//1/3/0 rep=- attribute= ttrs=[6] treps=[]\n"
-      "C1 C//-/4/- rep=- graphic=- active=V1 clip=0 position=- direction=- zenith=- target=- "
-      "type=- tps=[A1] views=[V1] cgs=[G1]",
-      vek_test::ModelText(set.Get()));
 }
 
 }  // namespace

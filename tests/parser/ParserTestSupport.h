@@ -27,9 +27,9 @@ inline VEKLightXmlElement ParseXml(const std::string& xml) {
   return root;
 }
 
-// A "Rep" element of the given type whose buffer holds a valid scene of `meshes` meshes.
-inline std::string RepXml(const char* type, int meshes = 1) {
-  const std::vector<char> glb = BuildMeshesGlb(meshes, 0, 0);
+// A "Rep" element of `type` holding `triangles`, `lines` and `points` one-primitive meshes.
+inline std::string RepXml(const char* type, int triangles = 1, int lines = 0, int points = 0) {
+  const std::vector<char> glb = BuildMeshesGlb(triangles, lines, points);
   return std::string("<Rep Type='") + type + "'><Buf>" +
          EncodeBase64(reinterpret_cast<const unsigned char*>(glb.data()), glb.size()) +
          "</Buf></Rep>";
