@@ -74,21 +74,6 @@ TEST(Generator, FamilyCountsFollowTheProportions) {
   }
 }
 
-TEST(Generator, SameOptionsGiveTheSameBytes) {
-  for (VEKGeneratedSchema schema : {VEKGeneratedSchema::Current, VEKGeneratedSchema::Legacy}) {
-    const std::string first = VEKGenerateDocument({schema, 300, 42});
-    EXPECT_EQ(first, VEKGenerateDocument({schema, 300, 42}));
-    EXPECT_NE(first, VEKGenerateDocument({schema, 300, 43}));
-    EXPECT_NE(first, VEKGenerateDocument({schema, 301, 42}));
-    for (VEKGeneratedForm form : kForms) {
-      std::string once, twice;
-      ASSERT_TRUE(VEKEncodeDocumentForm(first, form, once));
-      ASSERT_TRUE(VEKEncodeDocumentForm(first, form, twice));
-      EXPECT_EQ(once, twice) << VEKGeneratedFormName(form);
-    }
-  }
-}
-
 // FNV-1a over the bytes: a short fingerprint of a whole document.
 std::uint64_t Fingerprint(const std::string& bytes) {
   std::uint64_t hash = 0xCBF29CE484222325ull;
