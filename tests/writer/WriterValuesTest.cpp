@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cfloat>
-#include <climits>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -120,49 +119,13 @@ class HostModel {
   VEKComPtr<VEKITPSLightSet> set_ = vek_test::MakeSet(container_.Get());
 };
 
-TEST(WriterValuesTest, TextComesBackExact) {
-  const std::wstring texts[] = {L"",
-                                L" ",
-                                L"   ",
-                                L" leading",
-                                L"trailing ",
-                                L"two  blanks",
-                                L"<tag attr=\"v\">&amp;</tag> 'quoted'",
-                                L"]]>",
-                                L"&#10;",
-                                L"\t",
-                                L"\n",
-                                L"\r",
-                                L"\r\n",
-                                L"a\tb\nc\rd\r\ne",
-                                L"\u00e9\u20ac\u2300 42 \u00b1 0,05 \U0001D11E",
-                                L"\u007f\u0085\ufffd\ufeff",
-                                L";12;14;"};
-  HostModel model;
-  int id = 100;
-  for (const std::wstring& text : texts) {
-    VEKComPtr<VEKITPSLightAnnotation> annotation = model.Annotation(++id);
-    VEKComPtr<VEKITPSLight> light = Query<VEKITPSLight>(annotation.Get());
-    (void)light->SetName(text.c_str());
-    (void)light->SetUuid((L"x" + text).c_str());
-    (void)annotation->SetAttribute((text + L"x").c_str());
-    (void)model.RefFrame(++id)->SetAttribute(text.c_str());
-    (void)model.CG(++id)->SetAttribute(text.c_str());
-  }
-  (void)model.Set()->SetStandard(texts[6].c_str());
-  const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload(model.AsSets());
-  EXPECT_EQ(trip.difference, "");
-  EXPECT_TRUE(trip.written.warnings.empty());
-}
-
-// The JSON export writes infinities and NaN as null: those are compared on the model itself.
+// The JSON export writes infinities and NaN as null: values are compared on the model itself.
 TEST(WriterValuesTest, NumbersComeBackExactAtTheEdgesOfTheirTypes) {
   const double doubles[] = {0.0,
                             -0.0,
                             std::numeric_limits<double>::denorm_min(),
                             -2.225073858507201e-308,
                             DBL_MIN,
-                            1e308,
                             DBL_MAX,
                             -DBL_MAX,
                             0.1,
@@ -171,30 +134,8 @@ TEST(WriterValuesTest, NumbersComeBackExactAtTheEdgesOfTheirTypes) {
                             std::numeric_limits<double>::infinity(),
                             -std::numeric_limits<double>::infinity(),
                             std::numeric_limits<double>::quiet_NaN()};
-  const int ints[] = {INT_MIN, INT_MIN + 1, -1, 1, INT_MAX - 1, INT_MAX};
   HostModel model;
-  for (const double value : doubles) {
-    VEKComPtr<VEKITPSLightAnnotation> annotation = model.Annotation(0);
-    (void)annotation->SetValue(value);
-  }
-  for (std::size_t k = 0; k < std::size(ints); ++k) {
-    VEKComPtr<VEKITPSLightView> view = model.View(ints[k]);
-    const double x = doubles[k];
-    (void)view->SetOrigin(x, -x, doubles[k + 6]);
-    VEKComPtr<VEKITPSLightCapture> capture = model.Capture(ints[k]);
-    (void)capture->SetActiveView(view.Get());
-    (void)view->AddCapture(capture.Get());
-    (void)capture->SetClippingPlane(ints[k]);
-    (void)capture->SetCameraType(ints[std::size(ints) - 1 - k]);
-    (void)capture->AddView(view.Get());
-    (void)capture->SetCameraTarget(doubles[k + 8], 0, -0.0);
-    VEKComPtr<VEKITPSLightAnnotation> annotation = model.Annotation(ints[k]);
-    (void)annotation->SetReference(ints[k]);
-    (void)annotation->AddTTRS(ints[k]);
-    VEKComPtr<VEKITPSLight> light = Query<VEKITPSLight>(annotation.Get());
-    (void)light->SetType(static_cast<unsigned short>(k % 2 ? 65535 : 0));
-    (void)light->SetStatus(static_cast<unsigned short>(k % 2 ? 0 : 65535));
-  }
+  for (const double value : doubles) (void)model.Annotation(0)->SetValue(value);
   const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload(model.AsSets());
   EXPECT_EQ(trip.difference, "");
   EXPECT_TRUE(trip.written.warnings.empty());
@@ -233,34 +174,6 @@ constexpr int kCG = VEKTPSLightKindCG;
 constexpr int kCapture = VEKTPSLightKindCapture;
 using Issue = VEKTPSLightWriteIssue;
 
-TEST(WriterValuesTest, EveryValueLeftUnsetIsNamed) {
-  const VEKComPtr<VEKTPSLightContainer> container = vek_test::MakeContainer();
-  const VEKComPtr<VEKITPSLightSet> set = vek_test::MakeSet(container.Get());
-  (void)vek_test::Create<VEKITPSLightTTRS>(container.Get(), set.Get());
-  (void)vek_test::Create<VEKITPSLightAnnotation>(container.Get(), set.Get());
-  (void)vek_test::Create<VEKITPSLightView>(container.Get(), set.Get());
-  (void)vek_test::Create<VEKITPSLightRefFrame>(container.Get(), set.Get());
-  (void)vek_test::Create<VEKITPSLightCG>(container.Get(), set.Get());
-  (void)vek_test::Create<VEKITPSLightCapture>(container.Get(), set.Get());
-  const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload({set});
-  EXPECT_EQ(trip.difference, "");
-
-  std::vector<Expected> expected;
-  for (const char* field : {"standard", "name", "uuid", "type", "status"})
-    expected.emplace_back(Issue::Unset, kSet, -1, field);
-  const std::pair<int, std::vector<const char*>> objects[] = {
-      {kTTRS, {}},          {kAnnotation, {"value", "reference", "attribute"}},
-      {kView, {}},          {kFrame, {"attribute"}},
-      {kCG, {"attribute"}}, {kCapture, {"clippingPlane"}}};
-  for (const auto& [kind, own] : objects) {
-    // An object's own attributes come first in its element, then its common values.
-    for (const char* field : own) expected.emplace_back(Issue::Unset, kind, 0, field);
-    for (const char* field : {"name", "uuid", "type", "id", "status"})
-      expected.emplace_back(Issue::Unset, kind, 0, field);
-  }
-  EXPECT_EQ(Summary(trip.written.warnings), expected);
-}
-
 struct WarningCase {
   const char* name;
   std::function<void(HostModel&)> build;
@@ -269,6 +182,17 @@ struct WarningCase {
 
 TEST(WriterValuesTest, EachThingTheDocumentCannotKeepIsNamedOnce) {
   const std::vector<WarningCase> cases = {
+      // An object's own attributes come first in its element, then its common values.
+      {"an annotation with nothing set",
+       [](HostModel& m) { (void)m.BareAnnotation(); },
+       {{Issue::Unset, kAnnotation, 0, "value"},
+        {Issue::Unset, kAnnotation, 0, "reference"},
+        {Issue::Unset, kAnnotation, 0, "attribute"},
+        {Issue::Unset, kAnnotation, 0, "name"},
+        {Issue::Unset, kAnnotation, 0, "uuid"},
+        {Issue::Unset, kAnnotation, 0, "type"},
+        {Issue::Unset, kAnnotation, 0, "id"},
+        {Issue::Unset, kAnnotation, 0, "status"}}},
       {"camera vectors without a type",
        [](HostModel& m) { (void)m.Capture(1)->SetCameraPosition(1, 2, 3); },
        {{Issue::Unset, kCapture, 0, "camera.type"}}},
