@@ -120,27 +120,6 @@ TEST(UnicodeString, SubStringClampsToTheString) {
   }
 }
 
-// Positions visited in every order (forward, backward, jumping) must agree with a plain UTF-32
-// reference, whatever the translation cursor remembers from the previous call.
-TEST(UnicodeString, PositionsAgreeWithReferenceInAnyOrder) {
-  std::u32string reference;
-  std::string utf8;
-  for (int i = 0; i < 40; ++i) {
-    reference += kMixed32;
-    utf8 += kMixed;
-  }
-  const VEKUnicodeString text(utf8.c_str());
-  const int length = static_cast<int>(reference.size());
-  std::vector<int> starts;
-  for (int i = 0; i < length; ++i) starts.push_back((i * 97) % length);
-  for (int i = length - 1; i >= 0; i -= 7) starts.push_back(i);
-  for (const int start : starts) {
-    const int pieceLength = start % 5 + 1;
-    ASSERT_EQ(Wide(text.SubString(start, pieceLength)), reference.substr(start, pieceLength))
-        << "start " << start;
-  }
-}
-
 TEST(UnicodeString, FailedAllocationsLeaveEmptyStrings) {
   const std::string longText(200, 'x');
   const VEKUnicodeString source(longText.c_str());

@@ -91,27 +91,6 @@ class FullStream final : public VEKLightXmlOutputStream {
   int written_ = 0;
 };
 
-TEST(LightXmlTest, GetXmlRoundTripsNamesAttributesTextAndOrder) {
-  const std::string source =
-      "<r q=\"a&lt;b&amp;c&quot;d'e\" \xC3\xA9=\"\xE2\x82\xAC\"><x>1 &lt; 2 &amp; 3</x>"
-      "<y><![CDATA[a]]b<c>]]></y><x/><z k=\"&#9;&#10;&#13;\">&#13;</z><s>&#32;&#10;</s></r>";
-  VEKLightXmlElement root;
-  ASSERT_TRUE(Parse(source, root));
-  const std::string written = Dump(root);
-  VEKLightXmlElement reparsed;
-  ASSERT_TRUE(Parse(written, reparsed)) << written;
-  EXPECT_EQ(Tree(reparsed), Tree(root));
-  EXPECT_EQ(Tree(root),
-            "r[q=a<b&c\"d'e,\xC3\xA9=\xE2\x82\xAC]{x[]'1 < 2 & 3'{}y[]'a]]b<c>'{}x[]{}"
-            "z[k=\t\n\r]'\r'{}s[]' \n'{}}");
-
-  // No declaration, no indentation.
-  const std::string plain = "<a x=\"1\"><b>t</b><c/></a>";
-  ASSERT_TRUE(Parse(plain, root));
-  EXPECT_EQ(Dump(root), plain);
-  EXPECT_EQ(Dump(*Children(root)[0]), "<b>t</b>");
-}
-
 // The writer steps over plain runs in blocks: every escaped byte is found wherever it falls in
 // a long run, and bytes from 0x80 up pass unchanged.
 TEST(LightXmlTest, GetXmlEscapesAtEveryPositionOfLongRuns) {
@@ -443,27 +422,6 @@ std::string Utf16(const std::u16string& text) {
   for (char16_t unit : text)
     bytes += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
   return bytes;
-}
-
-TEST(LightXmlTest, EncodingsAreReadAsUtf8) {
-  const std::string expected = "e[x=\xC3\xA9]'\xE2\x82\xAC'{}";
-  const std::string littleEndian = Utf16(u"<e x=\"\u00e9\">\u20ac</e>");
-  std::string bigEndian = littleEndian;
-  for (std::size_t at = 0; at < bigEndian.size(); at += 2)
-    std::swap(bigEndian[at], bigEndian[at + 1]);
-  const std::string inputs[] = {"<e x=\"\xC3\xA9\">\xE2\x82\xAC</e>",
-                                "\xEF\xBB\xBF<e x=\"\xC3\xA9\">\xE2\x82\xAC</e>", littleEndian,
-                                bigEndian};
-  // Zeros after the root end the text in every encoding; nothing after them is read.
-  const std::string padding("\0\0\0\0\xFFjunk", 9);
-  for (const std::string& text : inputs) {
-    for (const std::string& input : {text, text + padding}) {
-      VEKLightXmlElement root;
-      ASSERT_TRUE(Parse(input, root)) << input;
-      EXPECT_EQ(Tree(root), expected);
-      EXPECT_EQ(Dump(root), "<e x=\"\xC3\xA9\">\xE2\x82\xAC</e>");
-    }
-  }
 }
 
 TEST(LightXmlTest, ErrorsAndElementsArePlacedInLinesAndColumns) {
