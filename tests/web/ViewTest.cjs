@@ -202,7 +202,7 @@ async function main() {
     const all = { drawn: 0, strayChecked: 0 };
     for (const document of documents) {
       const file = pageOf(document);
-      const data = pageData(fs.readFileSync(file, 'utf8'));
+      const data = await pageData(fs.readFileSync(file, 'utf8'));
       const totals = { captures: 0, drawn: 0, strayChecked: 0 };
       for (const [set, { captures }] of data.model.sets.entries()) {
         for (const capture of captures) {
@@ -227,7 +227,7 @@ async function main() {
     // errors, with the time to its first frame.
     const file = pageOf(generated);
     await openAt(page, `file://${file}`);
-    await checkPanel(page, pageData(fs.readFileSync(file, 'utf8')));
+    await checkPanel(page, await pageData(fs.readFileSync(file, 'utf8')));
     const readyMs = await page.evaluate(() => Math.round(window.vekView.readyMs));
     assert.deepStrictEqual(errors, [], `${file}: console errors`);
     console.log(`${path.basename(generated)}: first frame after ${readyMs} ms`);

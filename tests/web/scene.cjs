@@ -3,6 +3,11 @@
 // capture's camera as the model gives it (position, direction, zenith) with the scene's field of
 // view.
 'use strict';
+const { pathToFileURL } = require('url');
+
+// three.js's vectors and matrices, set by pageData: import() of the ES module (NODE_PATH reaches
+// it only through require.resolve).
+let Matrix4, Quaternion, Vector3;
 
 function embedded(html, id) {
   const match = new RegExp(`<script id="${id}"[^>]*>([\\s\\S]*?)</script>`).exec(html);
@@ -19,7 +24,8 @@ function parseGlb(bytes) {
 }
 
 // The model and the glTF JSON of a page, with the object node of each (set, family, position).
-function pageData(html) {
+async function pageData(html) {
+  ({ Matrix4, Quaternion, Vector3 } = await import(pathToFileURL(require.resolve('three/src/Three.Core.js'))));
   const model = JSON.parse(embedded(html, 'vek-model'));
   const { gltf, bin } = parseGlb(Buffer.from(embedded(html, 'vek-scene'), 'base64'));
   const objects = new Map();
@@ -30,43 +36,22 @@ function pageData(html) {
   return { model, gltf, bin, objects };
 }
 
-const IDENTITY = [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1];
-
-function multiply(a, b) {
-  const out = new Array(16).fill(0);
-  for (let column = 0; column < 4; ++column) {
-    for (let row = 0; row < 4; ++row) {
-      for (let k = 0; k < 4; ++k) out[column * 4 + row] += a[k * 4 + row] * b[column * 4 + k];
-    }
-  }
-  return out;
-}
-
 function localMatrix(node) {
-  if (node.matrix) return node.matrix;
-  const [x, y, z, w] = node.rotation || [0, 0, 0, 1];
-  const [sx, sy, sz] = node.scale || [1, 1, 1];
-  const [tx, ty, tz] = node.translation || [0, 0, 0];
-  return [
-    (1 - 2 * (y * y + z * z)) * sx, 2 * (x * y + z * w) * sx, 2 * (x * z - y * w) * sx, 0,
-    2 * (x * y - z * w) * sy, (1 - 2 * (x * x + z * z)) * sy, 2 * (y * z + x * w) * sy, 0,
-    2 * (x * z + y * w) * sz, 2 * (y * z - x * w) * sz, (1 - 2 * (x * x + y * y)) * sz, 0,
-    tx, ty, tz, 1,
-  ];
+  if (node.matrix) return new Matrix4().fromArray(node.matrix);
+  return new Matrix4().compose(new Vector3(...(node.translation || [0, 0, 0])),
+    new Quaternion(...(node.rotation || [0, 0, 0, 1])), new Vector3(...(node.scale || [1, 1, 1])));
 }
 
 function worldMatrices(gltf) {
   const world = new Map();
   const visit = (index, parent) => {
-    const matrix = multiply(parent, localMatrix(gltf.nodes[index]));
+    const matrix = parent.clone().multiply(localMatrix(gltf.nodes[index]));
     world.set(index, matrix);
     for (const child of gltf.nodes[index].children || []) visit(child, matrix);
   };
-  for (const root of gltf.scenes[gltf.scene || 0].nodes) visit(root, IDENTITY);
+  for (const root of gltf.scenes[gltf.scene || 0].nodes) visit(root, new Matrix4());
   return world;
 }
-
-const apply = (m, [x, y, z]) => [0, 1, 2].map((r) => m[r] * x + m[4 + r] * y + m[8 + r] * z + m[12 + r]);
 
 // The elements of an accessor: float vertices, or index values (unsigned byte, short or int).
 function elements(data, index) {
@@ -106,7 +91,7 @@ function objectShapes(data, set, family, position) {
     const node = data.gltf.nodes[index];
     if (node.mesh !== undefined) {
       for (const primitive of data.gltf.meshes[node.mesh].primitives) {
-        const points = elements(data, primitive.attributes.POSITION).map((v) => apply(data.world.get(index), v));
+        const points = elements(data, primitive.attributes.POSITION).map((v) => new Vector3(...v).applyMatrix4(data.world.get(index)));
         const order = primitive.indices === undefined ? points.map((_, k) => k) : elements(data, primitive.indices);
         for (const shape of shapes(order, primitive.mode ?? 4)) out.push(shape.map((v) => points[v]));
       }
@@ -119,11 +104,6 @@ function objectShapes(data, set, family, position) {
 
 const objectPoints = (data, set, family, position) => objectShapes(data, set, family, position).flat();
 
-const sub = (a, b) => a.map((v, k) => v - b[k]);
-const dot = (a, b) => a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
-const cross = (a, b) => [a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]];
-const normalize = (a) => a.map((v) => v / Math.hypot(...a));
-
 // The capture's camera from the model; the field of view from the scene's camera of that capture.
 // Null when the model gives no position or the scene no camera.
 function captureCamera(data, set, capture) {
@@ -133,13 +113,11 @@ function captureCamera(data, set, capture) {
   if (!camera.position || root === undefined) return null;
   const holder = (data.gltf.nodes[root].children || []).map((k) => data.gltf.nodes[k]).find((n) => n.camera !== undefined);
   if (!holder) return null;
-  let forward = camera.direction && Math.hypot(...camera.direction) > 0 ? camera.direction : sub(camera.target, camera.position);
-  forward = normalize(forward);
-  const right = normalize(cross(forward, camera.zenith));
-  return {
-    eye: camera.position, forward, right, up: cross(right, forward),
-    yfov: data.gltf.cameras[holder.camera].perspective.yfov,
-  };
+  const eye = new Vector3(...camera.position);
+  const forward = camera.direction && Math.hypot(...camera.direction) > 0
+    ? new Vector3(...camera.direction).normalize() : new Vector3(...camera.target).sub(eye).normalize();
+  const right = new Vector3().crossVectors(forward, new Vector3(...camera.zenith)).normalize();
+  return { eye, forward, right, up: new Vector3().crossVectors(right, forward), yfov: data.gltf.cameras[holder.camera].perspective.yfov };
 }
 
 // Screen positions (CSS pixels) of world points; null for a point behind the camera.
@@ -147,11 +125,11 @@ function project(camera, viewport, points) {
   const halfHeight = Math.tan(camera.yfov / 2);
   const halfWidth = halfHeight * (viewport.width / viewport.height);
   return points.map((point) => {
-    const v = sub(point, camera.eye);
-    const depth = dot(v, camera.forward);
+    const v = point.clone().sub(camera.eye);
+    const depth = v.dot(camera.forward);
     if (depth <= 0) return null;
-    return [viewport.left + (1 + dot(v, camera.right) / (depth * halfWidth)) * viewport.width / 2,
-      viewport.top + (1 - dot(v, camera.up) / (depth * halfHeight)) * viewport.height / 2];
+    return [viewport.left + (1 + v.dot(camera.right) / (depth * halfWidth)) * viewport.width / 2,
+      viewport.top + (1 - v.dot(camera.up) / (depth * halfHeight)) * viewport.height / 2];
   });
 }
 
