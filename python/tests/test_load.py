@@ -96,8 +96,7 @@ def test_export_is_the_tools_and_every_attribute_its_member(name):
         for family in FAMILIES:
             objects = getattr(set_, family)
             exported_objects = export[EXPORTED.get(family, family)]
-            assert len(objects) == len(exported_objects)
-            for item, members in zip(objects, exported_objects):
+            for item, members in zip(objects, exported_objects, strict=True):
                 for member, value in members.items():
                     assert as_export(getattr(item, snake(member))) == value, (family, member)
 
@@ -115,7 +114,6 @@ def test_links_referenced_by_and_find():
     assert all(a is b for a, b in zip(front.annotations, [datum_a, flatness, position]))
     assert datum_b.views[0] is side and capture.active_view is front
     assert frame.datums == [datum_a, datum_b]
-    assert datum_a.rep is None and isinstance(position, vektps.Object)
     base_face = set_.find(101, "ttrs")
     assert base_face is set_.ttrs[0]
     assert sorted(base_face.referenced_by(), key=lambda link: (link[0].id, link[1])) == \
