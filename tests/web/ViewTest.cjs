@@ -12,7 +12,7 @@ const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
 const { execFileSync } = require('child_process');
-const { pageData, objectShapes, objectPoints, captureCamera, project, rectOf, cover } = require('./scene.cjs');
+const { pageData, objectShapes, objectPoints, captureCamera, project, rectOf } = require('./scene.cjs');
 
 const CHROMIUM = process.env.VEK_CHROMIUM || '/usr/bin/chromium';
 const BACKGROUND = [0xf5, 0xf6, 0xf8];
@@ -50,6 +50,29 @@ async function pixelsOf(page, png) {
     return count;
   };
   return Object.assign(pixels, { width, height });
+}
+
+// 1 for each pixel of the page within `radius` of the screen points, segments and triangles of
+// `shapes` or inside a rectangle of `rects` ([x0, y0, x1, y1]), as the browser's canvas draws them.
+async function maskOf(page, pixels, shapes, radius, rects) {
+  const mask = await page.evaluate((width, height, shapes, radius, rects) => {
+    const context = new OffscreenCanvas(width, height).getContext('2d');
+    Object.assign(context, { lineWidth: 2 * radius, lineJoin: 'round' });
+    for (const shape of shapes) {
+      context.beginPath();
+      for (const [x, y] of shape) context.lineTo(x, y);
+      context.closePath();
+      context.fill();
+      context.stroke();
+      for (const [x, y] of shape) context.fillRect(x - radius, y - radius, 2 * radius, 2 * radius);
+    }
+    for (const [x0, y0, x1, y1] of rects) context.fillRect(x0, y0, x1 - x0, y1 - y0);
+    const data = context.getImageData(0, 0, width, height).data;
+    let text = '';
+    for (let k = 3; k < data.length; k += 4) text += String.fromCharCode(data[k] ? 1 : 0);
+    return btoa(text);
+  }, pixels.width, pixels.height, shapes, radius, rects);
+  return Buffer.from(mask, 'base64');
 }
 
 async function openAt(page, url) {
@@ -104,19 +127,20 @@ async function checkCapture(page, file, data, set, capture) {
   ];
   const status = await page.$eval('#status', (node) => {
     const r = node.getBoundingClientRect();
-    return [r.left - 2, r.top - 2, r.right + 2, r.bottom + 2].map(Math.round);
+    return [r.left - 2, r.top - 2, r.right + 2, r.bottom + 2];
   });
   let strayChecked = 0;
   for (const [what, shapes, bit] of [['anything', shown, INK], ['annotation blue', annotations, ANNOTATION]]) {
-    const expected = new Uint8Array(pixels.width * pixels.height);
-    if (!cover(expected, pixels.width, pixels.height, camera, viewport, shapes, 4)) continue;
+    // What lies behind the camera covers what is not worked out.
+    const screen = shapes.map((shape) => project(camera, viewport, shape));
+    if (screen.some((shape) => shape.includes(null))) continue;
+    const expected = await maskOf(page, pixels, screen, 4, [status]);
     strayChecked += 1;
     let stray = 0;
     let first = null;
     for (let y = Math.round(viewport.top); y < Math.round(viewport.top + viewport.height); ++y) {
       for (let x = Math.round(viewport.left); x < Math.round(viewport.left + viewport.width); ++x) {
-        const inStatus = x >= status[0] && x < status[2] && y >= status[1] && y < status[3];
-        if ((pixels[y * pixels.width + x] & bit) !== 0 && !expected[y * pixels.width + x] && !inStatus) {
+        if ((pixels[y * pixels.width + x] & bit) !== 0 && !expected[y * pixels.width + x]) {
           first = first || [x, y];
           ++stray;
         }
