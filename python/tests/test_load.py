@@ -138,23 +138,18 @@ BROKEN = [
     (b'<?xml version="1.0"?>\n<Unknown/>', "unknown-root", None),
     (b"", "xml-error", 1),
     (b"PD94bWwg!!!", "decode-failed", None),
+    (pathlib.Path("/nonexistent/absent.xml"), "read-failed", None),
 ]
 
 
-@pytest.mark.parametrize("data, status, line", BROKEN)
-def test_load_errors(data, status, line):
+@pytest.mark.parametrize("source, status, line", BROKEN)
+def test_load_errors(source, status, line):
     with pytest.raises(vektps.LoadError) as failure:
-        vektps.load(data)
+        vektps.load(source)
     error = failure.value
     assert isinstance(error, ValueError) and error.status == status and error.message
     assert error.line == line and (error.column is None) == (line is None)
     assert error.result == 0x80004005 and (str(error).startswith("line") == (line is not None))
-
-
-def test_missing_file(tmp_path):
-    with pytest.raises(vektps.LoadError) as failure:
-        vektps.load(tmp_path / "absent.xml")
-    assert failure.value.status == "read-failed" and failure.value.line is None
 
 
 def test_diagnostics():
