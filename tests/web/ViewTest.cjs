@@ -218,28 +218,27 @@ async function main() {
       if (!/^(file|data|about):/.test(request.url())) errors.push(`fetched ${request.url()}`);
     });
     let screenshot = process.env.VEK_VIEW_SCREENSHOT;
-    const all = { drawn: 0, strayChecked: 0 };
+    // Counted over the documents so far.
+    const all = { captures: 0, drawn: 0, strayChecked: 0 };
     for (const document of documents) {
       const file = pageOf(document);
       const data = await pageData(fs.readFileSync(file, 'utf8'));
-      const totals = { captures: 0, drawn: 0, strayChecked: 0 };
+      const before = all.captures;
       for (const [set, { captures }] of data.model.sets.entries()) {
         for (const capture of captures) {
           if (capture.id === null || !captureCamera(data, set, capture)) continue;
           const counts = await checkCapture(page, file, data, set, capture);
-          totals.captures += 1;
-          totals.drawn += counts.drawn;
-          totals.strayChecked += counts.strayChecked;
-          if (totals.captures === 1) await checkPanel(page, data);
+          all.captures += 1;
+          all.drawn += counts.drawn;
+          all.strayChecked += counts.strayChecked;
+          if (all.captures === before + 1) await checkPanel(page, data);
           await checkHighlight(page, file, data, set, capture, screenshot);
           screenshot = null;
         }
       }
-      assert(totals.captures > 0, `${file}: no capture was checked`);
+      assert(all.captures > before, `${file}: no capture was checked`);
       assert.deepStrictEqual(errors, [], `${file}: console errors`);
-      console.log(`${path.basename(document)}: ${JSON.stringify(totals)}`);
-      all.drawn += totals.drawn;
-      all.strayChecked += totals.strayChecked;
+      console.log(`${path.basename(document)}: ${JSON.stringify(all)}`);
     }
     assert(all.drawn > 0 && all.strayChecked > 0, `nothing was checked: ${JSON.stringify(all)}`);
     // A generated document's captures look anywhere: its page is checked for loading, names and
