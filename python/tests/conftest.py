@@ -4,8 +4,6 @@ import json
 import os
 import subprocess
 
-import pytest
-
 DOCUMENTS = os.environ["VEKTPS_DOCUMENTS"]
 TOOL = os.environ["VEKTPS_TOOL"]
 GENERATE = os.environ["VEKTPS_GENERATE"]
@@ -30,12 +28,3 @@ def generate(path, *, objects, seed, schema="current", form="plain"):
     subprocess.run([GENERATE, "--schema", schema, "--form", form, "-n", str(objects),
                     "--seed", str(seed), "-o", str(path)], check=True, capture_output=True,
                    env=NATIVE)
-
-
-@pytest.fixture
-def isolated_cwd(tmp_path, monkeypatch):
-    """An empty working directory, to see what a load leaves there."""
-    directory = tmp_path / "cwd"
-    directory.mkdir()
-    monkeypatch.chdir(directory)
-    return directory

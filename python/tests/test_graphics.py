@@ -9,7 +9,7 @@ import numpy
 import pytest
 
 import vektps
-from conftest import document, generate
+from conftest import document
 
 CORNERS = numpy.array([[0, 0, 0], [1, 0, 0], [1, 1, 0], [0, 1, 0], [0, 2, 1], [2, 2, 2]],
                       dtype=numpy.float32)
@@ -87,13 +87,6 @@ def test_world_space_triangles_and_segments(graphic):
     assert triangles.shape == (14, 3, 3) and triangles.dtype == numpy.float32
     assert any(numpy.array_equal(shown, CORNERS[:3] + [0, 0, -4]) for shown in triangles)
     assert graphic.lines().shape == (18, 2, 3)
-
-
-def test_annotations_carry_their_own_graphic(tmp_path):
-    generate(tmp_path / "current.xml", objects=30, seed=11)
-    annotations = vektps.load(tmp_path / "current.xml").sets[0].annotations
-    graphics = [annotation.graphic for annotation in annotations if annotation.graphic is not None]
-    assert graphics and all(graphic.meshes for graphic in graphics)
 
 
 def test_arrays_are_read_only_views_kept_by_their_owner(graphic):

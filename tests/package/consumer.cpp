@@ -3,6 +3,7 @@
 // parser, the model, the scene graph, the foundation and the export all link and run from the
 // install.
 #include <cstdio>
+#include <fstream>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,9 +15,8 @@
 #ifndef VEK_CONSUMER_STANDARD
 #error "define VEK_CONSUMER_STANDARD as the standard the host asks for (17 or 20)"
 #endif
-static_assert(__cplusplus == (VEK_CONSUMER_STANDARD == 17   ? 201703L
-                              : VEK_CONSUMER_STANDARD == 20 ? 202002L
-                                                            : 0L),
+// __cplusplus is the year and month of the standard: 201703 for C++17, 202002 for C++20.
+static_assert(__cplusplus / 100 == 2000 + VEK_CONSUMER_STANDARD,
               "the host is not built in the language standard it asked for");
 
 namespace {
@@ -44,13 +44,6 @@ bool CountTriangles(VEKITPSLightSet& set) {
   }
   std::printf("%zu triangles of annotation graphics\n", triangles);
   return triangles > 0;
-}
-
-bool WriteFile(const char* path, const std::string& text) {
-  std::FILE* file = std::fopen(path, "wb");
-  if (!file) return false;
-  const bool written = std::fwrite(text.data(), 1, text.size(), file) == text.size();
-  return std::fclose(file) == 0 && written;
 }
 
 }  // namespace
@@ -81,5 +74,8 @@ int main(int argc, char** argv) {
                                     false, json)))
     return 1;
   // Ended like the tool's output, so that the check can compare the two byte for byte.
-  return WriteFile(argv[2], json + '\n') ? 0 : 1;
+  std::ofstream out(argv[2], std::ios::binary);
+  out << json << '\n';
+  out.close();
+  return out ? 0 : 1;
 }

@@ -3,6 +3,11 @@
 // capture's camera as the model gives it (position, direction, zenith) with the scene's field of
 // view.
 'use strict';
+const { pathToFileURL } = require('url');
+
+// three.js's vectors and matrices, set by pageData: import() of the ES module (NODE_PATH reaches
+// it only through require.resolve).
+let Matrix4, Quaternion, Vector3;
 
 function embedded(html, id) {
   const match = new RegExp(`<script id="${id}"[^>]*>([\\s\\S]*?)</script>`).exec(html);
@@ -19,7 +24,8 @@ function parseGlb(bytes) {
 }
 
 // The model and the glTF JSON of a page, with the object node of each (set, family, position).
-function pageData(html) {
+async function pageData(html) {
+  ({ Matrix4, Quaternion, Vector3 } = await import(pathToFileURL(require.resolve('three/src/Three.Core.js'))));
   const model = JSON.parse(embedded(html, 'vek-model'));
   const { gltf, bin } = parseGlb(Buffer.from(embedded(html, 'vek-scene'), 'base64'));
   const objects = new Map();
@@ -30,43 +36,22 @@ function pageData(html) {
   return { model, gltf, bin, objects };
 }
 
-const IDENTITY = [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1];
-
-function multiply(a, b) {
-  const out = new Array(16).fill(0);
-  for (let column = 0; column < 4; ++column) {
-    for (let row = 0; row < 4; ++row) {
-      for (let k = 0; k < 4; ++k) out[column * 4 + row] += a[k * 4 + row] * b[column * 4 + k];
-    }
-  }
-  return out;
-}
-
 function localMatrix(node) {
-  if (node.matrix) return node.matrix;
-  const [x, y, z, w] = node.rotation || [0, 0, 0, 1];
-  const [sx, sy, sz] = node.scale || [1, 1, 1];
-  const [tx, ty, tz] = node.translation || [0, 0, 0];
-  return [
-    (1 - 2 * (y * y + z * z)) * sx, 2 * (x * y + z * w) * sx, 2 * (x * z - y * w) * sx, 0,
-    2 * (x * y - z * w) * sy, (1 - 2 * (x * x + z * z)) * sy, 2 * (y * z + x * w) * sy, 0,
-    2 * (x * z + y * w) * sz, 2 * (y * z - x * w) * sz, (1 - 2 * (x * x + y * y)) * sz, 0,
-    tx, ty, tz, 1,
-  ];
+  if (node.matrix) return new Matrix4().fromArray(node.matrix);
+  return new Matrix4().compose(new Vector3(...(node.translation || [0, 0, 0])),
+    new Quaternion(...(node.rotation || [0, 0, 0, 1])), new Vector3(...(node.scale || [1, 1, 1])));
 }
 
 function worldMatrices(gltf) {
   const world = new Map();
   const visit = (index, parent) => {
-    const matrix = multiply(parent, localMatrix(gltf.nodes[index]));
+    const matrix = parent.clone().multiply(localMatrix(gltf.nodes[index]));
     world.set(index, matrix);
     for (const child of gltf.nodes[index].children || []) visit(child, matrix);
   };
-  for (const root of gltf.scenes[gltf.scene || 0].nodes) visit(root, IDENTITY);
+  for (const root of gltf.scenes[gltf.scene || 0].nodes) visit(root, new Matrix4());
   return world;
 }
-
-const apply = (m, [x, y, z]) => [0, 1, 2].map((r) => m[r] * x + m[4 + r] * y + m[8 + r] * z + m[12 + r]);
 
 // The elements of an accessor: float vertices, or index values (unsigned byte, short or int).
 function elements(data, index) {
@@ -106,7 +91,7 @@ function objectShapes(data, set, family, position) {
     const node = data.gltf.nodes[index];
     if (node.mesh !== undefined) {
       for (const primitive of data.gltf.meshes[node.mesh].primitives) {
-        const points = elements(data, primitive.attributes.POSITION).map((v) => apply(data.world.get(index), v));
+        const points = elements(data, primitive.attributes.POSITION).map((v) => new Vector3(...v).applyMatrix4(data.world.get(index)));
         const order = primitive.indices === undefined ? points.map((_, k) => k) : elements(data, primitive.indices);
         for (const shape of shapes(order, primitive.mode ?? 4)) out.push(shape.map((v) => points[v]));
       }
@@ -119,11 +104,6 @@ function objectShapes(data, set, family, position) {
 
 const objectPoints = (data, set, family, position) => objectShapes(data, set, family, position).flat();
 
-const sub = (a, b) => a.map((v, k) => v - b[k]);
-const dot = (a, b) => a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
-const cross = (a, b) => [a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]];
-const normalize = (a) => a.map((v) => v / Math.hypot(...a));
-
 // The capture's camera from the model; the field of view from the scene's camera of that capture.
 // Null when the model gives no position or the scene no camera.
 function captureCamera(data, set, capture) {
@@ -133,13 +113,11 @@ function captureCamera(data, set, capture) {
   if (!camera.position || root === undefined) return null;
   const holder = (data.gltf.nodes[root].children || []).map((k) => data.gltf.nodes[k]).find((n) => n.camera !== undefined);
   if (!holder) return null;
-  let forward = camera.direction && Math.hypot(...camera.direction) > 0 ? camera.direction : sub(camera.target, camera.position);
-  forward = normalize(forward);
-  const right = normalize(cross(forward, camera.zenith));
-  return {
-    eye: camera.position, forward, right, up: cross(right, forward),
-    yfov: data.gltf.cameras[holder.camera].perspective.yfov,
-  };
+  const eye = new Vector3(...camera.position);
+  const forward = camera.direction && Math.hypot(...camera.direction) > 0
+    ? new Vector3(...camera.direction).normalize() : new Vector3(...camera.target).sub(eye).normalize();
+  const right = new Vector3().crossVectors(forward, new Vector3(...camera.zenith)).normalize();
+  return { eye, forward, right, up: new Vector3().crossVectors(right, forward), yfov: data.gltf.cameras[holder.camera].perspective.yfov };
 }
 
 // Screen positions (CSS pixels) of world points; null for a point behind the camera.
@@ -147,11 +125,11 @@ function project(camera, viewport, points) {
   const halfHeight = Math.tan(camera.yfov / 2);
   const halfWidth = halfHeight * (viewport.width / viewport.height);
   return points.map((point) => {
-    const v = sub(point, camera.eye);
-    const depth = dot(v, camera.forward);
+    const v = point.clone().sub(camera.eye);
+    const depth = v.dot(camera.forward);
     if (depth <= 0) return null;
-    return [viewport.left + (1 + dot(v, camera.right) / (depth * halfWidth)) * viewport.width / 2,
-      viewport.top + (1 - dot(v, camera.up) / (depth * halfHeight)) * viewport.height / 2];
+    return [viewport.left + (1 + v.dot(camera.right) / (depth * halfWidth)) * viewport.width / 2,
+      viewport.top + (1 - v.dot(camera.up) / (depth * halfHeight)) * viewport.height / 2];
   });
 }
 
@@ -174,55 +152,4 @@ function rectOf(projected, viewport) {
   return Object.assign(rect.map(Math.round), { whole });
 }
 
-// Marks in a width x height mask the pixels within `radius` of what `shapes` cover on screen;
-// false when a point lies behind the camera (what it covers is not worked out).
-function cover(mask, width, height, camera, viewport, shapes, radius) {
-  const stamp = (x, y) => {
-    for (let py = Math.max(0, Math.floor(y - radius)); py <= Math.min(height - 1, Math.ceil(y + radius)); ++py) {
-      for (let px = Math.max(0, Math.floor(x - radius)); px <= Math.min(width - 1, Math.ceil(x + radius)); ++px) {
-        mask[py * width + px] = 1;
-      }
-    }
-  };
-  const segment = ([ax, ay], [bx, by]) => {
-    // Only the part inside the screen (with a margin) is stepped along.
-    let [t0, t1] = [0, 1];
-    const [dx, dy] = [bx - ax, by - ay];
-    for (const [p, q] of [[-dx, ax + radius], [dx, width + radius - ax], [-dy, ay + radius], [dy, height + radius - ay]]) {
-      if (p === 0) { if (q < 0) return; continue; }
-      const r = q / p;
-      if (p < 0) t0 = Math.max(t0, r); else t1 = Math.min(t1, r);
-    }
-    if (t0 > t1) return;
-    const steps = Math.ceil(Math.hypot(dx, dy) * (t1 - t0) * 2) + 1;
-    for (let k = 0; k <= steps; ++k) {
-      const t = t0 + ((t1 - t0) * k) / steps;
-      stamp(ax + dx * t, ay + dy * t);
-    }
-  };
-  for (const shape of shapes) {
-    const screen = project(camera, viewport, shape);
-    if (screen.some((p) => p === null)) return false;
-    if (screen.length === 1) stamp(...screen[0]);
-    for (let k = 0; k + 1 < screen.length; ++k) segment(screen[k], screen[k + 1]);
-    if (screen.length === 3) {
-      segment(screen[2], screen[0]);
-      const [[ax, ay], [bx, by], [cx, cy]] = screen;
-      const area = (bx - ax) * (cy - ay) - (by - ay) * (cx - ax);
-      if (area === 0) continue;
-      const x0 = Math.max(0, Math.floor(Math.min(ax, bx, cx))), x1 = Math.min(width - 1, Math.ceil(Math.max(ax, bx, cx)));
-      const y0 = Math.max(0, Math.floor(Math.min(ay, by, cy))), y1 = Math.min(height - 1, Math.ceil(Math.max(ay, by, cy)));
-      for (let py = y0; py <= y1; ++py) {
-        for (let px = x0; px <= x1; ++px) {
-          const [x, y] = [px + 0.5, py + 0.5];
-          const u = ((bx - x) * (cy - y) - (by - y) * (cx - x)) / area;
-          const v = ((cx - x) * (ay - y) - (cy - y) * (ax - x)) / area;
-          if (u >= 0 && v >= 0 && u + v <= 1) mask[py * width + px] = 1;
-        }
-      }
-    }
-  }
-  return true;
-}
-
-module.exports = { pageData, objectShapes, objectPoints, captureCamera, project, rectOf, cover };
+module.exports = { pageData, objectShapes, objectPoints, captureCamera, project, rectOf };
