@@ -296,6 +296,12 @@ TEST(SceneGraphRead, UnreadablePositionsKeepCountsOnly) {
   const JsonCase cases[] = {
       {"no buffer view", [](Json& g) { g["accessors"][0].erase("bufferView"); }},
       {"integer components", [](Json& g) { g["accessors"][0]["componentType"] = 5125; }},
+      {"sparse",
+       [](Json& g) {
+         g["accessors"][0]["sparse"] = {{"count", 1},
+                                        {"indices", {{"bufferView", 1}, {"componentType", 5123}}},
+                                        {"values", {{"bufferView", 0}}}};
+       }},
       {"compressed view",
        [](Json& g) {
          g["bufferViews"][0]["extensions"]["EXT_meshopt_compression"] = Json::object();
