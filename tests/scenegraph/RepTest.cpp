@@ -42,17 +42,6 @@ TEST(RepGeometry, GeneratedSceneInWorldSpace) {
   ExpectNear(lines, {1, 10, 4, -1, 10, 4});
 }
 
-TEST(RepGeometry, PrimitivesWithoutReadablePositionsAreSkipped) {
-  const vek_test::GlbParts parts = vek_test::MakeMeshesParts(2, 1, 0);
-  Json gltf = Json::parse(parts.json);
-  gltf["accessors"][0]["componentType"] = 5125;  // the first triangle's positions, as integers
-  const auto rep = Read(vek_test::BuildGlb(gltf.dump(), parts.bin));
-  ASSERT_TRUE(rep);
-  std::vector<float> triangles;
-  ASSERT_EQ(VEKRepTriangles(*rep, triangles), S_OK);
-  ExpectNear(triangles, {1, 6, 4, -1, 6, 4, -3, 6, 4});
-}
-
 constexpr int kNotIndexed = 0;
 constexpr int kByte = 5121;
 constexpr int kShort = 5123;
