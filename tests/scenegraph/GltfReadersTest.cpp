@@ -43,8 +43,6 @@ struct Variant {
   const char* from;  // replaced, first occurrence, in the base JSON
   std::string to;
   GltfReadersVerdict expected;
-  const char* alsoFrom = nullptr;  // a second replacement, made after the first
-  const char* alsoTo = nullptr;
 };
 
 void PrintTo(const Variant& variant, std::ostream* out) { *out << variant.name; }
@@ -61,9 +59,6 @@ TEST_P(GltfReadersVariants, DecideAlikeOrByOurRule) {
   const Variant& variant = GetParam();
   std::string json = kBaseJson;
   Replace(json, variant.from, variant.to);
-  if (variant.alsoFrom != nullptr) {
-    Replace(json, variant.alsoFrom, variant.alsoTo);
-  }
   EXPECT_EQ(Compare(vek_test::BuildGlb(json, BaseBin())), variant.expected) << json;
 }
 
@@ -81,9 +76,10 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Variant{"base", "", "", kBothRead},
         Variant{"whitespace", R"(,"scene":0,)", " ,\n\t\"scene\" : 0 ,\r\n", kBothRead},
-        Variant{"sections_reordered", R"("asset":{"version":"2.0","generator":"test"},)", "",
-                kBothRead, R"("buffers":[{"byteLength":44}]})",
-                R"("buffers":[{"byteLength":44}],"asset":{"version":"2.0"}})"},
+        Variant{
+            "sections_reordered",
+            R"("asset":{"version":"2.0","generator":"test"},"scene":0,"scenes":[{"nodes":[0]}],)",
+            R"("scenes":[{"nodes":[0]}],"scene":0,"asset":{"version":"2.0"},)", kBothRead},
         Variant{"no_asset", R"("asset":{"version":"2.0","generator":"test"},)", "", kBothRefuse},
         Variant{"asset_without_version", R"("version":"2.0",)", "", kBothRefuse},
         Variant{"negative_zero_and_exponents", R"("translation":[1,2,3])",
@@ -195,8 +191,9 @@ INSTANTIATE_TEST_SUITE_P(
                 kRefusedByOurRule},
         Variant{"external_image", R"("buffers")", R"("images":[{"uri":"picture.png"}],"buffers")",
                 kRefusedByOurRule},
-        Variant{"image_view_past_its_buffer", R"("byteLength":6,)", R"("byteLength":60,)",
-                kRefusedByOurRule, R"("buffers")", R"("images":[{"bufferView":1}],"buffers")"},
+        Variant{"image_view_past_its_buffer", R"("target":34963}],)",
+                R"("target":34963},{"buffer":0,"byteLength":60}],"images":[{"bufferView":2}],)",
+                kRefusedByOurRule},
         // tinygltf's base64 decoder stops at the first character outside the alphabet.
         Variant{"data_uri_without_padding", R"({"byteLength":44})",
                 R"({"byteLength":44},{"byteLength":1,"uri":"data:text/plain;base64,AA"})",
