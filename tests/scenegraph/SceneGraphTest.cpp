@@ -51,6 +51,25 @@ constexpr int kShort = 5123;
 constexpr int kInt = 5125;
 constexpr int kFloat = 5126;
 
+// A glTF document over one buffer of `bufferLength` bytes.
+Json Gltf(std::size_t bufferLength, const Json& views, const Json& accessors,
+          const Json& meshes = Json::array(), const Json& nodes = Json::array()) {
+  return {{"asset", {{"version", "2.0"}}},
+          {"buffers", {{{"byteLength", bufferLength}}}},
+          {"bufferViews", views},
+          {"accessors", accessors},
+          {"meshes", meshes},
+          {"nodes", nodes}};
+}
+
+Json Accessor(int view, int componentType, std::uint64_t count, const char* type) {
+  return {{"bufferView", view}, {"componentType", componentType}, {"count", count}, {"type", type}};
+}
+
+// One mesh drawing the positions of accessor 0 as points.
+const Json kPointsMeshes = Json::array(
+    {{{"primitives", Json::array({{{"attributes", {{"POSITION", 0}}}, {"mode", 0}}})}}});
+
 void ExpectNear(const std::vector<float>& actual, const std::vector<float>& expected) {
   ASSERT_EQ(actual.size(), expected.size());
   for (std::size_t i = 0; i < actual.size(); ++i) {
@@ -297,17 +316,10 @@ TEST(SceneGraphRead, RangesAndStridesAtTheirLimits) {
   for (const BoundaryCase& row : cases) {
     Json view = {{"buffer", 0}, {"byteOffset", row.viewOffset}, {"byteLength", row.viewLength}};
     if (row.stride >= 0) view["byteStride"] = row.stride;
-    Json gltf = {
-        {"asset", {{"version", "2.0"}}},
-        {"buffers", {{{"byteLength", row.bufferLength}}}},
-        {"bufferViews", {view}},
-        {"accessors",
-         {{{"bufferView", 0},
-           {"byteOffset", row.accessorOffset},
-           {"componentType", row.componentType},
-           {"count", row.count},
-           {"type", row.type}}}},
-        {"meshes", {{{"primitives", {{{"attributes", {{"POSITION", 0}}}, {"mode", 0}}}}}}}};
+    Json accessor = Accessor(0, row.componentType, row.count, row.type);
+    accessor["byteOffset"] = row.accessorOffset;
+    const Json gltf =
+        Gltf(row.bufferLength, Json::array({view}), Json::array({accessor}), kPointsMeshes);
     EXPECT_EQ(Read(BuildGlb(gltf.dump(), bin)) != nullptr, row.accepted) << row.name;
   }
 }
@@ -345,8 +357,7 @@ TEST(SceneGraphRead, NormalsAreReadWhenTheyMatchThePositions) {
                                 NormalCase{"unsigned short scalars", 1, false},
                                 NormalCase{"fewer than the positions", 2, false}}) {
     const auto rep = ReadChanged([&](Json& gltf) {
-      gltf["accessors"].push_back(
-          {{"bufferView", 0}, {"componentType", 5126}, {"count", 2}, {"type", "VEC3"}});
+      gltf["accessors"].push_back(Accessor(0, kFloat, 2, "VEC3"));
       gltf["meshes"][0]["primitives"][0]["attributes"]["NORMAL"] = row.accessor;
     });
     ASSERT_TRUE(rep) << row.name;
@@ -361,12 +372,9 @@ TEST(SceneGraphRead, NormalsAreReadWhenTheyMatchThePositions) {
 TEST(SceneGraphRead, PositionsFollowTheViewStride) {
   // Two vertices with 4 bytes of padding after each.
   const std::vector<unsigned char> bin = vek_test::FloatBytes({1, 2, 3, -1, 4, 5, 6, -1});
-  const Json gltf = {
-      {"asset", {{"version", "2.0"}}},
-      {"buffers", {{{"byteLength", bin.size()}}}},
-      {"bufferViews", {{{"buffer", 0}, {"byteLength", bin.size()}, {"byteStride", 16}}}},
-      {"accessors", {{{"bufferView", 0}, {"componentType", 5126}, {"count", 2}, {"type", "VEC3"}}}},
-      {"meshes", {{{"primitives", {{{"attributes", {{"POSITION", 0}}}, {"mode", 0}}}}}}}};
+  const Json view = {{"buffer", 0}, {"byteLength", bin.size()}, {"byteStride", 16}};
+  const Json gltf = Gltf(bin.size(), Json::array({view}),
+                         Json::array({Accessor(0, kFloat, 2, "VEC3")}), kPointsMeshes);
   const auto rep = Read(BuildGlb(gltf.dump(), bin));
   ASSERT_TRUE(rep);
   EXPECT_EQ(*rep->GetMeshes()[0].primitives[0].positions, (std::vector<float>{1, 2, 3, 4, 5, 6}));
@@ -407,8 +415,7 @@ std::vector<char> PrimitiveGlb(const ModeCase& row) {
   std::vector<unsigned char> bin = vek_test::FloatBytes(positions);
   Json primitive = {{"attributes", {{"POSITION", 0}}}, {"mode", row.mode}};
   Json views = {{{"buffer", 0}, {"byteLength", bin.size()}}};
-  Json accessors = {
-      {{"bufferView", 0}, {"componentType", kFloat}, {"count", row.vertexCount}, {"type", "VEC3"}}};
+  Json accessors = Json::array({Accessor(0, kFloat, row.vertexCount, "VEC3")});
   if (row.indexType != kNotIndexed) {
     const std::size_t size = row.indexType == kByte ? 1 : row.indexType == kShort ? 2 : 4;
     const std::size_t start = bin.size();
@@ -417,19 +424,13 @@ std::vector<char> PrimitiveGlb(const ModeCase& row) {
       for (std::size_t byte = 0; byte < size; ++byte) bin.push_back((value >> (8 * byte)) & 0xFF);
     }
     views.push_back({{"buffer", 0}, {"byteOffset", start}, {"byteLength", bin.size() - start}});
-    accessors.push_back({{"bufferView", 1},
-                         {"componentType", row.indexType},
-                         {"count", row.indices.size()},
-                         {"type", "SCALAR"}});
+    accessors.push_back(Accessor(1, row.indexType, row.indices.size(), "SCALAR"));
     primitive["indices"] = 1;
   }
   while (bin.size() % 4 != 0) bin.push_back(0);
-  const Json gltf = {{"asset", {{"version", "2.0"}}},
-                     {"buffers", {{{"byteLength", bin.size()}}}},
-                     {"bufferViews", views},
-                     {"accessors", accessors},
-                     {"meshes", {{{"primitives", {primitive}}}}},
-                     {"nodes", {{{"mesh", 0}}}}};
+  const Json gltf =
+      Gltf(bin.size(), views, accessors, Json::array({{{"primitives", Json::array({primitive})}}}),
+           Json::array({{{"mesh", 0}}}));
   return vek_test::BuildGlb(gltf.dump(), bin);
 }
 
@@ -473,18 +474,13 @@ TEST(RepGeometry, OutputBeyondTheBoundIsRefused) {
   bin.resize(bin.size() + 10000, 0);
   for (const int nodes : {1, 100}) {
     SCOPED_TRACE(nodes);
-    const Json gltf = {
-        {"asset", {{"version", "2.0"}}},
-        {"buffers", {{{"byteLength", bin.size()}}}},
-        {"bufferViews",
-         {{{"buffer", 0}, {"byteLength", 12}},
-          {{"buffer", 0}, {"byteOffset", 12}, {"byteLength", 10000}}}},
-        {"accessors",
-         {{{"bufferView", 0}, {"componentType", kFloat}, {"count", 1}, {"type", "VEC3"}},
-          {{"bufferView", 1}, {"componentType", kByte}, {"count", 10000}, {"type", "SCALAR"}}}},
-        {"meshes",
-         {{{"primitives", {{{"attributes", {{"POSITION", 0}}}, {"indices", 1}, {"mode", 5}}}}}}},
-        {"nodes", Json(nodes, {{"mesh", 0}})}};
+    const Json strip = {{"attributes", {{"POSITION", 0}}}, {"indices", 1}, {"mode", 5}};
+    const Json gltf =
+        Gltf(bin.size(),
+             Json::array({{{"buffer", 0}, {"byteLength", 12}},
+                          {{"buffer", 0}, {"byteOffset", 12}, {"byteLength", 10000}}}),
+             Json::array({Accessor(0, kFloat, 1, "VEC3"), Accessor(1, kByte, 10000, "SCALAR")}),
+             Json::array({{{"primitives", Json::array({strip})}}}), Json(nodes, {{"mesh", 0}}));
     const auto rep = Read(vek_test::BuildGlb(gltf.dump(), bin));
     ASSERT_TRUE(rep);
     std::vector<float> triangles = {42};
@@ -502,8 +498,6 @@ TEST(RepGeometry, OutputBeyondTheBoundIsRefused) {
 // proportion to the blob.
 constexpr int kVertices = 20000;  // 240,000 bytes of positions
 
-std::size_t Bound(std::size_t glbSize) { return 8 * glbSize + 65536; }
-
 // One buffer view of kVertices float triples, then kVertices byte indices; `accessors` VEC3
 // accessors over the whole view, and one index accessor.
 struct SharedScene {
@@ -515,21 +509,13 @@ SharedScene MakeSharedScene(int vectorAccessors) {
   SharedScene scene;
   scene.bin = vek_test::FloatBytes(std::vector<float>(3 * kVertices, 0.25f));
   scene.bin.resize(scene.bin.size() + kVertices, 1);
-  Json accessors = Json::array();
-  for (int accessor = 0; accessor < vectorAccessors; ++accessor) {
-    accessors.push_back(
-        {{"bufferView", 0}, {"componentType", kFloat}, {"count", kVertices}, {"type", "VEC3"}});
-  }
-  accessors.push_back(
-      {{"bufferView", 1}, {"componentType", kByte}, {"count", kVertices}, {"type", "SCALAR"}});
-  scene.gltf = {{"asset", {{"version", "2.0"}}},
-                {"buffers", {{{"byteLength", scene.bin.size()}}}},
-                {"bufferViews",
-                 {{{"buffer", 0}, {"byteLength", 12 * kVertices}},
-                  {{"buffer", 0}, {"byteOffset", 12 * kVertices}, {"byteLength", kVertices}}}},
-                {"accessors", accessors},
-                {"meshes", Json::array()},
-                {"nodes", Json::array()}};
+  Json accessors(vectorAccessors, Accessor(0, kFloat, kVertices, "VEC3"));
+  accessors.push_back(Accessor(1, kByte, kVertices, "SCALAR"));
+  scene.gltf = Gltf(
+      scene.bin.size(),
+      Json::array({{{"buffer", 0}, {"byteLength", 12 * kVertices}},
+                   {{"buffer", 0}, {"byteOffset", 12 * kVertices}, {"byteLength", kVertices}}}),
+      accessors);
   return scene;
 }
 
@@ -578,7 +564,7 @@ TEST(RepMemory, RepresentationsBeyondTheBoundAreRefused) {
     EXPECT_EQ(rep != nullptr, accessors == 7);
     if (rep) {
       EXPECT_GT(rep->GetHeldBytes(), 7u * 12 * kVertices);
-      EXPECT_LE(rep->GetHeldBytes(), Bound(glb.size()));
+      EXPECT_LE(rep->GetHeldBytes(), 8 * glb.size() + 65536);
     }
   }
 }
