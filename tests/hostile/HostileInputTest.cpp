@@ -1,7 +1,6 @@
 // Loads of both schemas fed hostile input must end with a result code: no crash, no hang, no
 // leak, no file opened outside the dump, and memory bounded by what the input declares.
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <stdlib.h>
 #include <sys/inotify.h>
@@ -14,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "DocumentForms.h"
 #include "GlbBuilder.h"
 #include "ModelQueries.h"
 #include "ScratchDirectory.h"
@@ -40,16 +40,6 @@ std::string Repeat(const std::string& piece, std::size_t times) {
   text.reserve(piece.size() * times);
   for (std::size_t i = 0; i < times; ++i) text += piece;
   return text;
-}
-
-std::string Compress(const std::string& bytes) {
-  uLongf length = compressBound(bytes.size());
-  std::string out(length, '\0');
-  EXPECT_EQ(compress2(reinterpret_cast<Bytef*>(out.data()), &length,
-                      reinterpret_cast<const Bytef*>(bytes.data()), bytes.size(), 9),
-            Z_OK);
-  out.resize(length);
-  return out;
 }
 
 // Every test runs in a directory of its own, where the current-schema loads write their dump.
@@ -96,10 +86,10 @@ bool IsResultCode(HRESULT result) { return result == S_OK || result == kFail; }
 
 TEST_F(HostileInput, StreamsBeyondTheirDeclaredSizesFailQuietly) {
   const std::string xml = kCurrentOpen + kCurrentClose;
-  const std::string stream = Compress(xml);
+  const std::string stream = vek_test::ZlibCompress(xml);
   const std::string trailing = stream + "extra";
   // 20 MB of one byte inflate from about 20 KB; the declared size allows a thousandth of that.
-  const std::string bomb = Compress(std::string(20u << 20, 'a'));
+  const std::string bomb = vek_test::ZlibCompress(std::string(20u << 20, 'a'));
   const int exact = static_cast<int>(xml.size());
   const int streamSize = static_cast<int>(stream.size());
   const struct {
@@ -155,7 +145,7 @@ TEST_F(HostileInput, ADeclaredSizeBeyondTheOutputCostsAddressSpaceNotMemory) {
     letter = static_cast<char>('a' + (state >> 16) % 26);
   }
   const std::string stream =
-      Compress(kCurrentOpen + "<RootTTRSs x=\"" + letters + "\"/>" + kCurrentClose);
+      vek_test::ZlibCompress(kCurrentOpen + "<RootTTRSs x=\"" + letters + "\"/>" + kCurrentClose);
   const int declared = static_cast<int>(stream.size()) * 1000;
   if (ResetPeakResidentKiB() < 0) GTEST_SKIP() << "the peak resident memory cannot be reset";
   const long long before = PeakResidentKiB();
@@ -176,7 +166,7 @@ TEST_F(HostileInput, DocumentsTruncatedAtEveryOffsetGiveAResultCode) {
   for (std::size_t length = 0; length < legacy.size(); ++length) {
     ASSERT_TRUE(IsResultCode(LoadLegacy(legacy.substr(0, length)))) << length;
   }
-  const std::string stream = Compress(current);
+  const std::string stream = vek_test::ZlibCompress(current);
   for (std::size_t length = 1; length < stream.size(); ++length) {
     ASSERT_EQ(LoadCompressed(stream.substr(0, length), static_cast<int>(current.size()),
                              static_cast<int>(length)),

@@ -1,5 +1,6 @@
 // The GLB reader on generated scenes, on corrupted copies of them and on the shared corpus's
-// malformed containers.
+// malformed containers; the representations' world-space triangles and line segments, for hosts
+// that draw them, and the memory one GLB may make them hold.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -44,7 +45,38 @@ void Put32(std::vector<char>& glb, std::size_t offset, std::uint32_t value) {
 
 std::size_t JsonChunkEnd(const std::vector<char>& glb) { return 20 + Get32(glb, 12); }
 
-// Where the vertices land in world space is RepGeometry's.
+constexpr int kNotIndexed = 0;
+constexpr int kByte = 5121;
+constexpr int kShort = 5123;
+constexpr int kInt = 5125;
+constexpr int kFloat = 5126;
+
+// A glTF document over one buffer of `bufferLength` bytes.
+Json Gltf(std::size_t bufferLength, const Json& views, const Json& accessors,
+          const Json& meshes = Json::array(), const Json& nodes = Json::array()) {
+  return {{"asset", {{"version", "2.0"}}},
+          {"buffers", {{{"byteLength", bufferLength}}}},
+          {"bufferViews", views},
+          {"accessors", accessors},
+          {"meshes", meshes},
+          {"nodes", nodes}};
+}
+
+Json Accessor(int view, int componentType, std::uint64_t count, const char* type) {
+  return {{"bufferView", view}, {"componentType", componentType}, {"count", count}, {"type", type}};
+}
+
+// One mesh drawing the positions of accessor 0 as points.
+const Json kPointsMeshes = Json::array(
+    {{{"primitives", Json::array({{{"attributes", {{"POSITION", 0}}}, {"mode", 0}}})}}});
+
+void ExpectNear(const std::vector<float>& actual, const std::vector<float>& expected) {
+  ASSERT_EQ(actual.size(), expected.size());
+  for (std::size_t i = 0; i < actual.size(); ++i) {
+    EXPECT_NEAR(actual[i], expected[i], 1e-5) << i;
+  }
+}
+
 TEST(SceneGraphRead, GeneratedSceneKeepsMeshesNodesAndTransforms) {
   std::vector<char> glb = vek_test::BuildMeshesGlb(2, 1, 1);
   const std::size_t glbSize = glb.size();
@@ -86,6 +118,15 @@ TEST(SceneGraphRead, GeneratedSceneKeepsMeshesNodesAndTransforms) {
   EXPECT_EQ(nodes[3].mesh, 2);
   EXPECT_EQ(nodes[3].parent, 0);
   EXPECT_TRUE(nodes[3].children.empty());
+
+  // Vertex v of mesh m, (m, v, 0.5) in node m + 1, which moves it by (m, 0, 0); the root scales
+  // by 2, turns a quarter about z and moves by (1, 2, 3): (1 - 2v, 2 + 4m, 4).
+  std::vector<float> triangles;
+  ASSERT_EQ(VEKRepTriangles(*rep, triangles), S_OK);
+  ExpectNear(triangles, {1, 2, 4, -1, 2, 4, -3, 2, 4, 1, 6, 4, -1, 6, 4, -3, 6, 4});
+  std::vector<float> lines = {42};
+  ASSERT_EQ(VEKRepLines(*rep, lines), S_OK);
+  ExpectNear(lines, {1, 10, 4, -1, 10, 4});
 }
 
 TEST(SceneGraphRead, EveryTruncationIsRejected) {
@@ -251,8 +292,6 @@ struct BoundaryCase {
 
 // A buffer view and one accessor over it, exactly at and one byte beyond each limit.
 TEST(SceneGraphRead, RangesAndStridesAtTheirLimits) {
-  constexpr int kFloat = 5126;
-  constexpr int kUnsignedByte = 5121;
   const BoundaryCase cases[] = {
       {"view ends at the buffer's end", 100, 40, 60, -1, 0, kFloat, "VEC3", 1, true},
       {"view one byte past the buffer's end", 100, 40, 61, -1, 0, kFloat, "VEC3", 1, false},
@@ -267,7 +306,7 @@ TEST(SceneGraphRead, RangesAndStridesAtTheirLimits) {
       {"stride 253", 264, 0, 257, 253, 0, kFloat, "SCALAR", 2, false},
       {"stride 256", 264, 0, 260, 256, 0, kFloat, "SCALAR", 2, false},
       {"stride 6, not a multiple of 4", 264, 0, 10, 6, 0, kFloat, "SCALAR", 2, false},
-      {"stride 3, the element's size", 264, 0, 6, 3, 0, kUnsignedByte, "VEC3", 2, false},
+      {"stride 3, the element's size", 264, 0, 6, 3, 0, kByte, "VEC3", 2, false},
       // An explicit 0 reads as no stride (as tinygltf has it), although glTF wants at least 4.
       {"stride 0, tightly packed", 264, 0, 24, 0, 0, kFloat, "VEC3", 2, true},
       {"stride 12, the element's size", 264, 0, 36, 12, 0, kFloat, "VEC3", 3, true},
@@ -277,17 +316,10 @@ TEST(SceneGraphRead, RangesAndStridesAtTheirLimits) {
   for (const BoundaryCase& row : cases) {
     Json view = {{"buffer", 0}, {"byteOffset", row.viewOffset}, {"byteLength", row.viewLength}};
     if (row.stride >= 0) view["byteStride"] = row.stride;
-    Json gltf = {
-        {"asset", {{"version", "2.0"}}},
-        {"buffers", {{{"byteLength", row.bufferLength}}}},
-        {"bufferViews", {view}},
-        {"accessors",
-         {{{"bufferView", 0},
-           {"byteOffset", row.accessorOffset},
-           {"componentType", row.componentType},
-           {"count", row.count},
-           {"type", row.type}}}},
-        {"meshes", {{{"primitives", {{{"attributes", {{"POSITION", 0}}}, {"mode", 0}}}}}}}};
+    Json accessor = Accessor(0, row.componentType, row.count, row.type);
+    accessor["byteOffset"] = row.accessorOffset;
+    const Json gltf =
+        Gltf(row.bufferLength, Json::array({view}), Json::array({accessor}), kPointsMeshes);
     EXPECT_EQ(Read(BuildGlb(gltf.dump(), bin)) != nullptr, row.accepted) << row.name;
   }
 }
@@ -296,6 +328,12 @@ TEST(SceneGraphRead, UnreadablePositionsKeepCountsOnly) {
   const JsonCase cases[] = {
       {"no buffer view", [](Json& g) { g["accessors"][0].erase("bufferView"); }},
       {"integer components", [](Json& g) { g["accessors"][0]["componentType"] = 5125; }},
+      {"sparse",
+       [](Json& g) {
+         g["accessors"][0]["sparse"] = {{"count", 1},
+                                        {"indices", {{"bufferView", 1}, {"componentType", 5123}}},
+                                        {"values", {{"bufferView", 0}}}};
+       }},
       {"compressed view",
        [](Json& g) {
          g["bufferViews"][0]["extensions"]["EXT_meshopt_compression"] = Json::object();
@@ -319,8 +357,7 @@ TEST(SceneGraphRead, NormalsAreReadWhenTheyMatchThePositions) {
                                 NormalCase{"unsigned short scalars", 1, false},
                                 NormalCase{"fewer than the positions", 2, false}}) {
     const auto rep = ReadChanged([&](Json& gltf) {
-      gltf["accessors"].push_back(
-          {{"bufferView", 0}, {"componentType", 5126}, {"count", 2}, {"type", "VEC3"}});
+      gltf["accessors"].push_back(Accessor(0, kFloat, 2, "VEC3"));
       gltf["meshes"][0]["primitives"][0]["attributes"]["NORMAL"] = row.accessor;
     });
     ASSERT_TRUE(rep) << row.name;
@@ -335,12 +372,9 @@ TEST(SceneGraphRead, NormalsAreReadWhenTheyMatchThePositions) {
 TEST(SceneGraphRead, PositionsFollowTheViewStride) {
   // Two vertices with 4 bytes of padding after each.
   const std::vector<unsigned char> bin = vek_test::FloatBytes({1, 2, 3, -1, 4, 5, 6, -1});
-  const Json gltf = {
-      {"asset", {{"version", "2.0"}}},
-      {"buffers", {{{"byteLength", bin.size()}}}},
-      {"bufferViews", {{{"buffer", 0}, {"byteLength", bin.size()}, {"byteStride", 16}}}},
-      {"accessors", {{{"bufferView", 0}, {"componentType", 5126}, {"count", 2}, {"type", "VEC3"}}}},
-      {"meshes", {{{"primitives", {{{"attributes", {{"POSITION", 0}}}, {"mode", 0}}}}}}}};
+  const Json view = {{"buffer", 0}, {"byteLength", bin.size()}, {"byteStride", 16}};
+  const Json gltf = Gltf(bin.size(), Json::array({view}),
+                         Json::array({Accessor(0, kFloat, 2, "VEC3")}), kPointsMeshes);
   const auto rep = Read(BuildGlb(gltf.dump(), bin));
   ASSERT_TRUE(rep);
   EXPECT_EQ(*rep->GetMeshes()[0].primitives[0].positions, (std::vector<float>{1, 2, 3, 4, 5, 6}));
@@ -361,6 +395,189 @@ TEST(SceneGraphRead, JsonNestingIsLimited) {
   // backslash does not hide the closing quote.
   EXPECT_TRUE(Read(BuildGlb(NestedJson(1, R"(\")" + std::string(1000, '[')))));
   EXPECT_FALSE(Read(BuildGlb(NestedJson(64, R"(x\\)"))));
+}
+
+struct ModeCase {
+  const char* name;
+  int mode;
+  int indexType;
+  std::vector<std::uint32_t> indices;
+  int vertexCount;
+  std::vector<std::vector<int>> elements;  // vertices of each triangle or segment drawn
+};
+
+// One node showing one primitive whose vertex k is at (k, k + 0.5, -k).
+std::vector<char> PrimitiveGlb(const ModeCase& row) {
+  std::vector<float> positions;
+  for (int vertex = 0; vertex < row.vertexCount; ++vertex) {
+    positions.insert(positions.end(), {float(vertex), vertex + 0.5f, -float(vertex)});
+  }
+  std::vector<unsigned char> bin = vek_test::FloatBytes(positions);
+  Json primitive = {{"attributes", {{"POSITION", 0}}}, {"mode", row.mode}};
+  Json views = {{{"buffer", 0}, {"byteLength", bin.size()}}};
+  Json accessors = Json::array({Accessor(0, kFloat, row.vertexCount, "VEC3")});
+  if (row.indexType != kNotIndexed) {
+    const std::size_t size = row.indexType == kByte ? 1 : row.indexType == kShort ? 2 : 4;
+    const std::size_t start = bin.size();
+    for (const std::uint32_t index : row.indices) {
+      const std::uint32_t value = row.indexType == kFloat ? 0x3F800000u : index;
+      for (std::size_t byte = 0; byte < size; ++byte) bin.push_back((value >> (8 * byte)) & 0xFF);
+    }
+    views.push_back({{"buffer", 0}, {"byteOffset", start}, {"byteLength", bin.size() - start}});
+    accessors.push_back(Accessor(1, row.indexType, row.indices.size(), "SCALAR"));
+    primitive["indices"] = 1;
+  }
+  while (bin.size() % 4 != 0) bin.push_back(0);
+  const Json gltf =
+      Gltf(bin.size(), views, accessors, Json::array({{{"primitives", Json::array({primitive})}}}),
+           Json::array({{{"mesh", 0}}}));
+  return vek_test::BuildGlb(gltf.dump(), bin);
+}
+
+TEST(RepGeometry, EveryModeIndexedOrNot) {
+  const ModeCase cases[] = {
+      {"points", 0, kNotIndexed, {}, 3, {}},
+      {"lines", 1, kNotIndexed, {}, 5, {{0, 1}, {2, 3}}},
+      {"line loop", 2, kShort, {2, 0, 1}, 3, {{2, 0}, {0, 1}, {1, 2}}},
+      {"line strip past the vertices", 3, kInt, {0, 0xFFFFFFFFu, 1, 2}, 3, {{1, 2}}},
+      {"triangles", 4, kNotIndexed, {}, 7, {{0, 1, 2}, {3, 4, 5}}},
+      {"triangles past the vertices", 4, kByte, {0, 1, 3, 2, 1, 0}, 3, {{2, 1, 0}}},
+      {"triangle strip", 5, kShort, {0, 1, 2, 3, 4}, 5, {{0, 1, 2}, {1, 3, 2}, {2, 3, 4}}},
+      {"strip of two", 5, kNotIndexed, {}, 2, {}},
+      {"triangle fan", 6, kInt, {0, 1, 2, 3}, 4, {{1, 2, 0}, {2, 3, 0}}},
+      {"unreadable indices", 4, kFloat, {0, 1, 2}, 3, {}},
+  };
+  for (const ModeCase& row : cases) {
+    SCOPED_TRACE(row.name);
+    const auto rep = Read(PrimitiveGlb(row));
+    ASSERT_TRUE(rep);
+    std::vector<float> expected;
+    for (const std::vector<int>& element : row.elements) {
+      for (const int vertex : element) {
+        expected.insert(expected.end(), {float(vertex), vertex + 0.5f, -float(vertex)});
+      }
+    }
+    std::vector<float> triangles;
+    std::vector<float> lines;
+    ASSERT_EQ(VEKRepTriangles(*rep, triangles), S_OK);
+    ASSERT_EQ(VEKRepLines(*rep, lines), S_OK);
+    const bool drawsTriangles = row.mode >= 4;
+    EXPECT_EQ(triangles, drawsTriangles ? expected : std::vector<float>{});
+    EXPECT_EQ(lines, drawsTriangles ? std::vector<float>{} : expected);
+  }
+}
+
+TEST(RepGeometry, OutputBeyondTheBoundIsRefused) {
+  // A strip of 10,000 byte indices naming one vertex, shown by `nodes` nodes: 360,000 bytes of
+  // triangles per node, from a blob of about 11,000 bytes.
+  std::vector<unsigned char> bin = vek_test::FloatBytes({1, 2, 3});
+  bin.resize(bin.size() + 10000, 0);
+  for (const int nodes : {1, 100}) {
+    SCOPED_TRACE(nodes);
+    const Json strip = {{"attributes", {{"POSITION", 0}}}, {"indices", 1}, {"mode", 5}};
+    const Json gltf =
+        Gltf(bin.size(),
+             Json::array({{{"buffer", 0}, {"byteLength", 12}},
+                          {{"buffer", 0}, {"byteOffset", 12}, {"byteLength", 10000}}}),
+             Json::array({Accessor(0, kFloat, 1, "VEC3"), Accessor(1, kByte, 10000, "SCALAR")}),
+             Json::array({{{"primitives", Json::array({strip})}}}), Json(nodes, {{"mesh", 0}}));
+    const auto rep = Read(vek_test::BuildGlb(gltf.dump(), bin));
+    ASSERT_TRUE(rep);
+    std::vector<float> triangles = {42};
+    if (nodes == 1) {
+      ASSERT_EQ(VEKRepTriangles(*rep, triangles), S_OK);
+      EXPECT_EQ(triangles.size(), 9u * 9998);
+    } else {
+      EXPECT_EQ(VEKRepTriangles(*rep, triangles), E_OUTOFMEMORY);
+      EXPECT_TRUE(triangles.empty());
+    }
+  }
+}
+
+// What one GLB may make a representation hold: arrays shared per accessor, and a bound in
+// proportion to the blob.
+constexpr int kVertices = 20000;  // 240,000 bytes of positions
+
+// One buffer view of kVertices float triples, then kVertices byte indices; `accessors` VEC3
+// accessors over the whole view, and one index accessor.
+struct SharedScene {
+  Json gltf;
+  std::vector<unsigned char> bin;
+};
+
+SharedScene MakeSharedScene(int vectorAccessors) {
+  SharedScene scene;
+  scene.bin = vek_test::FloatBytes(std::vector<float>(3 * kVertices, 0.25f));
+  scene.bin.resize(scene.bin.size() + kVertices, 1);
+  Json accessors(vectorAccessors, Accessor(0, kFloat, kVertices, "VEC3"));
+  accessors.push_back(Accessor(1, kByte, kVertices, "SCALAR"));
+  scene.gltf = Gltf(
+      scene.bin.size(),
+      Json::array({{{"buffer", 0}, {"byteLength", 12 * kVertices}},
+                   {{"buffer", 0}, {"byteOffset", 12 * kVertices}, {"byteLength", kVertices}}}),
+      accessors);
+  return scene;
+}
+
+TEST(RepMemory, PrimitivesSharingOneAccessorShareItsArrays) {
+  SharedScene scene = MakeSharedScene(1);
+  // 40 meshes of 25 primitives each, every one with the same positions, normals and indices,
+  // each mesh shown by two nodes: copied per primitive, that would be 560 MB.
+  const Json primitive = {{"attributes", {{"POSITION", 0}, {"NORMAL", 0}}}, {"indices", 1}};
+  for (int mesh = 0; mesh < 40; ++mesh) {
+    scene.gltf["meshes"].push_back({{"primitives", Json(25, primitive)}});
+    scene.gltf["nodes"].push_back({{"mesh", mesh}});
+    scene.gltf["nodes"].push_back({{"mesh", mesh}, {"translation", {1, 0, 0}}});
+  }
+  const std::vector<char> glb = vek_test::BuildGlb(scene.gltf.dump(), scene.bin);
+  const auto rep = Read(glb);
+  ASSERT_TRUE(rep);
+  std::set<const void*> arrays;
+  std::size_t arrayBytes = 0;
+  for (const VEKRepMesh& mesh : rep->GetMeshes()) {
+    for (const VEKRepPrimitive& p : mesh.primitives) {
+      ASSERT_TRUE(p.positions && p.normals && p.indices);
+      if (arrays.insert(p.positions.get()).second) arrayBytes += 4 * p.positions->size();
+      if (arrays.insert(p.normals.get()).second) arrayBytes += 4 * p.normals->size();
+      if (arrays.insert(p.indices.get()).second) arrayBytes += 4 * p.indices->size();
+    }
+  }
+  EXPECT_EQ(arrays.size(), 2u) << "one array of positions and normals, one of indices";
+  EXPECT_EQ(arrayBytes, 16u * kVertices);
+  EXPECT_GT(rep->GetHeldBytes(), arrayBytes + glb.size());
+  EXPECT_LT(rep->GetHeldBytes(), 3 * glb.size());
+}
+
+TEST(RepMemory, RepresentationsBeyondTheBoundAreRefused) {
+  // Accessors over the same bytes are decoded one by one: 240,000 bytes each, against a bound of
+  // 8 times a blob of about 260,000 bytes plus 64 KiB.
+  for (const int accessors : {7, 9}) {
+    SCOPED_TRACE(testing::Message() << accessors << " accessors");
+    SharedScene scene = MakeSharedScene(accessors);
+    Json primitives = Json::array();
+    for (int accessor = 0; accessor < accessors; ++accessor) {
+      primitives.push_back({{"attributes", {{"POSITION", accessor}}}, {"indices", accessors}});
+    }
+    scene.gltf["meshes"].push_back({{"primitives", primitives}});
+    const std::vector<char> glb = vek_test::BuildGlb(scene.gltf.dump(), scene.bin);
+    const auto rep = Read(glb);
+    EXPECT_EQ(rep != nullptr, accessors == 7);
+    if (rep) {
+      EXPECT_GT(rep->GetHeldBytes(), 7u * 12 * kVertices);
+      EXPECT_LE(rep->GetHeldBytes(), 8 * glb.size() + 65536);
+    }
+  }
+}
+
+TEST(RepMemory, NodesCountTowardsTheBound) {
+  // Each empty node takes 3 bytes of JSON and a few hundred in the representation.
+  for (const int nodes : {100, 30000}) {
+    SCOPED_TRACE(nodes);
+    const Json gltf = {{"asset", {{"version", "2.0"}}}, {"nodes", Json(nodes, Json::object())}};
+    const std::vector<char> glb = vek_test::BuildGlb(gltf.dump());
+    const auto rep = Read(glb);
+    EXPECT_EQ(rep != nullptr, nodes == 100);
+  }
 }
 
 // The shared corpus's container edge cases; its real files are compared with tinygltf by the
