@@ -53,9 +53,9 @@ std::string Joined(const std::vector<std::string>& lines);
 
 // The whole model of `set` (real or recorded) as text, one line per object: the set, then its
 // TTRS, annotations, views, reference frames, construction geometry and captures, each named by
-// family letter and position, with its values and links ("-" unset or null, "?" an object of no
-// family of the set), e.g. "A1 Flat/u/1/7/0 rep=- value=0.05 ... group=[A2] views=[V1]". "" for
-// null.
+// family letter and position, with its name/uuid/type/id/status ("-" unset) and then only the
+// values set and the lists not empty ("?" an object of no family of the set, a false default
+// left out), e.g. "A1 Flat/u/1/7/- value=0.05 ttrs=[4] group=[A2] views=[V1]". "" for null.
 std::string ModelText(VEKITPSLightSet* set);
 
 enum class RecordingKind { Set, Annotation, View, TTRS, RefFrame, CG, Capture };
