@@ -60,7 +60,7 @@ TEST_F(CallerSetLoad, ValuesThatAreNotLiveSetsAreNeverHandedOn) {
   }
 }
 
-TEST_F(CallerSetLoad, ALiveSetIsBuiltIntoAndChained) {
+TEST_F(CallerSetLoad, ALiveSetIsBuiltIntoAndChainedOrLeftOnFailure) {
   VEKComPtr<VEKITPSLightSet> callers = MakeSet(MakeContainer().Get());
   VEKITPSLightSet* const callersAddress = callers.Get();
   VEKITPSLightSet* slot = callers.Detach();  // its reference passes to the load's set
@@ -73,6 +73,11 @@ TEST_F(CallerSetLoad, ALiveSetIsBuiltIntoAndChained) {
   EXPECT_EQ(previous->GetTTRS().Count(), 1);
   EXPECT_EQ(previous->GetAnnotations()->Count(), 1);
   EXPECT_EQ(set->GetTTRS().Count(), 1);
+  // Without any "AnnotationSet" the builders still fill it, but the load fails and leaves it.
+  VEKITPSLightSet* kept = set.Get();
+  EXPECT_EQ(Load(kFamiliesOnly, &kept), E_FAIL);
+  EXPECT_EQ(kept, set.Get());
+  EXPECT_EQ(set->GetTTRS().Count(), 2);
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 
 #include <optional>
 #include <string>
-#include <type_traits>
 
 #include "VEKComPtr.h"
 #include "VEKTPSLightModel.h"
@@ -45,25 +44,20 @@ inline VEKComPtr<VEKITPSLightSet> MakeSet(VEKTPSLightContainer* container,
   return set;
 }
 
+// The container's creator for family I, chosen by the type of a null I*.
+inline auto Creator(VEKITPSLightAnnotation*) { return &VEKTPSLightContainer::CreateAnnotation; }
+inline auto Creator(VEKITPSLightView*) { return &VEKTPSLightContainer::CreateView; }
+inline auto Creator(VEKITPSLightTTRS*) { return &VEKTPSLightContainer::CreateTTRS; }
+inline auto Creator(VEKITPSLightRefFrame*) { return &VEKTPSLightContainer::CreateRefFrame; }
+inline auto Creator(VEKITPSLightCG*) { return &VEKTPSLightContainer::CreateCG; }
+inline auto Creator(VEKITPSLightCapture*) { return &VEKTPSLightContainer::CreateCapture; }
+
 // A new object of family `I` in `set`, made through the container's creator for `I`.
 template <class I>
 VEKComPtr<I> Create(VEKTPSLightContainer* container, VEKITPSLightSet* set) {
   VEKComPtr<I> made;
-  HRESULT result = E_FAIL;
-  if constexpr (std::is_same_v<I, VEKITPSLightAnnotation>) {
-    result = container->CreateAnnotation(made.ReleaseAndGetAddressOf(), set);
-  } else if constexpr (std::is_same_v<I, VEKITPSLightView>) {
-    result = container->CreateView(made.ReleaseAndGetAddressOf(), set);
-  } else if constexpr (std::is_same_v<I, VEKITPSLightTTRS>) {
-    result = container->CreateTTRS(made.ReleaseAndGetAddressOf(), set);
-  } else if constexpr (std::is_same_v<I, VEKITPSLightRefFrame>) {
-    result = container->CreateRefFrame(made.ReleaseAndGetAddressOf(), set);
-  } else if constexpr (std::is_same_v<I, VEKITPSLightCG>) {
-    result = container->CreateCG(made.ReleaseAndGetAddressOf(), set);
-  } else {
-    result = container->CreateCapture(made.ReleaseAndGetAddressOf(), set);
-  }
-  EXPECT_EQ(result, S_OK);
+  const auto create = Creator(static_cast<I*>(nullptr));
+  EXPECT_EQ((container->*create)(made.ReleaseAndGetAddressOf(), set), S_OK);
   return made;
 }
 
