@@ -4,12 +4,9 @@
 
 namespace {
 
-using vek_test::BuildRow;
-using vek_test::RecordingContainer;
-using vek_test::RecordingKind;
-using vek_test::RepXml;
+using namespace vek_test;
 
-class CurrentBuilders : public vek_test::RecordedBuild {};
+class CurrentBuilders : public RecordedBuild {};
 
 // Two annotations (ids 1 and 2) and a view (id 2).
 const std::string kLinked =
@@ -25,8 +22,8 @@ const std::string kIdentity =
 // nothing; without its family root a walker builds nothing and succeeds.
 TEST_F(CurrentBuilders, BuildersOfBothSchemasNeedTheirArguments) {
   VEKLightXmlElement element =
-      vek_test::ParseXml("<R><TTRS/><TPS/><TPSView/><RefFrame/><TPSCG/><TPSCap/></R>");
-  for (const vek_test::NamedBuilder& builder : vek_test::kBuilders) {
+      ParseXml("<R><TTRS/><TPS/><TPSView/><RefFrame/><TPSCG/><TPSCap/></R>");
+  for (const NamedBuilder& builder : kBuilders) {
     EXPECT_EQ((util_.*builder.build)(nullptr, set_.Get(), element), E_FAIL);
     EXPECT_EQ((util_.*builder.build)(container_.get(), nullptr, element), E_FAIL);
   }
@@ -56,9 +53,9 @@ TEST_F(CurrentBuilders, EachFamilyAndWhatARefusalLeaves) {
        "<RootTTRSs><TTRS><GeoP>9</GeoP></TTRS><ttrs/><TTRS><TPSLoc Id='3'/><GeoP>1 0 2</GeoP>"
        "<GeoP/><Other>4</Other><GeoP>5</GeoP></TTRS></RootTTRSs>",
        S_OK, "T1 //0/3/0 geometry=[1,2][][5]"},
-      {"TTRS without its common face", "", vek_test::NoLight, "<TTRS><GeoP>8</GeoP></TTRS>", S_OK,
+      {"TTRS without its common face", "", NoLight, "<TTRS><GeoP>8</GeoP></TTRS>", S_OK,
        "T1 -/-/-/-/- geometry=[8]"},
-      {"TTRS refused", "", vek_test::RefuseAll, "<TTRS><GeoP>8</GeoP></TTRS>", E_FAIL, ""},
+      {"TTRS refused", "", RefuseAll, "<TTRS><GeoP>8</GeoP></TTRS>", E_FAIL, ""},
       // Annotations: attributes, the graphic of type 2, TTRS numbers in document order.
       {"annotations", "", nullptr,
        "<RootTPSs><TPS Val='2.5' Def='5' Ref='3' Att='x'><TTRS>4 0 7</TTRS>" + RepXml("2") +
@@ -69,10 +66,10 @@ TEST_F(CurrentBuilders, EachFamilyAndWhatARefusalLeaves) {
            "A2 " +
            kBlank + " value=0 reference=0 attribute="},
       // Without the common face the four attributes are not read; the rest still is.
-      {"annotation without its common face", "", vek_test::NoLight,
+      {"annotation without its common face", "", NoLight,
        "<TPS Val='1'>" + RepXml("2") + "<TTRS>6</TTRS></TPS>", S_OK,
        "A1 -/-/-/-/- graphic=1 ttrs=[6]"},
-      {"annotation refused", "", vek_test::RefuseAll, "<TPS Val='1'/>", E_FAIL, ""},
+      {"annotation refused", "", RefuseAll, "<TPS Val='1'/>", E_FAIL, ""},
       // Order groups pair with the annotations by position: a refused annotation adds no entry,
       // so the pairing stays aligned; ids not above 0 drop.
       {"order groups", "", refuseSecondTPS,
@@ -103,10 +100,10 @@ TEST_F(CurrentBuilders, EachFamilyAndWhatARefusalLeaves) {
        "S1 -/-/-/-/- unresolved=[8:1]\n"
        "A1 //0/1/0 value=0 reference=0 attribute= views=[V2,V2]\n"
        "V2 //0/0/0 origin=4,5,6 normal=0,0,0 direction=0,1,0 tps=[A1,A2,A1]"},
-      {"view without a broker", kLinked, vek_test::NoBroker,
+      {"view without a broker", kLinked, NoBroker,
        "<TPSView><TPSs>1</TPSs><Math><Di>1 0 0</Di></Math></TPSView>", S_OK,
        "V2 //0/0/0 direction=1,0,0"},
-      {"view refused", "", vek_test::RefuseAll, "<TPSView/>", E_FAIL, ""},
+      {"view refused", "", RefuseAll, "<TPSView/>", E_FAIL, ""},
       // Reference frames: datums through the broker, per "Datum" child.
       {"reference frame", kLinked, nullptr,
        "<RefFrame Att='a'><Datum>2 5</Datum><TTRS>4 4</TTRS><Datum/><Datum>1</Datum></RefFrame>",
@@ -124,10 +121,9 @@ TEST_F(CurrentBuilders, EachFamilyAndWhatARefusalLeaves) {
       {"construction geometry", "", nullptr,
        "<TPSCG Att='g'><TRep>7</TRep><TTRS>1 2</TTRS><TRep>8</TRep></TPSCG>", S_OK,
        "G1 //0/0/0 attribute=g ttrs=[1,2] treps=[7,8]"},
-      {"construction geometry without its common face", "", vek_test::NoLight,
+      {"construction geometry without its common face", "", NoLight,
        "<TPSCG Att='g'><TRep>7</TRep></TPSCG>", E_FAIL, "G1 -/-/-/-/-"},
-      {"construction geometry refused", "", vek_test::RefuseAll, "<RootCGs><TPSCG/></RootCGs>",
-       S_OK, ""},
+      {"construction geometry refused", "", RefuseAll, "<RootCGs><TPSCG/></RootCGs>", S_OK, ""},
       // Captures: the active view and clipping plane, the graphic, links, and the first camera's
       // vectors, a missing one taking the one before it.
       {"capture", kLinked, nullptr,
@@ -146,13 +142,13 @@ TEST_F(CurrentBuilders, EachFamilyAndWhatARefusalLeaves) {
       {"capture of an unknown active view", kLinked, nullptr, "<TPSCap ActVie='9'/>", S_OK,
        "S1 -/-/-/-/- unresolved=[9:2]\n"
        "C1 //0/0/0 clip=0"},
-      {"capture without its common face", kLinked, vek_test::NoLight,
+      {"capture without its common face", kLinked, NoLight,
        "<TPSCap ActVie='1' ClipPla='2'><TPSs>1</TPSs><Cam Type='3'/></TPSCap>", S_OK,
        "C1 -/-/-/-/- type=3 tps=[A1]"},
-      {"capture without a broker", kLinked, vek_test::NoBroker,
+      {"capture without a broker", kLinked, NoBroker,
        "<TPSCap ActVie='1' ClipPla='2'><TPSs>1</TPSs><Cam Type='3'/></TPSCap>", S_OK,
        "C1 -/-/-/-/-"},
-      {"capture refused", "", vek_test::RefuseAll, "<TPSCap/>", E_FAIL, ""},
+      {"capture refused", "", RefuseAll, "<TPSCap/>", E_FAIL, ""},
   };
   for (const BuildRow& row : rows) Check(row);
 }
@@ -162,7 +158,7 @@ TEST_F(CurrentBuilders, CaptureTellsItsActiveViewFirst) {
   ASSERT_EQ(Build(kLinked), S_OK);
   ledger().Clear();
   ASSERT_EQ(Build("<TPSCap ActVie='2'/>"), S_OK);
-  EXPECT_EQ(vek_test::Joined(ledger().Operations()),
+  EXPECT_EQ(Joined(ledger().Operations()),
             "CreateCapture(S1) -> C1 | C1.SetName(\"\") | C1.SetUuid(\"\") | C1.SetType(0) | "
             "C1.SetId(0) | C1.SetStatus(0) | S1.GetObjectFromId(2, 2) -> V1 | V1.AddCapture(C1) | "
             "C1.SetActiveView(V1) | C1.SetClippingPlane(0)");
@@ -181,13 +177,13 @@ TEST_F(CurrentBuilders, CommonValues) {
                                                   RepXml("3") + "</AnnotationSet>")),
             S_OK);
   const std::string set = "S1 Flat 1/u-1/1/-/65535 standard=ISO\n";
-  EXPECT_EQ(vek_test::ModelText(set_.Get()), set + "A1 Flat 1/u-1/1/7/65535 rep=1");
+  EXPECT_EQ(ModelText(set_.Get()), set + "A1 Flat 1/u-1/1/7/65535 rep=1");
   // Nothing to read still passes the starting values; the representation stays.
   ASSERT_EQ(util_.SetTPSValues(light, Xml("<TPS>" + RepXml("2") + "</TPS>")), S_OK);
-  EXPECT_EQ(vek_test::ModelText(set_.Get()), set + "A1 //0/0/0 rep=1");
+  EXPECT_EQ(ModelText(set_.Get()), set + "A1 //0/0/0 rep=1");
   // A set without its common face takes nothing.
   container_->RefuseInterface("S1", VEKITPSLight::kIID);
   ledger().Clear();
   EXPECT_EQ(util_.SetTPSSetValues(set_.Get(), Xml("<AnnotationSet Standard='x'/>")), S_OK);
-  EXPECT_EQ(vek_test::Joined(ledger().Lines()), "S1.QueryInterface(VEKITPSLight) -> refused");
+  EXPECT_EQ(Joined(ledger().Lines()), "S1.QueryInterface(VEKITPSLight) -> refused");
 }

@@ -5,14 +5,10 @@
 
 namespace {
 
-using vek_test::BuildRow;
-using vek_test::NoBroker;
-using vek_test::NoLight;
-using vek_test::RefuseAll;
-using vek_test::Values;
+using namespace vek_test;
 using Rows = std::vector<std::vector<std::string>>;
 
-class LegacyBuilders : public vek_test::RecordedBuild {
+class LegacyBuilders : public RecordedBuild {
  protected:
   void SetUp() override {
     legacy_ = true;
@@ -218,17 +214,16 @@ TEST_F(LegacyBuilders, OrderGroupPassNeedsOneListPerAnnotationAndTheBroker) {
   ASSERT_EQ(S_OK, ids.Append("1"));
   VEKRawCollPV groups(0);
   ASSERT_EQ(S_OK, groups.Append(&ids));
-  const std::string ungrouped = vek_test::ModelText(set_.Get());
+  const std::string ungrouped = ModelText(set_.Get());
   EXPECT_EQ(S_OK, util_.AssoTPSOrderGroup(set_.Get(), groups));  // one list, two annotations
-  EXPECT_EQ(vek_test::ModelText(set_.Get()), ungrouped);
+  EXPECT_EQ(ModelText(set_.Get()), ungrouped);
   ASSERT_EQ(S_OK, groups.Append(nullptr));
   container_->RemoveBroker();
   EXPECT_EQ(S_OK, util_.AssoTPSOrderGroup(set_.Get(), groups));
-  EXPECT_EQ(vek_test::ModelText(set_.Get()), ungrouped);
+  EXPECT_EQ(ModelText(set_.Get()), ungrouped);
   Renew();
   ASSERT_EQ(Build(kTwoAnnotations), S_OK);
   EXPECT_EQ(S_OK, util_.AssoTPSOrderGroup(set_.Get(), groups));
-  EXPECT_EQ(Changes(ungrouped, vek_test::ModelText(set_.Get())),
-            AnnotationLine(1, "1", " group=[A1]"));
+  EXPECT_EQ(Changes(ungrouped, ModelText(set_.Get())), AnnotationLine(1, "1", " group=[A1]"));
   EXPECT_EQ(E_FAIL, util_.AssoTPSOrderGroup(nullptr, groups));
 }

@@ -175,6 +175,8 @@ class Logged : public I {
   }
 
  protected:
+  using Interface = I;
+
   template <class... Parameters, class... Arguments>
   HRESULT Call(const char* name, HRESULT (I::*method)(Parameters...), Arguments... arguments) {
     std::string shown;
@@ -194,8 +196,6 @@ class Face;
 
 template <>
 class Face<VEKITPSLight> : public Logged<VEKITPSLight> {
-  using Interface = VEKITPSLight;
-
  public:
   HRESULT SetName(const wchar_t* name) override { return VEK_CALL(SetName, name); }
   HRESULT SetType(unsigned short type) override { return VEK_CALL(SetType, type); }
@@ -213,8 +213,6 @@ class Face<VEKITPSLight> : public Logged<VEKITPSLight> {
 
 template <>
 class Face<VEKITPSLightSet> : public Logged<VEKITPSLightSet> {
-  using Interface = VEKITPSLightSet;
-
  public:
   HRESULT SetStandard(const wchar_t* text) override { return VEK_CALL(SetStandard, text); }
   VEKLightObjectList* GetAnnotations() override {
@@ -251,8 +249,6 @@ class Face<VEKITPSIdBroker> : public Logged<VEKITPSIdBroker> {
 
 template <>
 class Face<VEKITPSLightModel> : public Logged<VEKITPSLightModel> {
-  using Interface = VEKITPSLightModel;
-
  public:
   HRESULT SetOrderGroup(VEKLightObjectList* group) override {
     return VEK_CALL(SetOrderGroup, group);
@@ -264,8 +260,6 @@ class Face<VEKITPSLightModel> : public Logged<VEKITPSLightModel> {
 
 template <>
 class Face<VEKITPSLightAnnotation> : public Logged<VEKITPSLightAnnotation> {
-  using Interface = VEKITPSLightAnnotation;
-
  public:
   HRESULT SetValue(double value) override { return VEK_CALL(SetValue, value); }
   HRESULT SetDefault(int flag) override { return VEK_CALL(SetDefault, flag); }
@@ -283,8 +277,6 @@ class Face<VEKITPSLightAnnotation> : public Logged<VEKITPSLightAnnotation> {
 
 template <>
 class Face<VEKITPSLightView> : public Logged<VEKITPSLightView> {
-  using Interface = VEKITPSLightView;
-
  public:
   HRESULT SetOrigin(double x, double y, double z) override { return VEK_CALL(SetOrigin, x, y, z); }
   HRESULT SetNormal(double x, double y, double z) override { return VEK_CALL(SetNormal, x, y, z); }
@@ -302,8 +294,6 @@ class Face<VEKITPSLightView> : public Logged<VEKITPSLightView> {
 
 template <>
 class Face<VEKITPSLightTTRS> : public Logged<VEKITPSLightTTRS> {
-  using Interface = VEKITPSLightTTRS;
-
  public:
   HRESULT AddGeometry(VEKRawCollint* ids) override { return VEK_CALL(AddGeometry, ids); }
   int GetGeometryCount() const override { return real_->GetGeometryCount(); }
@@ -312,8 +302,6 @@ class Face<VEKITPSLightTTRS> : public Logged<VEKITPSLightTTRS> {
 
 template <>
 class Face<VEKITPSLightRefFrame> : public Logged<VEKITPSLightRefFrame> {
-  using Interface = VEKITPSLightRefFrame;
-
  public:
   HRESULT AddDatum(VEKBaseUnknown* datum) override { return VEK_CALL(AddDatum, datum); }
   HRESULT AddTTRS(int id) override { return VEK_CALL(AddTTRS, id); }
@@ -325,8 +313,6 @@ class Face<VEKITPSLightRefFrame> : public Logged<VEKITPSLightRefFrame> {
 
 template <>
 class Face<VEKITPSLightCG> : public Logged<VEKITPSLightCG> {
-  using Interface = VEKITPSLightCG;
-
  public:
   HRESULT AddTTRS(int id) override { return VEK_CALL(AddTTRS, id); }
   HRESULT AddTRep(int id) override { return VEK_CALL(AddTRep, id); }
@@ -338,8 +324,6 @@ class Face<VEKITPSLightCG> : public Logged<VEKITPSLightCG> {
 
 template <>
 class Face<VEKITPSLightCapture> : public Logged<VEKITPSLightCapture> {
-  using Interface = VEKITPSLightCapture;
-
  public:
   HRESULT AddTPS(VEKBaseUnknown* annotation) override { return VEK_CALL(AddTPS, annotation); }
   HRESULT AddView(VEKBaseUnknown* view) override { return VEK_CALL(AddView, view); }
@@ -495,9 +479,7 @@ HRESULT RecordingContainer::Adopt(const std::string& call, Interface* real, Inte
 }
 
 template <class ProxyOf, class Interface>
-HRESULT RecordingContainer::Create(const char* operation, Interface** out, VEKITPSLightSet* set,
-                                   HRESULT (VEKTPSLightContainer::*create)(Interface**,
-                                                                           VEKITPSLightSet*)) {
+HRESULT RecordingContainer::Create(const char* operation, Interface** out, VEKITPSLightSet* set) {
   const std::string call = std::string(operation) + "(" + NameOf(set) + ") -> ";
   const bool refused = RefusesCreation(ProxyOf::kKind);
   Recorded* owner = Find(set);
@@ -511,6 +493,7 @@ HRESULT RecordingContainer::Create(const char* operation, Interface** out, VEKIT
     return E_FAIL;
   }
   Interface* real = nullptr;
+  const auto create = Creator(static_cast<Interface*>(nullptr));
   const HRESULT result = (real_.*create)(&real, static_cast<VEKITPSLightSet*>(owner->Real()));
   return VEKFailed(result) ? result : Adopt<ProxyOf>(call, real, out);
 }
@@ -537,23 +520,22 @@ HRESULT RecordingContainer::CreateLightSet(VEKITPSLightSet** out, VEKBaseUnknown
 }
 
 HRESULT RecordingContainer::CreateAnnotation(VEKITPSLightAnnotation** out, VEKITPSLightSet* set) {
-  return Create<AnnotationProxy>("CreateAnnotation", out, set,
-                                 &VEKTPSLightContainer::CreateAnnotation);
+  return Create<AnnotationProxy>(__func__, out, set);
 }
 HRESULT RecordingContainer::CreateView(VEKITPSLightView** out, VEKITPSLightSet* set) {
-  return Create<ViewProxy>("CreateView", out, set, &VEKTPSLightContainer::CreateView);
+  return Create<ViewProxy>(__func__, out, set);
 }
 HRESULT RecordingContainer::CreateRefFrame(VEKITPSLightRefFrame** out, VEKITPSLightSet* set) {
-  return Create<RefFrameProxy>("CreateRefFrame", out, set, &VEKTPSLightContainer::CreateRefFrame);
+  return Create<RefFrameProxy>(__func__, out, set);
 }
 HRESULT RecordingContainer::CreateTTRS(VEKITPSLightTTRS** out, VEKITPSLightSet* set) {
-  return Create<TTRSProxy>("CreateTTRS", out, set, &VEKTPSLightContainer::CreateTTRS);
+  return Create<TTRSProxy>(__func__, out, set);
 }
 HRESULT RecordingContainer::CreateCapture(VEKITPSLightCapture** out, VEKITPSLightSet* set) {
-  return Create<CaptureProxy>("CreateCapture", out, set, &VEKTPSLightContainer::CreateCapture);
+  return Create<CaptureProxy>(__func__, out, set);
 }
 HRESULT RecordingContainer::CreateCG(VEKITPSLightCG** out, VEKITPSLightSet* set) {
-  return Create<CGProxy>("CreateCG", out, set, &VEKTPSLightContainer::CreateCG);
+  return Create<CGProxy>(__func__, out, set);
 }
 
 namespace {

@@ -113,9 +113,9 @@ class RecordingContainer : public VEKTPSLightContainer {
   bool Refuses(const Recorded& object, const IID& iid) const;
   // Counts the attempt and tells whether a control refuses it.
   bool RefusesCreation(RecordingKind kind);
+  // Makes the real object through the real container's creator for Interface, and its proxy.
   template <class Proxy, class Interface>
-  HRESULT Create(const char* operation, Interface** out, VEKITPSLightSet* set,
-                 HRESULT (VEKTPSLightContainer::*create)(Interface**, VEKITPSLightSet*));
+  HRESULT Create(const char* operation, Interface** out, VEKITPSLightSet* set);
   template <class Proxy, class Interface>
   HRESULT Adopt(const std::string& call, Interface* real, Interface** out);
 
