@@ -290,10 +290,7 @@ TEST_F(DocumentLoad, WritesOnlyTheDumpAskedFor) {
   dump.dumpPath = "kept.xml";
   const VEKTPSLightDocument dumped = LoadText(xml, dump);
   ASSERT_TRUE(dumped.Loaded());
-  EXPECT_TRUE(dumped.Dumped());
-  const VEKTPSLightDocument reloaded = LoadText(ReadFileBytes("kept.xml"));
-  EXPECT_TRUE(reloaded.Loaded());
-  EXPECT_EQ(reloaded.ObjectsBuilt(), LoadText(xml).ObjectsBuilt());
+  EXPECT_TRUE(dumped.Dumped());  // what a dump holds: see CurrentLoad.DumpHoldsTheRootAsLoaded
   // A legacy document has no dump, nor has a dump whose folder does not exist.
   std::filesystem::remove("kept.xml");
   const VEKTPSLightDocument legacy = LoadText(Bundled("gear_shaft_legacy.xml"), dump);
