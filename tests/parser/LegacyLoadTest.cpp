@@ -29,7 +29,6 @@ TEST(LegacyLoad, RefusesWhatIsNotALegacyDocument) {
   const char* refused[] = {
       "",
       "<TolerancingData>",
-      "<TolerancingData/>",
       "<TolerancingData></TolerancingData>",
       "<Functional_Tolerancing_Annotation><AnnotationSet/></Functional_Tolerancing_Annotation>",
       "<TolerancingData><AnnotationSets/><Annotations/></TolerancingData>",
