@@ -200,12 +200,8 @@ TEST_F(DocumentLoad, FilesOfEveryKindWithinTheLimit) {
   VEKTPSLightLoadOptions small;
   small.maxInputBytes = 1 << 20;
   // A sparse file far larger than the limit is refused before a byte of it is read.
-  {
-    const int sparse = open("sparse.xml", O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    ASSERT_GE(sparse, 0);
-    ASSERT_EQ(ftruncate(sparse, off_t{1} << 40), 0);
-    close(sparse);
-  }
+  std::ofstream("sparse.xml").close();
+  std::filesystem::resize_file("sparse.xml", std::uintmax_t{1} << 40);
   const VEKTPSLightDocument sparse = VEKLoadDocumentFile("sparse.xml");
   EXPECT_EQ(sparse.Status(), VEKTPSLightLoadStatus::TooLarge);
   EXPECT_EQ(sparse.Error(),

@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "VEKComPtr.h"
 #include "VEKTPSLightModel.h"
@@ -76,5 +78,20 @@ class OneSet {
   VEKComPtr<VEKTPSLightContainer> container_ = MakeContainer();
   VEKComPtr<VEKITPSLightSet> set_ = MakeSet(container_.Get());
 };
+
+// A value a host may leave in a set pointer that is not a live set.
+struct StraySet {
+  const char* what;
+  VEKITPSLightSet* value;
+};
+
+// A freed set's address, a small integer and the address of `stackBytes`, filled with garbage.
+inline std::vector<StraySet> StraySets(unsigned char (&stackBytes)[64]) {
+  std::memset(stackBytes, 0xA5, sizeof stackBytes);
+  VEKITPSLightSet* freed = MakeSet(MakeContainer().Get()).Get();  // released to zero here
+  return {{"freed set", freed},
+          {"small integer", reinterpret_cast<VEKITPSLightSet*>(0x1234)},
+          {"stack bytes", reinterpret_cast<VEKITPSLightSet*>(stackBytes)}};
+}
 
 }  // namespace vek_test
