@@ -32,18 +32,8 @@ const char kFamiliesOnly[] =
     "<RootTTRSs><TTRS><TPSLoc Id='1'/></TTRS></RootTTRSs>"
     "</Functional_Tolerancing_Annotation>";
 
-class CurrentLoad : public ::testing::Test {
+class CurrentLoad : public vek_test::CurrentLoadTest {
  protected:
-  // Loads `xml` as text over the caller's value in `*slot`.
-  HRESULT LoadInto(const std::string& xml, VEKITPSLightSet** slot, unsigned char fromBase64 = 0) {
-    VEKUnicodeString source(xml.c_str());
-    return util_.GenerateLightModelFromBase(source, nullptr, slot, fromBase64, nullptr, 0, 0);
-  }
-  // Loads `xml` as text into `set`.
-  HRESULT LoadText(const std::string& xml, VEKComPtr<VEKITPSLightSet>& set,
-                   unsigned char fromBase64 = 0) {
-    return LoadInto(xml, set.ReleaseAndGetAddressOf(), fromBase64);
-  }
   // Loads `compressed` bytes declared as `uncompressedSize`, with `source` as the text form.
   HRESULT LoadCompressed(std::string compressed, int uncompressedSize, int compressedSize,
                          VEKComPtr<VEKITPSLightSet>& set, const char* source = "") {
@@ -52,9 +42,6 @@ class CurrentLoad : public ::testing::Test {
                                             compressed.data(), uncompressedSize, compressedSize);
   }
   static bool DumpExists() { return std::filesystem::exists(DumpFileName()); }
-
-  vek_test::ScratchDirectory directory_;
-  VEKTPSLightParserUtil util_;
 };
 
 std::string SetName(VEKITPSLightSet* set) {
