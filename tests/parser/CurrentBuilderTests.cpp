@@ -41,15 +41,9 @@ TEST_F(CurrentBuilders, BuildersOfBothSchemasNeedTheirArguments) {
 }
 
 TEST_F(CurrentBuilders, EachFamilyAndWhatARefusalLeaves) {
-  const auto refuseFirstTTRS = [](RecordingContainer& c) {
-    c.RefuseCreation(RecordingKind::TTRS, 1);
-  };
-  const auto refuseSecondTPS = [](RecordingContainer& c) {
-    c.RefuseCreation(RecordingKind::Annotation, 2);
-  };
   const BuildRow rows[] = {
       // TTRS: one geometry list per "GeoP", zeros dropped; a refused creation skips one TTRS.
-      {"TTRS", "", refuseFirstTTRS,
+      {"TTRS", "", [](RecordingContainer& c) { c.RefuseCreation(RecordingKind::TTRS, 1); },
        "<RootTTRSs><TTRS><GeoP>9</GeoP></TTRS><ttrs/><TTRS><TPSLoc Id='3'/><GeoP>1 0 2</GeoP>"
        "<GeoP/><Other>4</Other><GeoP>5</GeoP></TTRS></RootTTRSs>",
        S_OK, "T1 //0/3/0 geometry=[1,2][][5]"},
@@ -72,7 +66,8 @@ TEST_F(CurrentBuilders, EachFamilyAndWhatARefusalLeaves) {
       {"annotation refused", "", RefuseAll, "<TPS Val='1'/>", E_FAIL, ""},
       // Order groups pair with the annotations by position: a refused annotation adds no entry,
       // so the pairing stays aligned; ids not above 0 drop.
-      {"order groups", "", refuseSecondTPS,
+      {"order groups", "",
+       [](RecordingContainer& c) { c.RefuseCreation(RecordingKind::Annotation, 2); },
        "<RootTPSs><TPS><TPSLoc Id='1'/><Grou>3 -1</Grou></TPS><TPS><Grou>1</Grou></TPS>"
        "<TPS><TPSLoc Id='3'/><Grou>0 9 1</Grou></TPS></RootTPSs>",
        S_OK,
