@@ -10,10 +10,7 @@ using Rows = std::vector<std::vector<std::string>>;
 
 class LegacyBuilders : public RecordedBuild {
  protected:
-  void SetUp() override {
-    legacy_ = true;
-    RecordedBuild::SetUp();
-  }
+  LegacyBuilders() { legacy_ = true; }
 };
 
 // `element` holding the items of each row, under `root` when there is one.

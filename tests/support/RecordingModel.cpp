@@ -421,11 +421,11 @@ void RecordingContainer::RefuseCreation(RecordingKind kind, int nth) {
 }
 
 void RecordingContainer::RefuseInterface(const std::string& name, const IID& iid) {
-  refusedByName_.push_back({name, iid});
+  refusedInterfaces_.push_back({name, iid});
 }
 
 void RecordingContainer::RefuseInterface(RecordingKind kind, const IID& iid) {
-  refusedByKind_.push_back({kind, iid});
+  refusedInterfaces_.push_back({std::string(1, kKindLetters[Index(kind)]), iid});
 }
 
 void* RecordingContainer::FaceOf(const std::string& name, const IID& iid) const {
@@ -460,11 +460,9 @@ int RecordingContainer::OutstandingReferences() const {
 }
 
 bool RecordingContainer::Refuses(const Recorded& object, const IID& iid) const {
-  for (const auto& [name, refused] : refusedByName_) {
-    if (name == object.Name() && refused == iid) return true;
-  }
-  for (const auto& [kind, refused] : refusedByKind_) {
-    if (kind == object.Kind() && refused == iid) return true;
+  const std::string kind(1, kKindLetters[Index(object.Kind())]);
+  for (const auto& [who, refused] : refusedInterfaces_) {
+    if ((who == object.Name() || who == kind) && refused == iid) return true;
   }
   return false;
 }

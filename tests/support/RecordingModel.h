@@ -126,8 +126,8 @@ class RecordingContainer : public VEKTPSLightContainer {
   int created_[7] = {};
   int attempts_[7] = {};
   std::vector<std::pair<RecordingKind, int>> refusedCreations_;
-  std::vector<std::pair<std::string, IID>> refusedByName_;
-  std::vector<std::pair<RecordingKind, IID>> refusedByKind_;
+  // Interfaces refused, by object name or, for a whole kind, by its letter.
+  std::vector<std::pair<std::string, IID>> refusedInterfaces_;
   int overReleases_ = 0;
   std::uint32_t references_ = 1;
 };
