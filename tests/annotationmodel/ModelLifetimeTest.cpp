@@ -13,12 +13,7 @@ namespace {
 
 using namespace vek_test;
 
-class ModelLifetime : public testing::Test, protected OneSet {
- protected:
-  std::string NameOf(VEKBaseUnknown* object) {
-    return Utf8(Query<VEKITPSLight>(object)->GetName());
-  }
-};
+class ModelLifetime : public testing::Test, protected OneSet {};
 
 TEST_F(ModelLifetime, SetAndObjectsShareOneCount) {
   VEKITPSLightView* view = nullptr;
@@ -40,8 +35,8 @@ TEST_F(ModelLifetime, AReferenceToOneObjectKeepsTheWholeModel) {
   set_.Reset();
   annotation.Reset();
   container_.Reset();
-  EXPECT_EQ(NameOf(view->GetAnnotations().Get(0)), "Datum A");
-  EXPECT_EQ(NameOf(setAddress), "Part");
+  EXPECT_EQ(Utf8(Query<VEKITPSLight>(view->GetAnnotations().Get(0))->GetName()), "Datum A");
+  EXPECT_EQ(Utf8(Query<VEKITPSLight>(setAddress)->GetName()), "Part");
 }
 
 TEST_F(ModelLifetime, ReleasingTheLastReferenceFreesEveryOwnedValue) {

@@ -29,14 +29,6 @@ const char kDocument[] =
     "<Functional_Tolerancing_Annotation><AnnotationSet Standard='ISO'/>"
     "<RootTTRSs><TTRS><GeoP>1 2 3</GeoP></TTRS></RootTTRSs></Functional_Tolerancing_Annotation>";
 
-HRESULT Load(const std::string& xml) {
-  VEKTPSLightParserUtil parser;
-  VEKComPtr<VEKITPSLightSet> set;
-  VEKUnicodeString text(xml.c_str());
-  return parser.GenerateLightModelFromBase(text, nullptr, set.ReleaseAndGetAddressOf(), 0, nullptr,
-                                           0, 0);
-}
-
 std::vector<std::string> Entries(const fs::path& directory) {
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(directory))
@@ -60,10 +52,7 @@ extern "C" [[gnu::visibility("default")]] ssize_t getrandom(void* buffer, std::s
 
 namespace {
 
-class DumpFile : public ::testing::Test {
- protected:
-  vek_test::ScratchDirectory directory_;
-};
+class DumpFile : public vek_test::CurrentLoadTest {};
 
 TEST_F(DumpFile, PlantedLinksAreNeverFollowed) {
   // Files another user would like overwritten, behind links at every name a temporary file of this
@@ -84,7 +73,7 @@ TEST_F(DumpFile, PlantedLinksAreNeverFollowed) {
   for (int k = 0; k < 200; ++k) plant(dump + "." + std::to_string(1000003ULL * k) + ".tmp");
   plant(dump);
 
-  ASSERT_EQ(Load(kDocument), S_OK);
+  ASSERT_EQ(LoadText(kDocument), S_OK);
   VEKTPSLightLoadOptions options;
   options.dumpPath = "asked.xml";
   plant("asked.xml");
@@ -105,7 +94,7 @@ TEST_F(DumpFile, AFileAtTheTemporaryNameIsNeverReused) {
   const std::string planted = std::string(DumpFileName()) + ".abababababababab.tmp";
   std::ofstream(planted) << "another program's\n";
   gFixedRandom = true;
-  const HRESULT result = Load(kDocument);
+  const HRESULT result = LoadText(kDocument);
   gFixedRandom = false;
   EXPECT_EQ(result, S_OK);
   EXPECT_EQ(ReadFileBytes(planted), "another program's\n");
@@ -113,7 +102,7 @@ TEST_F(DumpFile, AFileAtTheTemporaryNameIsNeverReused) {
 }
 
 TEST_F(DumpFile, AWriteErrorKeepsTheEarlierDump) {
-  ASSERT_EQ(Load(kDocument), S_OK);
+  ASSERT_EQ(LoadText(kDocument), S_OK);
   const std::string earlier = ReadFileBytes(DumpFileName());
   ASSERT_FALSE(earlier.empty());
   // A larger document whose dump passes the file size limit of a child process: the write fails
@@ -130,7 +119,7 @@ TEST_F(DumpFile, AWriteErrorKeepsTheEarlierDump) {
     VEKTPSLightLoadOptions options;
     options.dumpPath = DumpFileName();
     const bool loaded = VEKLoadDocument(larger.data(), larger.size(), options).Loaded();
-    _exit(Load(larger) == S_OK && loaded ? 0 : 1);
+    _exit(LoadText(larger) == S_OK && loaded ? 0 : 1);
   }
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);
@@ -139,7 +128,7 @@ TEST_F(DumpFile, AWriteErrorKeepsTheEarlierDump) {
   EXPECT_EQ(ReadFileBytes(DumpFileName()), earlier);
   EXPECT_EQ(Entries(directory_.Path()), std::vector<std::string>{DumpFileName()});
   // Without the limit the larger document's dump replaces it.
-  ASSERT_EQ(Load(larger), S_OK);
+  ASSERT_EQ(LoadText(larger), S_OK);
   EXPECT_GT(ReadFileBytes(DumpFileName()).size(), 4096u);
 }
 

@@ -1,6 +1,7 @@
-// The current-schema load: input forms, failures, dispatch and the dump file.
+// The current-schema load: input forms, failures, dispatch, the caller's *set and the dump file.
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <filesystem>
 #include <string>
 
@@ -18,15 +19,21 @@ const char kSmallDocument[] =
     "<RootTTRSs><TTRS><GeoP>1</GeoP></TTRS></RootTTRSs>"
     "</Functional_Tolerancing_Annotation>";
 
-class CurrentLoad : public ::testing::Test {
+// Families before the first "AnnotationSet" go to the caller's set, if it is a live one.
+const char kFamiliesFirst[] =
+    "<Functional_Tolerancing_Annotation>"
+    "<RootTTRSs><TTRS><TPSLoc Id='1'/></TTRS></RootTTRSs>"
+    "<RootTPSs><TPS><TPSLoc Id='2'/></TPS></RootTPSs>"
+    "<AnnotationSet Standard='ISO'/>"
+    "<RootTTRSs><TTRS><TPSLoc Id='3'/></TTRS></RootTTRSs>"
+    "</Functional_Tolerancing_Annotation>";
+const char kFamiliesOnly[] =
+    "<Functional_Tolerancing_Annotation>"
+    "<RootTTRSs><TTRS><TPSLoc Id='1'/></TTRS></RootTTRSs>"
+    "</Functional_Tolerancing_Annotation>";
+
+class CurrentLoad : public vek_test::CurrentLoadTest {
  protected:
-  // Loads `xml` as plain text into `set`.
-  HRESULT LoadText(const std::string& xml, VEKComPtr<VEKITPSLightSet>& set,
-                   unsigned char fromBase64 = 0) {
-    VEKUnicodeString source(xml.c_str());
-    return util_.GenerateLightModelFromBase(source, nullptr, set.ReleaseAndGetAddressOf(),
-                                            fromBase64, nullptr, 0, 0);
-  }
   // Loads `compressed` bytes declared as `uncompressedSize`, with `source` as the text form.
   HRESULT LoadCompressed(std::string compressed, int uncompressedSize, int compressedSize,
                          VEKComPtr<VEKITPSLightSet>& set, const char* source = "") {
@@ -35,9 +42,6 @@ class CurrentLoad : public ::testing::Test {
                                             compressed.data(), uncompressedSize, compressedSize);
   }
   static bool DumpExists() { return std::filesystem::exists(DumpFileName()); }
-
-  vek_test::ScratchDirectory directory_;
-  VEKTPSLightParserUtil util_;
 };
 
 std::string SetName(VEKITPSLightSet* set) {
@@ -47,9 +51,7 @@ std::string SetName(VEKITPSLightSet* set) {
 }  // namespace
 
 TEST_F(CurrentLoad, FailuresReturnEFailAndWriteNoDump) {
-  VEKUnicodeString source(kSmallDocument);
-  EXPECT_EQ(util_.GenerateLightModelFromBase(source, nullptr, nullptr, 0, nullptr, 0, 0), E_FAIL);
-
+  EXPECT_EQ(LoadInto(kSmallDocument, nullptr), E_FAIL);
   VEKComPtr<VEKITPSLightSet> set;
   EXPECT_EQ(LoadText("@@not base64@@", set, 1), E_FAIL);
   EXPECT_EQ(LoadText("", set, 1), E_FAIL);
@@ -114,15 +116,49 @@ TEST_F(CurrentLoad, ResultFollowsTheAnnotationSets) {
   EXPECT_EQ(SetName(previous.Get()), "first");
   // The load overwrote *set without releasing the first set: its reference passed to the second
   // set, so releasing the second frees both.
+}
 
-  // Without an "AnnotationSet" the builders still fill the caller's set, but the load fails.
-  VEKITPSLightSet* callerSet = set.Get();
-  VEKUnicodeString source(
-      "<Functional_Tolerancing_Annotation><RootTTRSs><TTRS/><TTRS/></RootTTRSs>"
-      "</Functional_Tolerancing_Annotation>");
-  EXPECT_EQ(util_.GenerateLightModelFromBase(source, nullptr, &callerSet, 0, nullptr, 0, 0),
-            E_FAIL);
-  EXPECT_EQ(callerSet, set.Get());
+TEST_F(CurrentLoad, CallersValuesThatAreNotLiveSetsAreNeverHandedOn) {
+  alignas(std::max_align_t) unsigned char stackBytes[64];
+  for (const vek_test::StraySet& caller : vek_test::StraySets(stackBytes)) {
+    SCOPED_TRACE(caller.what);
+    VEKITPSLightSet* slot = caller.value;
+    {
+      ASSERT_EQ(LoadInto(kFamiliesFirst, &slot), S_OK);
+      VEKComPtr<VEKITPSLightSet> set;
+      set.Attach(slot);
+      // Only what follows "AnnotationSet" was built; the families before it went nowhere.
+      ASSERT_EQ(set->GetTTRS().Count(), 1);
+      EXPECT_EQ(vek_test::Query<VEKITPSLight>(set->GetTTRS().Get(0))->GetId(), 3);
+      EXPECT_EQ(set->GetAnnotations()->Count(), 0);
+      VEKComPtr<VEKITPSLightSet> previous;
+      EXPECT_EQ(set->GetPreviousSet(previous.ReleaseAndGetAddressOf()), S_FALSE);
+    }  // freed before the next load, which may otherwise find the freed address in use again
+
+    // Without any "AnnotationSet" the load fails as always, and the value is dropped.
+    slot = caller.value;
+    EXPECT_EQ(LoadInto(kFamiliesOnly, &slot), E_FAIL);
+    EXPECT_EQ(slot, nullptr);
+  }
+}
+
+TEST_F(CurrentLoad, CallersLiveSetIsBuiltIntoAndChainedOrLeftOnFailure) {
+  VEKComPtr<VEKITPSLightSet> callers = vek_test::MakeSet(vek_test::MakeContainer().Get());
+  VEKITPSLightSet* const callersAddress = callers.Get();
+  VEKITPSLightSet* slot = callers.Detach();  // its reference passes to the load's set
+  ASSERT_EQ(LoadInto(kFamiliesFirst, &slot), S_OK);
+  VEKComPtr<VEKITPSLightSet> set;
+  set.Attach(slot);
+  VEKComPtr<VEKITPSLightSet> previous;
+  ASSERT_EQ(set->GetPreviousSet(previous.ReleaseAndGetAddressOf()), S_OK);
+  EXPECT_EQ(previous.Get(), callersAddress);
+  EXPECT_EQ(previous->GetTTRS().Count(), 1);
+  EXPECT_EQ(previous->GetAnnotations()->Count(), 1);
+  EXPECT_EQ(set->GetTTRS().Count(), 1);
+  // Without any "AnnotationSet" the builders still fill it, but the load fails and leaves it.
+  VEKITPSLightSet* kept = set.Get();
+  EXPECT_EQ(LoadInto(kFamiliesOnly, &kept), E_FAIL);
+  EXPECT_EQ(kept, set.Get());
   EXPECT_EQ(set->GetTTRS().Count(), 2);
 }
 

@@ -29,7 +29,6 @@ TEST(LegacyLoad, RefusesWhatIsNotALegacyDocument) {
   const char* refused[] = {
       "",
       "<TolerancingData>",
-      "<TolerancingData/>",
       "<TolerancingData></TolerancingData>",
       "<Functional_Tolerancing_Annotation><AnnotationSet/></Functional_Tolerancing_Annotation>",
       "<TolerancingData><AnnotationSets/><Annotations/></TolerancingData>",
@@ -47,11 +46,11 @@ TEST(LegacyLoad, SetNeedsExactlyFiveValues) {
     HRESULT result;
     const char* set;
   } rows[] = {
-      {{"N", "ISO", "3", "1", "u"}, S_OK, "S1 N/u/3/-/1 rep=- standard=ISO"},
-      {{"N", "ISO", "70000", "2", "u"}, S_OK, "S1 N/u/4464/-/2 rep=- standard=ISO"},  // 16 bits
-      {{"N", "ISO", "5", "x", "u"}, S_OK, "S1 N/u/5/-/5 rep=- standard=ISO"},  // type repeated
-      {{"N", "ISO", "3", "1"}, E_FAIL, "S1 -/-/-/-/- rep=- standard=-"},
-      {{"N", "ISO", "3", "1", "u", "extra"}, E_FAIL, "S1 -/-/-/-/- rep=- standard=-"},
+      {{"N", "ISO", "3", "1", "u"}, S_OK, "S1 N/u/3/-/1 standard=ISO"},
+      {{"N", "ISO", "70000", "2", "u"}, S_OK, "S1 N/u/4464/-/2 standard=ISO"},  // 16 bits
+      {{"N", "ISO", "5", "x", "u"}, S_OK, "S1 N/u/5/-/5 standard=ISO"},         // type repeated
+      {{"N", "ISO", "3", "1"}, E_FAIL, "S1 -/-/-/-/-"},
+      {{"N", "ISO", "3", "1", "u", "extra"}, E_FAIL, "S1 -/-/-/-/-"},
   };
   for (const auto& row : rows) {
     const std::string text =
@@ -63,7 +62,7 @@ TEST(LegacyLoad, SetNeedsExactlyFiveValues) {
     // A set is made before its values are counted, and stays.
     ASSERT_TRUE(set) << text;
     const std::string model = vek_test::ModelText(set.Get());
-    EXPECT_EQ(row.set, model.substr(0, model.find(" unresolved"))) << text;
+    EXPECT_EQ(row.set, model.substr(0, model.find('\n'))) << text;
     // The builders run only for a set with its five values.
     EXPECT_EQ(row.result == S_OK ? 1 : 0, set->GetAnnotations()->Count()) << text;
   }

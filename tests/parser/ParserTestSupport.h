@@ -1,6 +1,8 @@
 // Helpers for the parser tests: inline documents parsed into elements, the base64 and compressed
-// forms of a document, and reading model values back.
+// forms of a document, reading model values back, and a fixture for current-schema loads.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
@@ -13,6 +15,7 @@
 #include "VEKComPtr.h"
 #include "VEKLightXml.h"
 #include "VEKTPSLightModel.h"
+#include "VEKTPSLightParserUtil.h"
 #include "VEKUnicodeString.h"
 
 namespace vek_test {
@@ -58,5 +61,27 @@ inline std::vector<std::string> Items(const VEKListValVEKUnicodeString& list) {
 
 // Name of the dump file written by every current-schema load, relative to the working directory.
 inline const char* DumpFileName() { return "E:\\TPSLoadXML.xml"; }
+
+// Current-schema loads through the text form, in a scratch working directory for their dump.
+class CurrentLoadTest : public ::testing::Test {
+ protected:
+  // Loads `xml` as text over the caller's value in `*slot`.
+  HRESULT LoadInto(const std::string& xml, VEKITPSLightSet** slot, unsigned char fromBase64 = 0) {
+    VEKUnicodeString source(xml.c_str());
+    return util_.GenerateLightModelFromBase(source, nullptr, slot, fromBase64, nullptr, 0, 0);
+  }
+  // Loads `xml` as text into `set`, or into a set dropped at once.
+  HRESULT LoadText(const std::string& xml, VEKComPtr<VEKITPSLightSet>& set,
+                   unsigned char fromBase64 = 0) {
+    return LoadInto(xml, set.ReleaseAndGetAddressOf(), fromBase64);
+  }
+  HRESULT LoadText(const std::string& xml) {
+    VEKComPtr<VEKITPSLightSet> set;
+    return LoadText(xml, set);
+  }
+
+  ScratchDirectory directory_;
+  VEKTPSLightParserUtil util_;
+};
 
 }  // namespace vek_test

@@ -4,9 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <optional>
 #include <string>
-#include <type_traits>
+#include <vector>
 
 #include "VEKComPtr.h"
 #include "VEKTPSLightModel.h"
@@ -45,25 +46,20 @@ inline VEKComPtr<VEKITPSLightSet> MakeSet(VEKTPSLightContainer* container,
   return set;
 }
 
+// The container's creator for family I, chosen by the type of a null I*.
+inline auto Creator(VEKITPSLightAnnotation*) { return &VEKTPSLightContainer::CreateAnnotation; }
+inline auto Creator(VEKITPSLightView*) { return &VEKTPSLightContainer::CreateView; }
+inline auto Creator(VEKITPSLightTTRS*) { return &VEKTPSLightContainer::CreateTTRS; }
+inline auto Creator(VEKITPSLightRefFrame*) { return &VEKTPSLightContainer::CreateRefFrame; }
+inline auto Creator(VEKITPSLightCG*) { return &VEKTPSLightContainer::CreateCG; }
+inline auto Creator(VEKITPSLightCapture*) { return &VEKTPSLightContainer::CreateCapture; }
+
 // A new object of family `I` in `set`, made through the container's creator for `I`.
 template <class I>
 VEKComPtr<I> Create(VEKTPSLightContainer* container, VEKITPSLightSet* set) {
   VEKComPtr<I> made;
-  HRESULT result = E_FAIL;
-  if constexpr (std::is_same_v<I, VEKITPSLightAnnotation>) {
-    result = container->CreateAnnotation(made.ReleaseAndGetAddressOf(), set);
-  } else if constexpr (std::is_same_v<I, VEKITPSLightView>) {
-    result = container->CreateView(made.ReleaseAndGetAddressOf(), set);
-  } else if constexpr (std::is_same_v<I, VEKITPSLightTTRS>) {
-    result = container->CreateTTRS(made.ReleaseAndGetAddressOf(), set);
-  } else if constexpr (std::is_same_v<I, VEKITPSLightRefFrame>) {
-    result = container->CreateRefFrame(made.ReleaseAndGetAddressOf(), set);
-  } else if constexpr (std::is_same_v<I, VEKITPSLightCG>) {
-    result = container->CreateCG(made.ReleaseAndGetAddressOf(), set);
-  } else {
-    result = container->CreateCapture(made.ReleaseAndGetAddressOf(), set);
-  }
-  EXPECT_EQ(result, S_OK);
+  const auto create = Creator(static_cast<I*>(nullptr));
+  EXPECT_EQ((container->*create)(made.ReleaseAndGetAddressOf(), set), S_OK);
   return made;
 }
 
@@ -82,5 +78,20 @@ class OneSet {
   VEKComPtr<VEKTPSLightContainer> container_ = MakeContainer();
   VEKComPtr<VEKITPSLightSet> set_ = MakeSet(container_.Get());
 };
+
+// A value a host may leave in a set pointer that is not a live set.
+struct StraySet {
+  const char* what;
+  VEKITPSLightSet* value;
+};
+
+// A freed set's address, a small integer and the address of `stackBytes`, filled with garbage.
+inline std::vector<StraySet> StraySets(unsigned char (&stackBytes)[64]) {
+  std::memset(stackBytes, 0xA5, sizeof stackBytes);
+  VEKITPSLightSet* freed = MakeSet(MakeContainer().Get()).Get();  // released to zero here
+  return {{"freed set", freed},
+          {"small integer", reinterpret_cast<VEKITPSLightSet*>(0x1234)},
+          {"stack bytes", reinterpret_cast<VEKITPSLightSet*>(stackBytes)}};
+}
 
 }  // namespace vek_test

@@ -47,13 +47,18 @@ std::string Show(const wchar_t* text) {
   return text ? "\"" + std::string(VEKUnicodeString(text).ConvertToChar()) + "\"" : "null";
 }
 std::string Show(const VEKRep* rep) { return rep ? "rep" : "null"; }
-std::string Show(const VEKRawCollint* numbers) {
-  if (!numbers) return "null";
+// "[a,b]": the `count` items of a list, each as `item` (of its position from 0) writes it.
+template <class Item>
+std::string Listed(int count, Item item) {
   std::string text = "[";
-  for (int index = 1; index <= numbers->Size(); ++index) {
-    text += (index > 1 ? "," : "") + std::to_string((*numbers)[index]);
+  for (int position = 0; position < count; ++position) {
+    text += (position > 0 ? "," : "") + item(position);
   }
   return text + "]";
+}
+std::string Show(const VEKRawCollint* numbers) {
+  if (!numbers) return "null";
+  return Listed(numbers->Size(), [&](int k) { return std::to_string((*numbers)[k + 1]); });
 }
 
 bool IsReferenceLine(const std::string& line) {
@@ -114,11 +119,7 @@ class Recorded {
       return container_.NameOf(value);
     } else if constexpr (std::is_same_v<Value, VEKLightObjectList*>) {
       if (!value) return "null";
-      std::string text = "[";
-      for (int position = 0; position < value->Count(); ++position) {
-        text += (position > 0 ? "," : "") + container_.NameOf(value->Get(position));
-      }
-      return text + "]";
+      return Listed(value->Count(), [&](int k) { return container_.NameOf(value->Get(k)); });
     } else {
       return vek_test::Show(value);
     }
@@ -174,6 +175,8 @@ class Logged : public I {
   }
 
  protected:
+  using Interface = I;
+
   template <class... Parameters, class... Arguments>
   HRESULT Call(const char* name, HRESULT (I::*method)(Parameters...), Arguments... arguments) {
     std::string shown;
@@ -193,8 +196,6 @@ class Face;
 
 template <>
 class Face<VEKITPSLight> : public Logged<VEKITPSLight> {
-  using Interface = VEKITPSLight;
-
  public:
   HRESULT SetName(const wchar_t* name) override { return VEK_CALL(SetName, name); }
   HRESULT SetType(unsigned short type) override { return VEK_CALL(SetType, type); }
@@ -212,8 +213,6 @@ class Face<VEKITPSLight> : public Logged<VEKITPSLight> {
 
 template <>
 class Face<VEKITPSLightSet> : public Logged<VEKITPSLightSet> {
-  using Interface = VEKITPSLightSet;
-
  public:
   HRESULT SetStandard(const wchar_t* text) override { return VEK_CALL(SetStandard, text); }
   VEKLightObjectList* GetAnnotations() override {
@@ -250,8 +249,6 @@ class Face<VEKITPSIdBroker> : public Logged<VEKITPSIdBroker> {
 
 template <>
 class Face<VEKITPSLightModel> : public Logged<VEKITPSLightModel> {
-  using Interface = VEKITPSLightModel;
-
  public:
   HRESULT SetOrderGroup(VEKLightObjectList* group) override {
     return VEK_CALL(SetOrderGroup, group);
@@ -263,8 +260,6 @@ class Face<VEKITPSLightModel> : public Logged<VEKITPSLightModel> {
 
 template <>
 class Face<VEKITPSLightAnnotation> : public Logged<VEKITPSLightAnnotation> {
-  using Interface = VEKITPSLightAnnotation;
-
  public:
   HRESULT SetValue(double value) override { return VEK_CALL(SetValue, value); }
   HRESULT SetDefault(int flag) override { return VEK_CALL(SetDefault, flag); }
@@ -282,8 +277,6 @@ class Face<VEKITPSLightAnnotation> : public Logged<VEKITPSLightAnnotation> {
 
 template <>
 class Face<VEKITPSLightView> : public Logged<VEKITPSLightView> {
-  using Interface = VEKITPSLightView;
-
  public:
   HRESULT SetOrigin(double x, double y, double z) override { return VEK_CALL(SetOrigin, x, y, z); }
   HRESULT SetNormal(double x, double y, double z) override { return VEK_CALL(SetNormal, x, y, z); }
@@ -301,8 +294,6 @@ class Face<VEKITPSLightView> : public Logged<VEKITPSLightView> {
 
 template <>
 class Face<VEKITPSLightTTRS> : public Logged<VEKITPSLightTTRS> {
-  using Interface = VEKITPSLightTTRS;
-
  public:
   HRESULT AddGeometry(VEKRawCollint* ids) override { return VEK_CALL(AddGeometry, ids); }
   int GetGeometryCount() const override { return real_->GetGeometryCount(); }
@@ -311,8 +302,6 @@ class Face<VEKITPSLightTTRS> : public Logged<VEKITPSLightTTRS> {
 
 template <>
 class Face<VEKITPSLightRefFrame> : public Logged<VEKITPSLightRefFrame> {
-  using Interface = VEKITPSLightRefFrame;
-
  public:
   HRESULT AddDatum(VEKBaseUnknown* datum) override { return VEK_CALL(AddDatum, datum); }
   HRESULT AddTTRS(int id) override { return VEK_CALL(AddTTRS, id); }
@@ -324,8 +313,6 @@ class Face<VEKITPSLightRefFrame> : public Logged<VEKITPSLightRefFrame> {
 
 template <>
 class Face<VEKITPSLightCG> : public Logged<VEKITPSLightCG> {
-  using Interface = VEKITPSLightCG;
-
  public:
   HRESULT AddTTRS(int id) override { return VEK_CALL(AddTTRS, id); }
   HRESULT AddTRep(int id) override { return VEK_CALL(AddTRep, id); }
@@ -337,8 +324,6 @@ class Face<VEKITPSLightCG> : public Logged<VEKITPSLightCG> {
 
 template <>
 class Face<VEKITPSLightCapture> : public Logged<VEKITPSLightCapture> {
-  using Interface = VEKITPSLightCapture;
-
  public:
   HRESULT AddTPS(VEKBaseUnknown* annotation) override { return VEK_CALL(AddTPS, annotation); }
   HRESULT AddView(VEKBaseUnknown* view) override { return VEK_CALL(AddView, view); }
@@ -436,11 +421,11 @@ void RecordingContainer::RefuseCreation(RecordingKind kind, int nth) {
 }
 
 void RecordingContainer::RefuseInterface(const std::string& name, const IID& iid) {
-  refusedByName_.push_back({name, iid});
+  refusedInterfaces_.push_back({name, iid});
 }
 
 void RecordingContainer::RefuseInterface(RecordingKind kind, const IID& iid) {
-  refusedByKind_.push_back({kind, iid});
+  refusedInterfaces_.push_back({std::string(1, kKindLetters[Index(kind)]), iid});
 }
 
 void* RecordingContainer::FaceOf(const std::string& name, const IID& iid) const {
@@ -475,11 +460,9 @@ int RecordingContainer::OutstandingReferences() const {
 }
 
 bool RecordingContainer::Refuses(const Recorded& object, const IID& iid) const {
-  for (const auto& [name, refused] : refusedByName_) {
-    if (name == object.Name() && refused == iid) return true;
-  }
-  for (const auto& [kind, refused] : refusedByKind_) {
-    if (kind == object.Kind() && refused == iid) return true;
+  const std::string kind(1, kKindLetters[Index(object.Kind())]);
+  for (const auto& [who, refused] : refusedInterfaces_) {
+    if ((who == object.Name() || who == kind) && refused == iid) return true;
   }
   return false;
 }
@@ -494,9 +477,7 @@ HRESULT RecordingContainer::Adopt(const std::string& call, Interface* real, Inte
 }
 
 template <class ProxyOf, class Interface>
-HRESULT RecordingContainer::Create(const char* operation, Interface** out, VEKITPSLightSet* set,
-                                   HRESULT (VEKTPSLightContainer::*create)(Interface**,
-                                                                           VEKITPSLightSet*)) {
+HRESULT RecordingContainer::Create(const char* operation, Interface** out, VEKITPSLightSet* set) {
   const std::string call = std::string(operation) + "(" + NameOf(set) + ") -> ";
   const bool refused = RefusesCreation(ProxyOf::kKind);
   Recorded* owner = Find(set);
@@ -510,6 +491,7 @@ HRESULT RecordingContainer::Create(const char* operation, Interface** out, VEKIT
     return E_FAIL;
   }
   Interface* real = nullptr;
+  const auto create = Creator(static_cast<Interface*>(nullptr));
   const HRESULT result = (real_.*create)(&real, static_cast<VEKITPSLightSet*>(owner->Real()));
   return VEKFailed(result) ? result : Adopt<ProxyOf>(call, real, out);
 }
@@ -536,23 +518,22 @@ HRESULT RecordingContainer::CreateLightSet(VEKITPSLightSet** out, VEKBaseUnknown
 }
 
 HRESULT RecordingContainer::CreateAnnotation(VEKITPSLightAnnotation** out, VEKITPSLightSet* set) {
-  return Create<AnnotationProxy>("CreateAnnotation", out, set,
-                                 &VEKTPSLightContainer::CreateAnnotation);
+  return Create<AnnotationProxy>(__func__, out, set);
 }
 HRESULT RecordingContainer::CreateView(VEKITPSLightView** out, VEKITPSLightSet* set) {
-  return Create<ViewProxy>("CreateView", out, set, &VEKTPSLightContainer::CreateView);
+  return Create<ViewProxy>(__func__, out, set);
 }
 HRESULT RecordingContainer::CreateRefFrame(VEKITPSLightRefFrame** out, VEKITPSLightSet* set) {
-  return Create<RefFrameProxy>("CreateRefFrame", out, set, &VEKTPSLightContainer::CreateRefFrame);
+  return Create<RefFrameProxy>(__func__, out, set);
 }
 HRESULT RecordingContainer::CreateTTRS(VEKITPSLightTTRS** out, VEKITPSLightSet* set) {
-  return Create<TTRSProxy>("CreateTTRS", out, set, &VEKTPSLightContainer::CreateTTRS);
+  return Create<TTRSProxy>(__func__, out, set);
 }
 HRESULT RecordingContainer::CreateCapture(VEKITPSLightCapture** out, VEKITPSLightSet* set) {
-  return Create<CaptureProxy>("CreateCapture", out, set, &VEKTPSLightContainer::CreateCapture);
+  return Create<CaptureProxy>(__func__, out, set);
 }
 HRESULT RecordingContainer::CreateCG(VEKITPSLightCG** out, VEKITPSLightSet* set) {
-  return Create<CGProxy>("CreateCG", out, set, &VEKTPSLightContainer::CreateCG);
+  return Create<CGProxy>(__func__, out, set);
 }
 
 namespace {
@@ -567,9 +548,9 @@ class ModelWriter {
   }
 
   std::string Text() {
-    std::string text = "S1" + Common(set_) + " standard=" + Value(set_->GetStandard()) +
-                       " unresolved=" + Pairs(set_->GetUnresolvedReferences()) +
-                       " duplicates=" + Pairs(set_->GetDuplicateIds());
+    std::string text = "S1" + Common(set_) + Field("standard", Value(set_->GetStandard())) +
+                       Field("unresolved", Pairs(set_->GetUnresolvedReferences())) +
+                       Field("duplicates", Pairs(set_->GetDuplicateIds()));
     for (const auto& [letter, list] : families_) {
       for (int position = 0; position < list->Count(); ++position) {
         VEKBaseUnknown* object = list->Get(position);
@@ -581,6 +562,10 @@ class ModelWriter {
   }
 
  private:
+  // " key=value"; nothing for a value never set ("-") or an empty list.
+  static std::string Field(const char* key, const std::string& value) {
+    return value == "-" || value == "[]" ? "" : std::string(" ") + key + "=" + value;
+  }
   static std::string Value(const std::optional<VEKUnicodeString>& text) {
     return text ? std::string(text->ConvertToChar()) : "-";
   }
@@ -597,16 +582,11 @@ class ModelWriter {
     return rep ? std::to_string(rep->GetMeshes().size()) : "-";
   }
   static std::string Value(const std::vector<int>& numbers) {
-    std::string text = "[";
-    for (int number : numbers) text += (text.size() > 1 ? "," : "") + std::to_string(number);
-    return text + "]";
+    return Listed(static_cast<int>(numbers.size()), [&](int k) { return Show(numbers[k]); });
   }
   static std::string Pairs(const std::vector<VEKTPSLightUnresolved>& pairs) {
-    std::string text = "[";
-    for (const VEKTPSLightUnresolved& pair : pairs) {
-      text += (text.size() > 1 ? "," : "") + Show(pair.id) + ":" + Show(pair.kind);
-    }
-    return text + "]";
+    return Listed(static_cast<int>(pairs.size()),
+                  [&](int k) { return Show(pairs[k].id) + ":" + Show(pairs[k].kind); });
   }
   // The name of `object` in this set: "-" for null, "?" for an object of no family.
   std::string Name(VEKBaseUnknown* object) const {
@@ -621,71 +601,68 @@ class ModelWriter {
     }
     return "?";
   }
-  std::string Names(const VEKLightObjectList* list) const {
-    if (!list) return "-";
-    std::string text = "[";
-    for (int position = 0; position < list->Count(); ++position) {
-      text += (position > 0 ? "," : "") + Name(list->Get(position));
-    }
-    return text + "]";
+  std::string Names(const VEKLightObjectList& list) const {
+    return Listed(list.Count(), [&](int k) { return Name(list.Get(k)); });
   }
   static std::string Common(VEKBaseUnknown* object) {
     VEKComPtr<VEKITPSLight> light = Query<VEKITPSLight>(object);
     if (!light) return " <no VEKITPSLight>";
     return " " + Value(light->GetName()) + "/" + Value(light->GetUuid()) + "/" +
            Value(light->GetType()) + "/" + Value(light->GetId()) + "/" + Value(light->GetStatus()) +
-           " rep=" + Value(light->GetRep());
+           Field("rep", Value(light->GetRep()));
   }
   std::string Family(char letter, VEKBaseUnknown* object) const {
     switch (letter) {
       case 'T': {
         auto ttrs = Query<VEKITPSLightTTRS>(object);
-        std::string text = " geometry=";
+        std::string text;
         for (int index = 0; index < ttrs->GetGeometryCount(); ++index) {
           text += Show(ttrs->GetGeometry(index));
         }
-        return text;
+        return text.empty() ? "" : " geometry=" + text;
       }
       case 'A': {
         auto annotation = Query<VEKITPSLightAnnotation>(object);
         auto model = Query<VEKITPSLightModel>(object);
-        return " value=" + Value(annotation->GetValue()) +
-               " default=" + Show(annotation->IsDefault() ? 1 : 0) +
-               " reference=" + Value(annotation->GetReference()) +
-               " attribute=" + Value(annotation->GetAttribute()) +
-               " graphic=" + Value(annotation->GetGraphicRep()) +
-               " ttrs=" + Value(annotation->GetTTRS()) + " group=" + Names(model->GetOrderGroup()) +
-               " views=" + Names(&model->GetViews());
+        const VEKLightObjectList* group = model->GetOrderGroup();
+        return Field("value", Value(annotation->GetValue())) +
+               (annotation->IsDefault() ? " default=1" : "") +
+               Field("reference", Value(annotation->GetReference())) +
+               Field("attribute", Value(annotation->GetAttribute())) +
+               Field("graphic", Value(annotation->GetGraphicRep())) +
+               Field("ttrs", Value(annotation->GetTTRS())) +
+               (group ? " group=" + Names(*group) : "") + Field("views", Names(model->GetViews()));
       }
       case 'V': {
         auto view = Query<VEKITPSLightView>(object);
-        return " origin=" + Value(view->GetOrigin()) + " normal=" + Value(view->GetNormal()) +
-               " direction=" + Value(view->GetDirection()) +
-               " tps=" + Names(&view->GetAnnotations()) +
-               " captures=" + Names(&view->GetCaptures());
+        return Field("origin", Value(view->GetOrigin())) +
+               Field("normal", Value(view->GetNormal())) +
+               Field("direction", Value(view->GetDirection())) +
+               Field("tps", Names(view->GetAnnotations())) +
+               Field("captures", Names(view->GetCaptures()));
       }
       case 'R': {
         auto frame = Query<VEKITPSLightRefFrame>(object);
-        return " attribute=" + Value(frame->GetAttribute()) +
-               " datums=" + Names(&frame->GetDatums()) + " ttrs=" + Value(frame->GetTTRS());
+        return Field("attribute", Value(frame->GetAttribute())) +
+               Field("datums", Names(frame->GetDatums())) + Field("ttrs", Value(frame->GetTTRS()));
       }
       case 'G': {
         auto cg = Query<VEKITPSLightCG>(object);
-        return " attribute=" + Value(cg->GetAttribute()) + " ttrs=" + Value(cg->GetTTRS()) +
-               " treps=" + Value(cg->GetTReps());
+        return Field("attribute", Value(cg->GetAttribute())) + Field("ttrs", Value(cg->GetTTRS())) +
+               Field("treps", Value(cg->GetTReps()));
       }
       default: {
         auto capture = Query<VEKITPSLightCapture>(object);
-        return " graphic=" + Value(capture->GetGraphicRep()) +
-               " active=" + Name(capture->GetActiveView()) +
-               " clip=" + Value(capture->GetClippingPlane()) +
-               " position=" + Value(capture->GetCameraPosition()) +
-               " direction=" + Value(capture->GetCameraDirection()) +
-               " zenith=" + Value(capture->GetCameraZenith()) +
-               " target=" + Value(capture->GetCameraTarget()) +
-               " type=" + Value(capture->GetCameraType()) +
-               " tps=" + Names(&capture->GetAnnotations()) +
-               " views=" + Names(&capture->GetViews()) + " cgs=" + Names(&capture->GetCGs());
+        return Field("graphic", Value(capture->GetGraphicRep())) +
+               Field("active", Name(capture->GetActiveView())) +
+               Field("clip", Value(capture->GetClippingPlane())) +
+               Field("position", Value(capture->GetCameraPosition())) +
+               Field("direction", Value(capture->GetCameraDirection())) +
+               Field("zenith", Value(capture->GetCameraZenith())) +
+               Field("target", Value(capture->GetCameraTarget())) +
+               Field("type", Value(capture->GetCameraType())) +
+               Field("tps", Names(capture->GetAnnotations())) +
+               Field("views", Names(capture->GetViews())) + Field("cgs", Names(capture->GetCGs()));
       }
     }
   }

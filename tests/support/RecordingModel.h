@@ -53,9 +53,9 @@ std::string Joined(const std::vector<std::string>& lines);
 
 // The whole model of `set` (real or recorded) as text, one line per object: the set, then its
 // TTRS, annotations, views, reference frames, construction geometry and captures, each named by
-// family letter and position, with its values and links ("-" unset or null, "?" an object of no
-// family of the set), e.g. "A1 Flat/u/1/7/0 rep=- value=0.05 ... group=[A2] views=[V1]". "" for
-// null.
+// family letter and position, with its name/uuid/type/id/status ("-" unset) and then only the
+// values set and the lists not empty ("?" an object of no family of the set, a false default
+// left out), e.g. "A1 Flat/u/1/7/- value=0.05 ttrs=[4] group=[A2] views=[V1]". "" for null.
 std::string ModelText(VEKITPSLightSet* set);
 
 enum class RecordingKind { Set, Annotation, View, TTRS, RefFrame, CG, Capture };
@@ -113,9 +113,9 @@ class RecordingContainer : public VEKTPSLightContainer {
   bool Refuses(const Recorded& object, const IID& iid) const;
   // Counts the attempt and tells whether a control refuses it.
   bool RefusesCreation(RecordingKind kind);
+  // Makes the real object through the real container's creator for Interface, and its proxy.
   template <class Proxy, class Interface>
-  HRESULT Create(const char* operation, Interface** out, VEKITPSLightSet* set,
-                 HRESULT (VEKTPSLightContainer::*create)(Interface**, VEKITPSLightSet*));
+  HRESULT Create(const char* operation, Interface** out, VEKITPSLightSet* set);
   template <class Proxy, class Interface>
   HRESULT Adopt(const std::string& call, Interface* real, Interface** out);
 
@@ -126,8 +126,8 @@ class RecordingContainer : public VEKTPSLightContainer {
   int created_[7] = {};
   int attempts_[7] = {};
   std::vector<std::pair<RecordingKind, int>> refusedCreations_;
-  std::vector<std::pair<std::string, IID>> refusedByName_;
-  std::vector<std::pair<RecordingKind, IID>> refusedByKind_;
+  // Interfaces refused, by object name or, for a whole kind, by its letter.
+  std::vector<std::pair<std::string, IID>> refusedInterfaces_;
   int overReleases_ = 0;
   std::uint32_t references_ = 1;
 };
