@@ -16,6 +16,7 @@
 
 namespace {
 
+using lightxml_test::Children;
 using lightxml_test::Dump;
 using lightxml_test::Parse;
 using lightxml_test::Text;
@@ -35,8 +36,7 @@ struct TestCase {
 std::vector<const VEKLightXmlElementItf*> Elements(const VEKLightXmlElementItf& root) {
   std::vector<const VEKLightXmlElementItf*> elements{&root};
   for (std::size_t next = 0; next < elements.size(); ++next) {
-    void* position = elements[next]->GetChildren();
-    while (position) elements.push_back(elements[next]->GetChild(position));
+    for (const VEKLightXmlElementItf* child : Children(*elements[next])) elements.push_back(child);
   }
   return elements;
 }
@@ -67,9 +67,7 @@ std::vector<TestCase> StandaloneTests() {
   VEKLightXmlElement suite;
   if (!Parse(top, suite)) return {};
   std::vector<TestCase> tests;
-  void* position = suite.GetChildren();
-  while (position) {
-    const VEKLightXmlElementItf* group = suite.GetChild(position);
+  for (const VEKLightXmlElementItf* group : Children(suite)) {
     const std::string base = Text(group->GetAttributeValue("xml:base"));
     std::istringstream references(Text(group->GetValue()));
     for (std::string reference; references >> reference;) {
