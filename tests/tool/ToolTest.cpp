@@ -127,7 +127,7 @@ class Vektps : public testing::Test {
 
 // ---- summary ----
 
-TEST_F(Vektps, SummaryOfEveryExampleInEachFormAndCheckIsQuiet) {
+TEST_F(Vektps, SummaryOfEachSchemaAndCheckIsQuiet) {
   const struct {
     const char* file;
     const char* header;
