@@ -14,18 +14,12 @@
 
 namespace {
 
+using lightxml_test::Children;
 using lightxml_test::Dump;
 using lightxml_test::Parse;
 using lightxml_test::Take;
 using lightxml_test::Text;
 using lightxml_test::Tree;
-
-std::vector<VEKLightXmlElementItf*> Children(const VEKLightXmlElementItf& element) {
-  std::vector<VEKLightXmlElementItf*> children;
-  void* position = element.GetChildren();
-  while (position) children.push_back(element.GetChild(position));
-  return children;
-}
 
 // An element of some other XML layer.
 class ForeignElement final : public VEKLightXmlElementItf {
@@ -339,7 +333,7 @@ TEST(LightXmlTest, MalformedInputFailsAndLeavesRootEmpty) {
   for (std::size_t length = 0; length < whole.size(); ++length) {
     EXPECT_FALSE(Parse(whole.substr(0, length), root)) << length;
   }
-  EXPECT_TRUE(Parse(whole, root));
+  ASSERT_TRUE(Parse(whole, root));
 
   VEKLightXmlParser parser;
   VEKLightXmlInputStreamBuffer input(reinterpret_cast<const unsigned char*>("<a/>"), 4);
@@ -354,12 +348,9 @@ TEST(LightXmlTest, MalformedInputFailsAndLeavesRootEmpty) {
   EXPECT_STREQ(parser.GetErrorDescription(), "");
 }
 
+// The common corners of well-formed XML are the conformance suite's; these are this parser's.
 TEST(LightXmlTest, WellFormedCornersAreAccepted) {
   const std::string rows[] = {
-      "\xEF\xBB\xBF<?xml version='1.0' encoding='UTF-8' standalone='no'?><a/>",
-      "<?xml-stylesheet href='s'?><!-- c - d --><a><?pi?></a><!-- e --> <?p q?>\n",
-      "<a><![CDATA[]]]]><![CDATA[>]] <&]]>]]</a>",
-      "<a x = \n'1' y\t=\"2\"/>",
       "<!DOCTYPE a [<!ENTITY e ']]>'><!-- ] --><?p ]?><!ATTLIST a x CDATA 'v'>]><a>&e;</a>",
       // The first bytes tell the encoding; a declaration left over from another one is ignored.
       "<?xml version='1.0' encoding='UTF-16'?><a/>",
@@ -368,7 +359,6 @@ TEST(LightXmlTest, WellFormedCornersAreAccepted) {
       "<!ELEMENT c EMPTY><!ATTLIST a x (p|q) 'p' y NOTATION (n) #IMPLIED z CDATA #FIXED 'v'>"
       "<!NOTATION n PUBLIC 'p'>%pe;]><a/>",
       std::string("<a/>\0\0junk", 10),
-      "<\xC3\xA9 _\xE2\x80\xBF='&#x10FFFF;&#9;'>\xF0\x9F\x98\x80</\xC3\xA9>",
       ManyAttributes().substr(0, ManyAttributes().rfind(" a3=")) + "/>",
   };
   for (const std::string& row : rows) {

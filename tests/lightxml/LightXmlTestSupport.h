@@ -1,4 +1,4 @@
-// Helpers shared by the light XML tests: parse a string, dump an element, describe a tree.
+// Helpers shared by the light XML tests: parse a string, dump an element, walk and describe a tree.
 #pragma once
 
 #include <cstring>
@@ -41,6 +41,13 @@ inline std::string Dump(const VEKLightXmlElementItf& element) {
   return VEKLightXmlParser().GetXml(element, output) ? Take(output) : "<GetXml failed>";
 }
 
+inline std::vector<VEKLightXmlElementItf*> Children(const VEKLightXmlElementItf& element) {
+  std::vector<VEKLightXmlElementItf*> children;
+  void* position = element.GetChildren();
+  while (position) children.push_back(element.GetChild(position));
+  return children;
+}
+
 // name[attribute=value,...]'text'{children}, written without recursion.
 inline std::string Tree(const VEKLightXmlElementItf& root) {
   std::string tree;
@@ -63,9 +70,7 @@ inline std::string Tree(const VEKLightXmlElementItf& root) {
     if (element->GetValue().GetLengthInByte() > 0) tree += '\'' + Text(element->GetValue()) + '\'';
     tree += '{';
     pending.push_back(nullptr);
-    std::vector<const VEKLightXmlElementItf*> children;
-    void* position = element->GetChildren();
-    while (position) children.push_back(element->GetChild(position));
+    const std::vector<VEKLightXmlElementItf*> children = Children(*element);
     pending.insert(pending.end(), children.rbegin(), children.rend());
   }
   return tree;

@@ -1,9 +1,8 @@
 // The W3C XML conformance suite: every document parses or fails cleanly, every accepted document
 // writes back to the same tree, every well-formed standalone document is accepted and most
 // malformed ones are rejected. The parser is not a validating or fully conforming one.
-#include <fstream>
+#include <filesystem>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <sstream>
 #include <string>
@@ -11,15 +10,18 @@
 
 #include <gtest/gtest.h>
 
+#include "DocumentForms.h"
 #include "LightXmlTestSupport.h"
 #include "VEKLightXml.h"
 
 namespace {
 
+using lightxml_test::Children;
 using lightxml_test::Dump;
 using lightxml_test::Parse;
 using lightxml_test::Text;
 using lightxml_test::Tree;
+using vek_test::ReadFileBytes;
 
 const std::string kSuite = std::string(VEK_SHARED_DIR) + "/corpora/xmlconf";
 // The share of malformed standalone documents rejected, a little below the one reached.
@@ -30,18 +32,11 @@ struct TestCase {
   std::string path;
 };
 
-bool ReadFile(const std::string& path, std::string& bytes) {
-  std::ifstream file(path, std::ios::binary);
-  bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-  return static_cast<bool>(file) || file.eof();
-}
-
 // Every element of the tree under `root`, itself included, without recursion.
 std::vector<const VEKLightXmlElementItf*> Elements(const VEKLightXmlElementItf& root) {
   std::vector<const VEKLightXmlElementItf*> elements{&root};
   for (std::size_t next = 0; next < elements.size(); ++next) {
-    void* position = elements[next]->GetChildren();
-    while (position) elements.push_back(elements[next]->GetChild(position));
+    for (const VEKLightXmlElementItf* child : Children(*elements[next])) elements.push_back(child);
   }
   return elements;
 }
@@ -60,8 +55,7 @@ bool Applies(const VEKLightXmlElementItf& test) {
 // The suite's catalog includes one catalog per collection through external entities, which the
 // parser leaves unexpanded: their files come from the entity declarations.
 std::vector<TestCase> StandaloneTests() {
-  std::string top;
-  if (!ReadFile(kSuite + "/xmlconf.xml", top)) return {};
+  const std::string top = ReadFileBytes(kSuite + "/xmlconf.xml");
   std::map<std::string, std::string> catalogs;
   for (std::size_t at = top.find("<!ENTITY"); at != std::string::npos;
        at = top.find("<!ENTITY", at + 1)) {
@@ -73,16 +67,12 @@ std::vector<TestCase> StandaloneTests() {
   VEKLightXmlElement suite;
   if (!Parse(top, suite)) return {};
   std::vector<TestCase> tests;
-  void* position = suite.GetChildren();
-  while (position) {
-    const VEKLightXmlElementItf* group = suite.GetChild(position);
+  for (const VEKLightXmlElementItf* group : Children(suite)) {
     const std::string base = Text(group->GetAttributeValue("xml:base"));
     std::istringstream references(Text(group->GetValue()));
     for (std::string reference; references >> reference;) {
-      std::string catalog;
-      if (!ReadFile(kSuite + "/" + catalogs[reference.substr(1, reference.size() - 2)], catalog)) {
-        continue;
-      }
+      std::string catalog =
+          ReadFileBytes(kSuite + "/" + catalogs[reference.substr(1, reference.size() - 2)]);
       if (catalog.rfind("<?xml", 0) == 0) catalog.erase(0, catalog.find("?>") + 2);
       VEKLightXmlElement cases;
       EXPECT_TRUE(Parse("<w>" + catalog + "</w>", cases)) << reference;
@@ -97,16 +87,15 @@ std::vector<TestCase> StandaloneTests() {
 }
 
 TEST(XmlConformanceTest, ParsesOrRejectsEveryStandaloneDocument) {
-  std::string probe;
-  if (!ReadFile(kSuite + "/xmlconf.xml", probe) || probe.empty()) {
+  if (ReadFileBytes(kSuite + "/xmlconf.xml").empty()) {
     GTEST_SKIP() << "no conformance suite in " << kSuite;
   }
   const std::vector<TestCase> tests = StandaloneTests();
   ASSERT_GT(tests.size(), 1000u);
   std::map<std::string, std::pair<int, int>> acceptedRejected;
   for (const TestCase& test : tests) {
-    std::string document;
-    ASSERT_TRUE(ReadFile(kSuite + "/" + test.path, document)) << test.path;
+    ASSERT_TRUE(std::filesystem::is_regular_file(kSuite + "/" + test.path)) << test.path;
+    const std::string document = ReadFileBytes(kSuite + "/" + test.path);
     VEKLightXmlElement root;
     VEKLightXmlParser parser;
     const bool accepted = Parse(document, root, &parser);

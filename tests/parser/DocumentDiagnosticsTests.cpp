@@ -116,6 +116,17 @@ TEST(Diagnostics, LegacySchemaRecordsPassedOverObjectsAndRebuiltSets) {
                            {Kind::LegacySetsMultiply, -1, 3, "AnnotationSet",
                             "2 AnnotationSets each rebuilt every object of the document: 2 sets "
                             "of 2 objects, 4 in all"}});
+
+  // A TTRS needs one value or more; a set short of its five values is told after the others.
+  ExpectRecords(
+      Load("<TolerancingData>\n"
+           "<AnnotationSet><Na V='A'/><St V='S'/><Ty V='1'/><Su V='0'/><Ui V='u'/>"
+           "</AnnotationSet>\n<AnnotationSet><Na V='B'/></AnnotationSet>\n"
+           "<TTRSRoot><TTRS/></TTRSRoot>\n</TolerancingData>"),
+      {{Kind::LegacyValueCount, 0, 4, "TTRS",
+        "TTRS holds 0 values, not 1 or more, so it is passed over"},
+       {Kind::LegacyValueCount, 1, 3, "AnnotationSet",
+        "AnnotationSet holds 1 values, not 5, so its set gets no values and no objects"}});
 }
 
 TEST(Diagnostics, TheObjectLimitStopsBeforeASetThatWouldPassIt) {
