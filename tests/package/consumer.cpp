@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "ConsumerLoad.h"
+#include "VEKTPSLightDocument.h"
 #include "VEKTPSLightJsonExport.h"
 
 // The package needs C++17 or later but must leave the host's own standard alone.
@@ -53,14 +53,12 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: %s DOCUMENT OUT.json\n", argv[0]);
     return 2;
   }
-  const ConsumerLoad load = LoadDocument(argv[1]);
+  // The one-call load: any form and schema, found from the file's bytes, and no file written.
+  const VEKTPSLightDocument load = VEKLoadDocumentFile(argv[1]);
   std::printf("C++ %ld, load result 0x%08x\n", static_cast<long>(__cplusplus),
-              static_cast<unsigned>(load.result));
-  std::vector<VEKComPtr<VEKITPSLightSet>> sets;
-  if (VEKFailed(load.result) || VEKFailed(VEKGetSetsOfLoad(load.lastSet.Get(), sets)) ||
-      sets.empty())
-    return 1;
-  for (const VEKComPtr<VEKITPSLightSet>& set : sets) {
+              static_cast<unsigned>(load.Result()));
+  if (!load.Loaded()) return 1;
+  for (const VEKComPtr<VEKITPSLightSet>& set : load.Sets()) {
     std::printf(
         "set \"%s\": TTRS %d, annotations %d, views %d, reference frames %d, construction "
         "geometries %d, captures %d\n",
@@ -70,8 +68,8 @@ int main(int argc, char** argv) {
     if (!CountTriangles(*set.Get())) return 1;
   }
   std::string json;
-  if (VEKFailed(VEKExportLoadToJson(VEKTPSLightSchema::Current, load.result, load.lastSet.Get(),
-                                    false, json)))
+  if (VEKFailed(VEKExportLoadToJson(*load.Schema(), load.Result(), load.Sets().back().Get(), false,
+                                    json)))
     return 1;
   // Ended like the tool's output, so that the check can compare the two byte for byte.
   std::ofstream out(argv[2], std::ios::binary);
