@@ -79,10 +79,15 @@ TEST_F(DocumentLoad, BundledDocumentsInEveryForm) {
       {"legacy UTF-16", ToUtf16(legacy), VEKTPSLightForm::Plain, VEKTPSLightSchema::Legacy,
        legacyModel},
   };
+  // Only a current-schema document has a dump, and only when asked for.
+  VEKTPSLightLoadOptions dump;
+  dump.dumpPath = "dump.xml";
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    const VEKTPSLightDocument document = LoadText(row.bytes);
+    const VEKTPSLightDocument document = LoadText(row.bytes, dump);
     ASSERT_TRUE(document.Loaded()) << document.Error();
+    EXPECT_EQ(document.Dumped(), row.schema == VEKTPSLightSchema::Current);
+    EXPECT_EQ(std::filesystem::remove("dump.xml"), document.Dumped());
     EXPECT_EQ(document.Result(), S_OK);
     EXPECT_EQ(document.Form(), row.form);
     EXPECT_EQ(document.Schema(), row.schema);
@@ -98,6 +103,8 @@ TEST_F(DocumentLoad, BundledDocumentsInEveryForm) {
   EXPECT_EQ(fromFile.Form(), VEKTPSLightForm::Base64);
   // The set and its 59 objects.
   EXPECT_EQ(fromFile.ObjectsBuilt(), 60u);
+  dump.dumpPath = "missing/dump.xml";
+  EXPECT_FALSE(LoadText(pump, dump).Dumped());
   EXPECT_TRUE(std::filesystem::is_empty(directory_.Path()));
 }
 
@@ -277,26 +284,6 @@ TEST_F(DocumentLoad, MappedFilesLoadAsTheirBytesDo) {
     // The mapping went with the load.
     EXPECT_EQ(ReadFileBytes("/proc/self/maps").find("mapped.xml"), std::string::npos);
   }
-}
-
-TEST_F(DocumentLoad, WritesOnlyTheDumpAskedFor) {
-  // Without the option nothing is written: see BundledDocumentsInEveryForm.
-  const std::string xml = Bundled("pump_housing.xml");
-  VEKTPSLightLoadOptions dump;
-  dump.dumpPath = "kept.xml";
-  const VEKTPSLightDocument dumped = LoadText(xml, dump);
-  ASSERT_TRUE(dumped.Loaded());
-  EXPECT_TRUE(dumped.Dumped());  // what a dump holds: see CurrentLoad.DumpHoldsTheRootAsLoaded
-  // A legacy document has no dump, nor has a dump whose folder does not exist.
-  std::filesystem::remove("kept.xml");
-  const VEKTPSLightDocument legacy = LoadText(Bundled("gear_shaft_legacy.xml"), dump);
-  ASSERT_TRUE(legacy.Loaded());
-  EXPECT_FALSE(legacy.Dumped());
-  dump.dumpPath = "missing/kept.xml";
-  const VEKTPSLightDocument nowhere = LoadText(xml, dump);
-  EXPECT_TRUE(nowhere.Loaded());
-  EXPECT_FALSE(nowhere.Dumped());
-  EXPECT_TRUE(std::filesystem::is_empty(directory_.Path()));
 }
 
 TEST(DocumentNames, EveryValueHasItsName) {
