@@ -82,14 +82,12 @@ TEST_F(CurrentLoad, EachInputFormLoadsTheSameDocument) {
   EXPECT_EQ(LoadCompressed(packed, 0, packedSize, set, kSmallDocument), S_OK);
   EXPECT_EQ(LoadCompressed(packed, size, 0, set, kSmallDocument), S_OK);
   EXPECT_EQ(LoadCompressed(packed, size, 0, set, "<junk"), E_FAIL);
-}
 
-TEST_F(CurrentLoad, PlainTextIsCutAtItsCharacterCount) {
-  // "é" takes two bytes: the parser receives one byte fewer than the text holds.
+  // Plain text is cut at its character count: "é" takes two bytes, so the parser receives one
+  // byte fewer than the text holds.
   const std::string document =
       "<Functional_Tolerancing_Annotation><AnnotationSet Standard='\xC3\xA9'/>"
       "</Functional_Tolerancing_Annotation>";
-  VEKComPtr<VEKITPSLightSet> set;
   EXPECT_EQ(LoadText(document, set), E_FAIL);
   ASSERT_EQ(LoadText(vek_test::ToBase64(document), set, 1), S_OK);
   EXPECT_EQ(Utf8(set->GetStandard()), "\xC3\xA9");

@@ -54,7 +54,7 @@ class DocumentLoad : public ::testing::Test {
   vek_test::ScratchDirectory directory_;
 };
 
-TEST_F(DocumentLoad, BundledDocumentsInEveryForm) {
+TEST_F(DocumentLoad, BundledDocumentsInEveryFormAndTheirLinks) {
   const std::string pump = Bundled("pump_housing.xml");
   const std::string legacy = Bundled("gear_shaft_legacy.xml");
   // Every form gives the model of the plain text, with its characters beyond ASCII.
@@ -106,25 +106,19 @@ TEST_F(DocumentLoad, BundledDocumentsInEveryForm) {
   dump.dumpPath = "missing/dump.xml";
   EXPECT_FALSE(LoadText(pump, dump).Dumped());
   EXPECT_TRUE(std::filesystem::is_empty(directory_.Path()));
-}
 
-// The links of a set are built once, on first use, also when threads ask at once.
-TEST_F(DocumentLoad, LinksOfEachSetAreBuiltOnce) {
-  const VEKTPSLightDocument document = LoadText(Bundled("pump_housing.xml"));
-  ASSERT_TRUE(document.Loaded());
+  // The links of a set are built once, on first use, also when threads ask at once.
   const VEKTPSLightLinks* seen[4] = {};
   std::vector<std::thread> threads;
   for (const VEKTPSLightLinks*& links : seen)
-    threads.emplace_back([&document, &links] { links = document.Links(0); });
+    threads.emplace_back([&fromFile, &links] { links = fromFile.Links(0); });
   for (std::thread& thread : threads) thread.join();
   ASSERT_NE(seen[0], nullptr);
   for (const VEKTPSLightLinks* links : seen) EXPECT_EQ(links, seen[0]);
-  EXPECT_EQ(document.Links(1), nullptr);
-  EXPECT_EQ(document.Links(-1), nullptr);
+  EXPECT_EQ(fromFile.Links(1), nullptr);
+  EXPECT_EQ(fromFile.Links(-1), nullptr);
   // Every view is named by the annotations it shows.
-  VEKITPSLightSet& set = *document.Sets()[0].Get();
-  VEKBaseUnknown* view = set.GetViews().Get(0);
-  const auto& named = seen[0]->ReferencedBy(view);
+  const auto& named = seen[0]->ReferencedBy(fromFile.Sets()[0]->GetViews().Get(0));
   ASSERT_FALSE(named.empty());
   EXPECT_EQ(named.front().role, VEKTPSLightRole::View);
 }
