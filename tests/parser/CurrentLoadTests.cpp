@@ -186,10 +186,7 @@ TEST_F(CurrentLoad, DumpHoldsTheRootAsLoaded) {
       {"<!DOCTYPE Functional_Tolerancing_Annotation>" + root, ""},
   };
   for (const auto& row : rows) {
-    {
-      std::ofstream stale(DumpFileName(), std::ios::binary);
-      stale << std::string(5000, 'x');
-    }
+    std::ofstream(DumpFileName(), std::ios::binary) << std::string(5000, 'x');
     VEKComPtr<VEKITPSLightSet> set;
     ASSERT_EQ(LoadText(row.document, set), S_OK);
     const std::string dump = vek_test::ReadFileBytes(DumpFileName());

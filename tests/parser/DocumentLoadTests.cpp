@@ -262,10 +262,7 @@ TEST_F(DocumentLoad, MappedFilesLoadAsTheirBytesDo) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     ASSERT_GE(row.bytes.size(), 1u << 20);
-    {
-      std::ofstream file("mapped.xml", std::ios::binary | std::ios::trunc);
-      ASSERT_TRUE(file << row.bytes);
-    }
+    ASSERT_TRUE(std::ofstream("mapped.xml", std::ios::binary) << row.bytes);
     const VEKTPSLightDocument mapped = VEKLoadDocumentFile("mapped.xml");
     const VEKTPSLightDocument read = LoadText(row.bytes);
     ASSERT_TRUE(mapped.Loaded()) << mapped.Error();
