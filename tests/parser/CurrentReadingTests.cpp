@@ -120,8 +120,7 @@ TEST(CurrentReaders, ReadMathLeavesWhatItCannotReach) {
 
 TEST(CurrentReaders, ReadTPSIdAndReadTPSLocTouchOnlyWhatTheyFind) {
   VEKTPSLightParserUtil util;
-  VEKUnicodeString name("keep");
-  VEKUnicodeString uuid("keep");
+  VEKUnicodeString name("keep"), uuid("keep");
   VEKLightXmlElement deep = ParseXml("<X><Y><TPSId Name='A' Uuid='u'/></Y></X>");
   (void)util.ReadTPSId(deep, name, uuid);
   EXPECT_EQ(Utf8(name), "keep");

@@ -12,10 +12,6 @@ namespace {
 
 using vek_test::Values;
 
-std::string AnnotationSet(const std::vector<std::string>& items) {
-  return "<AnnotationSet>" + Values(items) + "</AnnotationSet>";
-}
-
 // One annotation that every qualifying set builds.
 const std::string kOneAnnotation = "<Annotations><TPS>" +
                                    Values({"1", "0.5", "A", "1", "0", "0", "0", "", "", "", ""}) +
@@ -27,7 +23,8 @@ TEST(LegacyLoad, MakesASetForALegacyRootAndBuildsOnlyWithFiveValues) {
   EXPECT_EQ(E_FAIL, parser.GenerateLightModel(nullptr, nullptr, set.ReleaseAndGetAddressOf()));
   EXPECT_EQ(E_FAIL, parser.GenerateLightModel("<TolerancingData/>", nullptr, nullptr));
   const auto legacy = [](const std::vector<std::string>& items) {
-    return "<TolerancingData>" + AnnotationSet(items) + kOneAnnotation + "</TolerancingData>";
+    return "<TolerancingData><AnnotationSet>" + Values(items) + "</AnnotationSet>" +
+           kOneAnnotation + "</TolerancingData>";
   };
   const struct {
     std::string text;
