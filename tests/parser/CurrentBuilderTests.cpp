@@ -164,17 +164,17 @@ TEST_F(CurrentBuilders, CaptureTellsItsActiveViewFirst) {
 TEST_F(CurrentBuilders, CommonValues) {
   VEKComPtr<VEKITPSLightAnnotation> annotation;
   ASSERT_EQ(container_->CreateAnnotation(annotation.ReleaseAndGetAddressOf(), set_.Get()), S_OK);
-  auto* light = container_->Get<VEKITPSLight>("A1");
-  ASSERT_EQ(
-      util_.SetTPSValues(light, Xml("<TPS>" + RepXml("2") + kIdentity + RepXml("3") + "</TPS>")),
-      S_OK);
+  const VEKComPtr<VEKITPSLight> light = Query<VEKITPSLight>(annotation.Get());
+  ASSERT_EQ(util_.SetTPSValues(light.Get(),
+                               Xml("<TPS>" + RepXml("2") + kIdentity + RepXml("3") + "</TPS>")),
+            S_OK);
   ASSERT_EQ(util_.SetTPSSetValues(set_.Get(), Xml("<AnnotationSet Standard='ISO'>" + kIdentity +
                                                   RepXml("3") + "</AnnotationSet>")),
             S_OK);
   const std::string set = "S1 Flat 1/u-1/1/-/65535 standard=ISO\n";
   EXPECT_EQ(ModelText(set_.Get()), set + "A1 Flat 1/u-1/1/7/65535 rep=1");
   // Nothing to read still passes the starting values; the representation stays.
-  ASSERT_EQ(util_.SetTPSValues(light, Xml("<TPS>" + RepXml("2") + "</TPS>")), S_OK);
+  ASSERT_EQ(util_.SetTPSValues(light.Get(), Xml("<TPS>" + RepXml("2") + "</TPS>")), S_OK);
   EXPECT_EQ(ModelText(set_.Get()), set + "A1 //0/0/0 rep=1");
   // A set without its common face takes nothing.
   container_->RefuseInterface("S1", VEKITPSLight::kIID);

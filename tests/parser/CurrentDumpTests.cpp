@@ -16,7 +16,6 @@
 
 #include "ParserTestSupport.h"
 #include "VEKTPSLightDocument.h"
-#include "VEKTPSLightParserUtil.h"
 
 using vek_test::DumpFileName;
 using vek_test::ReadFileBytes;

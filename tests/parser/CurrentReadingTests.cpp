@@ -113,16 +113,14 @@ TEST(CurrentReaders, ReadMathLeavesWhatItCannotReach) {
     VEKLightXmlElement element = ParseXml(std::string("<X>") + row.text + "</X>");
     double x = 7, y = 8, z = 9;
     EXPECT_EQ(util.ReadMath(element, x, y, z), S_OK);
-    EXPECT_EQ(x, row.x) << row.text;
-    EXPECT_EQ(y, row.y) << row.text;
-    EXPECT_EQ(z, row.z) << row.text;
+    EXPECT_EQ((std::vector<double>{x, y, z}), (std::vector<double>{row.x, row.y, row.z}))
+        << row.text;
   }
 }
 
 TEST(CurrentReaders, ReadTPSIdAndReadTPSLocTouchOnlyWhatTheyFind) {
   VEKTPSLightParserUtil util;
-  VEKUnicodeString name("keep");
-  VEKUnicodeString uuid("keep");
+  VEKUnicodeString name("keep"), uuid("keep");
   VEKLightXmlElement deep = ParseXml("<X><Y><TPSId Name='A' Uuid='u'/></Y></X>");
   (void)util.ReadTPSId(deep, name, uuid);
   EXPECT_EQ(Utf8(name), "keep");
@@ -133,9 +131,7 @@ TEST(CurrentReaders, ReadTPSIdAndReadTPSLocTouchOnlyWhatTheyFind) {
 
   int type = -1, id = -2, status = -3;
   EXPECT_EQ(util.ReadTPSLoc(partial, type, id, status), S_OK);
-  EXPECT_EQ(type, 3);
-  EXPECT_EQ(id, -2);
-  EXPECT_EQ(status, -3);
+  EXPECT_EQ((std::vector<int>{type, id, status}), (std::vector<int>{3, -2, -3}));
   VEKLightXmlElement none = ParseXml("<X/>");
   (void)util.ReadTPSLoc(none, type, id, status);
   EXPECT_EQ(type, 3);

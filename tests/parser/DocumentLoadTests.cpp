@@ -54,7 +54,7 @@ class DocumentLoad : public ::testing::Test {
   vek_test::ScratchDirectory directory_;
 };
 
-TEST_F(DocumentLoad, BundledDocumentsInEveryForm) {
+TEST_F(DocumentLoad, BundledDocumentsInEveryFormAndTheirLinks) {
   const std::string pump = Bundled("pump_housing.xml");
   const std::string legacy = Bundled("gear_shaft_legacy.xml");
   // Every form gives the model of the plain text, with its characters beyond ASCII.
@@ -79,10 +79,15 @@ TEST_F(DocumentLoad, BundledDocumentsInEveryForm) {
       {"legacy UTF-16", ToUtf16(legacy), VEKTPSLightForm::Plain, VEKTPSLightSchema::Legacy,
        legacyModel},
   };
+  // Only a current-schema document has a dump, and only when asked for.
+  VEKTPSLightLoadOptions dump;
+  dump.dumpPath = "dump.xml";
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    const VEKTPSLightDocument document = LoadText(row.bytes);
+    const VEKTPSLightDocument document = LoadText(row.bytes, dump);
     ASSERT_TRUE(document.Loaded()) << document.Error();
+    EXPECT_EQ(document.Dumped(), row.schema == VEKTPSLightSchema::Current);
+    EXPECT_EQ(std::filesystem::remove("dump.xml"), document.Dumped());
     EXPECT_EQ(document.Result(), S_OK);
     EXPECT_EQ(document.Form(), row.form);
     EXPECT_EQ(document.Schema(), row.schema);
@@ -98,26 +103,22 @@ TEST_F(DocumentLoad, BundledDocumentsInEveryForm) {
   EXPECT_EQ(fromFile.Form(), VEKTPSLightForm::Base64);
   // The set and its 59 objects.
   EXPECT_EQ(fromFile.ObjectsBuilt(), 60u);
+  dump.dumpPath = "missing/dump.xml";
+  EXPECT_FALSE(LoadText(pump, dump).Dumped());
   EXPECT_TRUE(std::filesystem::is_empty(directory_.Path()));
-}
 
-// The links of a set are built once, on first use, also when threads ask at once.
-TEST_F(DocumentLoad, LinksOfEachSetAreBuiltOnce) {
-  const VEKTPSLightDocument document = LoadText(Bundled("pump_housing.xml"));
-  ASSERT_TRUE(document.Loaded());
+  // The links of a set are built once, on first use, also when threads ask at once.
   const VEKTPSLightLinks* seen[4] = {};
   std::vector<std::thread> threads;
   for (const VEKTPSLightLinks*& links : seen)
-    threads.emplace_back([&document, &links] { links = document.Links(0); });
+    threads.emplace_back([&fromFile, &links] { links = fromFile.Links(0); });
   for (std::thread& thread : threads) thread.join();
   ASSERT_NE(seen[0], nullptr);
   for (const VEKTPSLightLinks* links : seen) EXPECT_EQ(links, seen[0]);
-  EXPECT_EQ(document.Links(1), nullptr);
-  EXPECT_EQ(document.Links(-1), nullptr);
+  EXPECT_EQ(fromFile.Links(1), nullptr);
+  EXPECT_EQ(fromFile.Links(-1), nullptr);
   // Every view is named by the annotations it shows.
-  VEKITPSLightSet& set = *document.Sets()[0].Get();
-  VEKBaseUnknown* view = set.GetViews().Get(0);
-  const auto& named = seen[0]->ReferencedBy(view);
+  const auto& named = seen[0]->ReferencedBy(fromFile.Sets()[0]->GetViews().Get(0));
   ASSERT_FALSE(named.empty());
   EXPECT_EQ(named.front().role, VEKTPSLightRole::View);
 }
@@ -205,8 +206,7 @@ TEST_F(DocumentLoad, FilesOfEveryKindWithinTheLimit) {
   const VEKTPSLightDocument sparse = VEKLoadDocumentFile("sparse.xml");
   EXPECT_EQ(sparse.Status(), VEKTPSLightLoadStatus::TooLarge);
   EXPECT_EQ(sparse.Error(),
-            "the file holds 1099511627776 bytes, more than the 2147483647 a "
-            "document may have");
+            "the file holds 1099511627776 bytes, more than the 2147483647 a document may have");
   // An endless device is read up to the limit only.
   EXPECT_EQ(VEKLoadDocumentFile("/dev/zero", small).Status(), VEKTPSLightLoadStatus::TooLarge);
   EXPECT_EQ(VEKLoadDocumentFile("missing.xml").Status(), VEKTPSLightLoadStatus::ReadFailed);
@@ -231,10 +231,9 @@ TEST_F(DocumentLoad, FilesOfEveryKindWithinTheLimit) {
   const std::string xml = Bundled("pump_housing.xml");
   VEKTPSLightLoadOptions tight;
   tight.maxInputBytes = xml.size() - 1;
-  EXPECT_EQ(LoadText(vek_test::ZlibCompress(xml), tight).Status(), VEKTPSLightLoadStatus::TooLarge);
-  EXPECT_EQ(LoadText(Bundled("pump_housing.xml.b64"), tight).Status(),
-            VEKTPSLightLoadStatus::TooLarge);
-  EXPECT_EQ(LoadText(xml, tight).Status(), VEKTPSLightLoadStatus::TooLarge);
+  for (const std::string& bytes :
+       {vek_test::ZlibCompress(xml), Bundled("pump_housing.xml.b64"), xml})
+    EXPECT_EQ(LoadText(bytes, tight).Status(), VEKTPSLightLoadStatus::TooLarge) << bytes.size();
   tight.maxInputBytes = xml.size();
   EXPECT_TRUE(LoadText(vek_test::ZlibCompress(xml), tight).Loaded());
 }
@@ -261,10 +260,7 @@ TEST_F(DocumentLoad, MappedFilesLoadAsTheirBytesDo) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     ASSERT_GE(row.bytes.size(), 1u << 20);
-    {
-      std::ofstream file("mapped.xml", std::ios::binary | std::ios::trunc);
-      ASSERT_TRUE(file << row.bytes);
-    }
+    ASSERT_TRUE(std::ofstream("mapped.xml", std::ios::binary) << row.bytes);
     const VEKTPSLightDocument mapped = VEKLoadDocumentFile("mapped.xml");
     const VEKTPSLightDocument read = LoadText(row.bytes);
     ASSERT_TRUE(mapped.Loaded()) << mapped.Error();
@@ -277,26 +273,6 @@ TEST_F(DocumentLoad, MappedFilesLoadAsTheirBytesDo) {
     // The mapping went with the load.
     EXPECT_EQ(ReadFileBytes("/proc/self/maps").find("mapped.xml"), std::string::npos);
   }
-}
-
-TEST_F(DocumentLoad, WritesOnlyTheDumpAskedFor) {
-  // Without the option nothing is written: see BundledDocumentsInEveryForm.
-  const std::string xml = Bundled("pump_housing.xml");
-  VEKTPSLightLoadOptions dump;
-  dump.dumpPath = "kept.xml";
-  const VEKTPSLightDocument dumped = LoadText(xml, dump);
-  ASSERT_TRUE(dumped.Loaded());
-  EXPECT_TRUE(dumped.Dumped());  // what a dump holds: see CurrentLoad.DumpHoldsTheRootAsLoaded
-  // A legacy document has no dump, nor has a dump whose folder does not exist.
-  std::filesystem::remove("kept.xml");
-  const VEKTPSLightDocument legacy = LoadText(Bundled("gear_shaft_legacy.xml"), dump);
-  ASSERT_TRUE(legacy.Loaded());
-  EXPECT_FALSE(legacy.Dumped());
-  dump.dumpPath = "missing/kept.xml";
-  const VEKTPSLightDocument nowhere = LoadText(xml, dump);
-  EXPECT_TRUE(nowhere.Loaded());
-  EXPECT_FALSE(nowhere.Dumped());
-  EXPECT_TRUE(std::filesystem::is_empty(directory_.Path()));
 }
 
 TEST(DocumentNames, EveryValueHasItsName) {

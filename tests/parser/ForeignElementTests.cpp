@@ -20,11 +20,8 @@ class MirrorElement final : public VEKLightXmlElementItf {
   MirrorElement(const VEKLightXmlElementItf& inner, const MirrorElement* parent)
       : inner_(inner), parent_(parent) {
     void* position = inner.GetChildren();
-    while (position) {
-      const VEKLightXmlElementItf* child = inner.GetChild(position);
-      if (!child) break;
+    while (const VEKLightXmlElementItf* child = position ? inner.GetChild(position) : nullptr)
       children_.push_back(std::make_unique<MirrorElement>(*child, this));
-    }
   }
 
   bool IsNull() const override { return false; }

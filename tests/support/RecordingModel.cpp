@@ -428,13 +428,6 @@ void RecordingContainer::RefuseInterface(RecordingKind kind, const IID& iid) {
   refusedInterfaces_.push_back({std::string(1, kKindLetters[Index(kind)]), iid});
 }
 
-void* RecordingContainer::FaceOf(const std::string& name, const IID& iid) const {
-  for (const std::unique_ptr<Recorded>& object : objects_) {
-    if (object->Name() == name) return object->FaceOf(iid);
-  }
-  return nullptr;
-}
-
 Recorded* RecordingContainer::Find(const VEKBaseUnknown* face) const {
   if (!face) return nullptr;
   for (const std::unique_ptr<Recorded>& object : objects_) {

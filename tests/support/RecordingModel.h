@@ -81,11 +81,6 @@ class RecordingContainer : public VEKTPSLightContainer {
   // Every set refuses VEKITPSIdBroker.
   void RemoveBroker() { RefuseInterface(RecordingKind::Set, VEKITPSIdBroker::kIID); }
 
-  // Interface I of the object named `name`, without a reference and unrecorded; null if none.
-  template <class I>
-  I* Get(const std::string& name) const {
-    return static_cast<I*>(FaceOf(name, I::kIID));
-  }
   // The name of the object `face` (a proxy's face or a real object's) is; "null" or "?".
   std::string NameOf(const VEKBaseUnknown* face) const;
   // References handed out and not released, on every object together.
@@ -108,7 +103,6 @@ class RecordingContainer : public VEKTPSLightContainer {
  private:
   friend class Recorded;
 
-  void* FaceOf(const std::string& name, const IID& iid) const;
   Recorded* Find(const VEKBaseUnknown* face) const;
   bool Refuses(const Recorded& object, const IID& iid) const;
   // Counts the attempt and tells whether a control refuses it.
