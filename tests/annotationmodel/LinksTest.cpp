@@ -82,7 +82,7 @@ class Links : public testing::Test, protected OneSet {
   std::unique_ptr<VEKTPSLightLinks> links_;
 };
 
-TEST_F(Links, EveryObjectListsTheLinksThatNameIt) {
+TEST_F(Links, EveryObjectListsTheLinksThatNameItAndIdsResolveAsTheBrokerWithoutRecording) {
   auto other = MakeSet(container_.Get());
   auto stranger = Create<VEKITPSLightAnnotation>(container_.Get(), other.Get());
   ASSERT_EQ(Query<VEKITPSLightModel>(stranger.Get())
@@ -112,9 +112,7 @@ TEST_F(Links, EveryObjectListsTheLinksThatNameIt) {
     // Any face of the object gives the same links.
     EXPECT_EQ(Named(Query<VEKITPSLight>(row.object).Get()), row.namedBy);
   }
-}
-
-TEST_F(Links, IntegerReferencesResolveAsTheBrokerWithoutRecording) {
+  // Integer references resolve as the broker does, without recording.
   EXPECT_EQ(links_->ResolveTTRS(1), Identity(t1_.Get())) << "the first created carrying the id";
   EXPECT_EQ(links_->ResolveTTRS(2), Identity(t2_.Get()));
   EXPECT_EQ(links_->ResolveReference(30), Identity(r1_.Get()));
