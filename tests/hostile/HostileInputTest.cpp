@@ -147,12 +147,10 @@ TEST_F(HostileInput, DocumentsTruncatedAtEveryOffsetGiveAResultCode) {
   const std::string legacy = VEKGenerateDocument({VEKGeneratedSchema::Legacy, 6, 3});
   ASSERT_EQ(LoadText(current), S_OK);
   ASSERT_EQ(LoadLegacy(legacy), S_OK);
-  for (std::size_t length = 0; length < current.size(); ++length) {
+  for (std::size_t length = 0; length < current.size(); ++length)
     ASSERT_TRUE(IsResultCode(LoadText(current.substr(0, length)))) << length;
-  }
-  for (std::size_t length = 0; length < legacy.size(); ++length) {
+  for (std::size_t length = 0; length < legacy.size(); ++length)
     ASSERT_TRUE(IsResultCode(LoadLegacy(legacy.substr(0, length)))) << length;
-  }
   const std::string stream = vek_test::ZlibCompress(current);
   for (std::size_t length = 1; length < stream.size(); ++length) {
     ASSERT_EQ(LoadCompressed(stream.substr(0, length), static_cast<int>(current.size()),
