@@ -4,7 +4,6 @@
 
 #include <stdlib.h>
 #include <sys/inotify.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
@@ -63,11 +62,6 @@ class HostileInput : public vek_test::CurrentLoadTest {
     if (!set || set->GetAnnotations()->Count() != 1) return false;
     const auto light = vek_test::Query<VEKITPSLight>(set->GetAnnotations()->Get(0));
     return light && light->GetRep() != nullptr;
-  }
-  static long long DumpSize() {
-    struct stat status {};
-    return stat(vek_test::DumpFileName(), &status) == 0 ? static_cast<long long>(status.st_size)
-                                                        : -1;
   }
 };
 
@@ -163,12 +157,10 @@ TEST_F(HostileInput, DocumentsTruncatedAtEveryOffsetGiveAResultCode) {
 TEST_F(HostileInput, HugeValuesAndTenMillionTinyOrAMillionNestedElementsLoad) {
   constexpr std::size_t kValueBytes = 100u << 20;
   VEKComPtr<VEKITPSLightSet> set;
-  {
-    std::string xml = "<Functional_Tolerancing_Annotation><AnnotationSet Standard=\"";
-    xml.append(kValueBytes, 'v');
-    xml += "\"/>" + kCurrentClose;
-    ASSERT_EQ(LoadText(xml, set), S_OK);
-  }
+  ASSERT_EQ(LoadText("<Functional_Tolerancing_Annotation><AnnotationSet Standard=\"" +
+                         std::string(kValueBytes, 'v') + "\"/>" + kCurrentClose,
+                     set),
+            S_OK);
   ASSERT_TRUE(set);
   const auto standard = set->GetStandard();
   ASSERT_TRUE(standard.has_value());
@@ -177,12 +169,11 @@ TEST_F(HostileInput, HugeValuesAndTenMillionTinyOrAMillionNestedElementsLoad) {
 
   // A representation of 100 MB of base64 text decodes to bytes that are no GLB: the TTRS is built
   // without it.
-  {
-    std::string xml = kCurrentOpen + "<RootTTRSs><TTRS><Rep Type=\"3\"><Buf>";
-    xml.append(kValueBytes, 'A');
-    xml += "</Buf></Rep></TTRS></RootTTRSs>" + kCurrentClose;
-    ASSERT_EQ(LoadText(xml, set), S_OK);
-  }
+  ASSERT_EQ(LoadText(kCurrentOpen + "<RootTTRSs><TTRS><Rep Type=\"3\"><Buf>" +
+                         std::string(kValueBytes, 'A') + "</Buf></Rep></TTRS></RootTTRSs>" +
+                         kCurrentClose,
+                     set),
+            S_OK);
   ASSERT_TRUE(set);
   ASSERT_EQ(set->GetTTRS().Count(), 1);
   EXPECT_EQ(vek_test::Query<VEKITPSLight>(set->GetTTRS().Get(0))->GetRep(), nullptr);
@@ -198,7 +189,7 @@ TEST_F(HostileInput, HugeValuesAndTenMillionTinyOrAMillionNestedElementsLoad) {
   const std::string nested = Repeat("<a>", kDepth) + Repeat("</a>", kDepth);
   EXPECT_EQ(LoadText(kCurrentOpen + "<RootTTRSs>" + nested + "</RootTTRSs>" + kCurrentClose), S_OK);
   // The dump holds every level.
-  EXPECT_GT(DumpSize(), static_cast<long long>(kDepth * 7));
+  EXPECT_GT(vek_test::ReadFileBytes(vek_test::DumpFileName()).size(), kDepth * 7);
   EXPECT_EQ(LoadLegacy(kLegacyOpen + nested + kLegacyClose), S_OK);
 }
 
@@ -236,7 +227,7 @@ TEST_F(HostileInput, EntityDeclarationsDoNotExpand) {
                           kCurrentClose;
   EXPECT_TRUE(IsResultCode(LoadText(xml)));
   // A dump, when written, holds the references as they stand, not a billion expansions.
-  EXPECT_LT(DumpSize(), 1 << 20);
+  EXPECT_LT(vek_test::ReadFileBytes(vek_test::DumpFileName()).size(), 1u << 20);
   std::string legacy = xml;
   legacy.replace(legacy.find("Functional_Tolerancing_Annotation"), 33, "TolerancingData");
   EXPECT_TRUE(IsResultCode(LoadLegacy(legacy)));
