@@ -20,9 +20,8 @@ constexpr std::size_t kIds = 16384;
 // every table of up to 65536 slots: one cluster holding them all, walked by every look-up.
 std::vector<int> CollidingIds(std::size_t count) {
   std::vector<int> ids;
-  for (std::uint32_t id = 1; ids.size() < count; ++id) {
+  for (std::uint32_t id = 1; ids.size() < count; ++id)
     if (((id * 0x9E3779B97F4A7C15ull) >> 32) % 65536 < 256) ids.push_back(static_cast<int>(id));
-  }
   return ids;
 }
 

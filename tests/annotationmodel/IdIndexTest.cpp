@@ -30,9 +30,8 @@ LightObject* Object(int number) { return reinterpret_cast<LightObject*>((number 
 // every table of up to 1024 slots.
 std::vector<int> CollidingIds(std::size_t count) {
   std::vector<int> ids;
-  for (int id = 1; ids.size() < count; ++id) {
+  for (int id = 1; ids.size() < count; ++id)
     if ((IdIndex::Hash(id, 0) >> 54) < 16) ids.push_back(id);
-  }
   return ids;
 }
 

@@ -66,9 +66,8 @@ class Links : public testing::Test, protected OneSet {
   // The links naming `object`, as "A2.OrderGroup C1.Annotation".
   std::string Named(VEKBaseUnknown* object) {
     std::string text;
-    for (const VEKTPSLightLink& link : links_->ReferencedBy(object)) {
+    for (const VEKTPSLightLink& link : links_->ReferencedBy(object))
       text += (text.empty() ? "" : " ") + names_[link.from] + "." + RoleName(link.role);
-    }
     return text;
   }
 

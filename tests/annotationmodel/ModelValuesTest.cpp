@@ -104,9 +104,7 @@ class IdBroker : public testing::Test, protected OneSet {
  protected:
   VEKComPtr<VEKBaseUnknown> Make(int kind, std::optional<int> id) {
     auto object = MakeObject(container_.Get(), set_.Get(), kind);
-    if (id) {
-      EXPECT_EQ(Query<VEKITPSLight>(object.Get())->SetId(*id), S_OK);
-    }
+    if (id) EXPECT_EQ(Query<VEKITPSLight>(object.Get())->SetId(*id), S_OK);
     return object;
   }
   // The object found for (id, kind); null when the lookup fails.
@@ -127,13 +125,11 @@ class IdBroker : public testing::Test, protected OneSet {
 
 TEST_F(IdBroker, FindsEachKindSeparatelyAndRecordsEveryMiss) {
   std::vector<VEKComPtr<VEKBaseUnknown>> objects;
-  for (int kind = VEKTPSLightKindAnnotation; kind <= VEKTPSLightKindCapture; ++kind) {
+  for (int kind = VEKTPSLightKindAnnotation; kind <= VEKTPSLightKindCapture; ++kind)
     objects.push_back(Make(kind, 7));
-  }
   ASSERT_EQ(Query<VEKITPSLight>(set_.Get())->SetId(8), S_OK);
-  for (int kind = VEKTPSLightKindAnnotation; kind <= VEKTPSLightKindCapture; ++kind) {
+  for (int kind = VEKTPSLightKindAnnotation; kind <= VEKTPSLightKindCapture; ++kind)
     EXPECT_EQ(Find(7, kind), objects[static_cast<std::size_t>(kind - 1)].Get());
-  }
   EXPECT_EQ(Find(8, VEKTPSLightKindAnnotation), nullptr);
   EXPECT_EQ(Find(7, 0), nullptr);
   EXPECT_EQ(Find(7, 7), nullptr);

@@ -82,9 +82,8 @@ class LoadInput {
       return document.Result();
     }
     VEKTPSLightParserUtil parser;
-    if (sample_.schema == VEKGeneratedSchema::Legacy) {
+    if (sample_.schema == VEKGeneratedSchema::Legacy)
       return parser.GenerateLightModel(work_.c_str(), nullptr, set.ReleaseAndGetAddressOf());
-    }
     if (sample_.form == VEKGeneratedForm::Zlib) {
       return parser.GenerateLightModelFromBase(text_, nullptr, set.ReleaseAndGetAddressOf(), 0,
                                                work_.data(), declared_,
@@ -123,9 +122,8 @@ class LoadInput {
 // read before it, which the object holds in another member.
 // The failed lookups a model records are left out: a missing object leaves some.
 bool CarriedOver(const json& object, const std::string& key) {
-  for (const auto& [other, value] : object.items()) {
+  for (const auto& [other, value] : object.items())
     if (other != key && value == object[key]) return true;
-  }
   return false;
 }
 
