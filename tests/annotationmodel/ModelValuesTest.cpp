@@ -104,7 +104,9 @@ class IdBroker : public testing::Test, protected OneSet {
  protected:
   VEKComPtr<VEKBaseUnknown> Make(int kind, std::optional<int> id) {
     auto object = MakeObject(container_.Get(), set_.Get(), kind);
-    if (id) EXPECT_EQ(Query<VEKITPSLight>(object.Get())->SetId(*id), S_OK);
+    if (id) {
+      EXPECT_EQ(Query<VEKITPSLight>(object.Get())->SetId(*id), S_OK);
+    }
     return object;
   }
   // The object found for (id, kind); null when the lookup fails.

@@ -9,6 +9,7 @@
 #include <climits>
 #include <cstdio>
 #include <fstream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -120,11 +121,8 @@ long long PeakResidentKiB() {
 TEST_F(HostileInput, ADeclaredSizeBeyondTheOutputCostsAddressSpaceNotMemory) {
   // About a megabyte of letters that deflate cannot shrink much, in a valid document.
   std::string letters(1u << 20, 'a');
-  unsigned state = 1;
-  for (char& letter : letters) {
-    state = state * 1103515245u + 12345u;
-    letter = static_cast<char>('a' + (state >> 16) % 26);
-  }
+  std::minstd_rand random(1);
+  for (char& letter : letters) letter = static_cast<char>('a' + random() % 26);
   const std::string stream =
       vek_test::ZlibCompress(kCurrentOpen + "<RootTTRSs x=\"" + letters + "\"/>" + kCurrentClose);
   const int declared = static_cast<int>(stream.size()) * 1000;
