@@ -94,10 +94,9 @@ TEST_F(ModelValues, TheFatherIsKeptNeverReferencedDefaultFollowsTheLastFlagLists
   EXPECT_EQ(ttrs->AddGeometry(nullptr), S_OK);
   EXPECT_EQ(ttrs->AddGeometry(ids), S_OK);
   EXPECT_EQ(ttrs->GetGeometryCount(), 2);
-  EXPECT_EQ(ttrs->GetGeometry(0), nullptr);
-  EXPECT_EQ(ttrs->GetGeometry(1), ids);
-  EXPECT_EQ(ttrs->GetGeometry(2), nullptr);
-  EXPECT_EQ(ttrs->GetGeometry(-1), nullptr);
+  EXPECT_EQ((std::vector<const VEKRawCollint*>{ttrs->GetGeometry(-1), ttrs->GetGeometry(0),
+                                               ttrs->GetGeometry(1), ttrs->GetGeometry(2)}),
+            (std::vector<const VEKRawCollint*>{nullptr, nullptr, ids, nullptr}));
 }
 
 class IdBroker : public testing::Test, protected OneSet {
