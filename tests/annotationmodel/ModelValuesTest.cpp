@@ -23,14 +23,10 @@ VEKComPtr<VEKBaseUnknown> MakeAs(VEKTPSLightContainer* container, VEKITPSLightSe
 VEKComPtr<VEKBaseUnknown> MakeObject(VEKTPSLightContainer* container, VEKITPSLightSet* set,
                                      int kind) {
   using Maker = VEKComPtr<VEKBaseUnknown> (*)(VEKTPSLightContainer*, VEKITPSLightSet*);
-  static const Maker kMakers[] = {nullptr,
-                                  MakeAs<VEKITPSLightAnnotation>,
-                                  MakeAs<VEKITPSLightView>,
-                                  MakeAs<VEKITPSLightTTRS>,
-                                  MakeAs<VEKITPSLightRefFrame>,
-                                  MakeAs<VEKITPSLightCG>,
-                                  MakeAs<VEKITPSLightCapture>};
-  return kind == kKindSet ? Query<VEKBaseUnknown>(set) : kMakers[kind](container, set);
+  static const Maker kMakers[] = {MakeAs<VEKITPSLightAnnotation>, MakeAs<VEKITPSLightView>,
+                                  MakeAs<VEKITPSLightTTRS>,       MakeAs<VEKITPSLightRefFrame>,
+                                  MakeAs<VEKITPSLightCG>,         MakeAs<VEKITPSLightCapture>};
+  return kind == kKindSet ? Query<VEKBaseUnknown>(set) : kMakers[kind - 1](container, set);
 }
 
 class EveryKind : public testing::TestWithParam<int>, protected OneSet {};

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <climits>
-#include <cstdio>
 #include <fstream>
 #include <random>
 #include <string>
@@ -194,9 +193,8 @@ TEST_F(HostileInput, HugeValuesAndTenMillionTinyOrAMillionNestedElementsLoad) {
 TEST_F(HostileInput, InvalidUtf8AndControlCharactersLoadOrFailCleanly) {
   const char* const pieces[] = {"\xff\xfe",         "\xc0\x80",     "\xed\xa0\x80", "\xe2\x82",
                                 "\xf4\x90\x80\x80", "\x01\x02\x1f", "\x7f",         "\xef\xbf\xbe"};
-  for (const char* piece : pieces) {
-    SCOPED_TRACE(testing::PrintToString(std::string(piece)));
-    const std::string value(piece);
+  for (const std::string value : pieces) {
+    SCOPED_TRACE(testing::PrintToString(value));
     const std::string inValue = "<Functional_Tolerancing_Annotation><AnnotationSet Standard=\"" +
                                 value + "\"><TPSId Name=\"" + value + "\" Uuid=\"x" + value +
                                 "\"/></AnnotationSet><RootTTRSs><TTRS><GeoP>1 " + value +
