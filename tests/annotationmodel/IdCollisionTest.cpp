@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <numeric>
 #include <vector>
 
 #include "ModelTestSupport.h"
@@ -16,13 +15,13 @@ using namespace vek_test;
 
 constexpr std::size_t kIds = 16384;
 
-// Ids that an unkeyed Fibonacci hash (id * 2^64/phi, top bits) sends to the first 256 slots of
-// every table of up to 65536 slots: one cluster holding them all, walked by every look-up.
-std::vector<int> CollidingIds(std::size_t count) {
+// The first `count` ids that an unkeyed Fibonacci hash (id * 2^64/phi, top bits) sends to the
+// first `homes` slots of every table of up to 65536 slots. With 256, one cluster holds them all,
+// walked by every look-up; with 65536, any id qualifies.
+std::vector<int> Ids(std::size_t count, std::uint32_t homes) {
   std::vector<int> ids;
-  for (std::uint32_t id = 1; ids.size() < count; ++id) {
-    if (((id * 0x9E3779B97F4A7C15ull) >> 32) % 65536 < 256) ids.push_back(static_cast<int>(id));
-  }
+  for (std::uint32_t id = 1; ids.size() < count; ++id)
+    if (((id * 0x9E3779B97F4A7C15ull) >> 32) % 65536 < homes) ids.push_back(static_cast<int>(id));
   return ids;
 }
 
@@ -46,9 +45,8 @@ double Cost(const std::vector<int>& ids) {
 }
 
 TEST(IdCollision, CollidingIdsCostAboutWhatOrdinaryIdsCost) {
-  const std::vector<int> colliding = CollidingIds(2 * kIds);
-  std::vector<int> ordinary(2 * kIds);
-  std::iota(ordinary.begin(), ordinary.end(), 1);
+  const std::vector<int> colliding = Ids(2 * kIds, 256);
+  const std::vector<int> ordinary = Ids(2 * kIds, 65536);
 
   // The best of three rounds, taken in turn, so that a pause of the machine hits neither alone.
   double collidingCost = 1e9;

@@ -26,19 +26,12 @@ std::uint64_t CountedSeed(const void* table) {
 
 LightObject* Object(int number) { return reinterpret_cast<LightObject*>((number + 1) * 16); }
 
-// Ids whose hash under seed 0 has its top 10 bits below 16: their homes are the first slots of
-// every table of up to 1024 slots.
-std::vector<int> CollidingIds(std::size_t count) {
+// The first `count` ids whose hash under seed 0 has its top 10 bits below `homes`: with 16, their
+// homes are the first slots of every table of up to 1024 slots; with 1024, any id qualifies.
+std::vector<int> Ids(std::size_t count, std::uint64_t homes) {
   std::vector<int> ids;
-  for (int id = 1; ids.size() < count; ++id) {
-    if ((IdIndex::Hash(id, 0) >> 54) < 16) ids.push_back(id);
-  }
-  return ids;
-}
-
-std::vector<int> OrdinaryIds(std::size_t count) {
-  std::vector<int> ids(count);
-  for (std::size_t n = 0; n < count; ++n) ids[n] = static_cast<int>(n + 1);
+  for (int id = 1; ids.size() < count; ++id)
+    if ((IdIndex::Hash(id, 0) >> 54) < homes) ids.push_back(id);
   return ids;
 }
 
@@ -50,11 +43,11 @@ TEST(IdIndex, AnswersAsAMapWhateverTheRuns) {
     bool ordered;
     int leastDraws;
   } kCases[] = {
-      {"ordinary ids", OrdinaryIds(400), INT_MAX, false, 7},
-      {"a run just within the bound", CollidingIds(100), INT_MAX, false, 5},
-      {"runs past the bound under one seed", CollidingIds(400), INT_MAX, true, 9},
+      {"ordinary ids", Ids(400, 1024), INT_MAX, false, 7},
+      {"a run just within the bound", Ids(100, 16), INT_MAX, false, 5},
+      {"runs past the bound under one seed", Ids(400, 16), INT_MAX, true, 9},
       // Six tables (16 to 512 slots) under seed 0, then the run past the bound redraws the seed.
-      {"runs past the bound, then a fresh seed", CollidingIds(400), 6, false, 8},
+      {"runs past the bound, then a fresh seed", Ids(400, 16), 6, false, 8},
   };
   for (const auto& row : kCases) {
     SCOPED_TRACE(row.what);

@@ -13,12 +13,10 @@ namespace {
 
 using namespace vek_test;
 
-const char* RoleName(VEKTPSLightRole role) {
-  static const char* const kNames[] = {"View",       "OrderGroup", "TTRS",  "Reference",
-                                       "Annotation", "Capture",    "Datum", "CaptureView",
-                                       "ActiveView", "CG"};
-  return kNames[static_cast<int>(role)];
-}
+// By VEKTPSLightRole.
+const char* const kRoleNames[] = {"View",       "OrderGroup", "TTRS",  "Reference",
+                                  "Annotation", "Capture",    "Datum", "CaptureView",
+                                  "ActiveView", "CG"};
 
 class Links : public testing::Test, protected OneSet {
  protected:
@@ -66,9 +64,9 @@ class Links : public testing::Test, protected OneSet {
   // The links naming `object`, as "A2.OrderGroup C1.Annotation".
   std::string Named(VEKBaseUnknown* object) {
     std::string text;
-    for (const VEKTPSLightLink& link : links_->ReferencedBy(object)) {
-      text += (text.empty() ? "" : " ") + names_[link.from] + "." + RoleName(link.role);
-    }
+    for (const VEKTPSLightLink& link : links_->ReferencedBy(object))
+      text += (text.empty() ? "" : " ") + names_[link.from] + "." +
+              kRoleNames[static_cast<int>(link.role)];
     return text;
   }
 
@@ -82,7 +80,7 @@ class Links : public testing::Test, protected OneSet {
   std::unique_ptr<VEKTPSLightLinks> links_;
 };
 
-TEST_F(Links, EveryObjectListsTheLinksThatNameIt) {
+TEST_F(Links, EveryObjectListsTheLinksThatNameItAndIdsResolveAsTheBrokerWithoutRecording) {
   auto other = MakeSet(container_.Get());
   auto stranger = Create<VEKITPSLightAnnotation>(container_.Get(), other.Get());
   ASSERT_EQ(Query<VEKITPSLightModel>(stranger.Get())
@@ -112,9 +110,7 @@ TEST_F(Links, EveryObjectListsTheLinksThatNameIt) {
     // Any face of the object gives the same links.
     EXPECT_EQ(Named(Query<VEKITPSLight>(row.object).Get()), row.namedBy);
   }
-}
-
-TEST_F(Links, IntegerReferencesResolveAsTheBrokerWithoutRecording) {
+  // Integer references resolve as the broker does, without recording.
   EXPECT_EQ(links_->ResolveTTRS(1), Identity(t1_.Get())) << "the first created carrying the id";
   EXPECT_EQ(links_->ResolveTTRS(2), Identity(t2_.Get()));
   EXPECT_EQ(links_->ResolveReference(30), Identity(r1_.Get()));
@@ -148,25 +144,24 @@ TEST_F(Links, RunningOutOfMemoryGivesNoLinksAndLeavesNothing) {
   }
 }
 
-TEST(LinksOfABigModel, AreBuiltInOnePass) {
+class LinksOfABigModel : public testing::Test, protected OneSet {};
+
+TEST_F(LinksOfABigModel, AreBuiltInOnePass) {
   // Every annotation names the same view and TTRS: lists that a quadratic build would feel.
   constexpr int kAnnotations = 50000;
-  auto container = MakeContainer();
-  auto set = MakeSet(container.Get());
-  auto view = Create<VEKITPSLightView>(container.Get(), set.Get());
-  auto ttrs = Create<VEKITPSLightTTRS>(container.Get(), set.Get());
-  ASSERT_EQ(Query<VEKITPSLight>(ttrs.Get())->SetId(7), S_OK);
+  auto view = Make<VEKITPSLightView>();
+  auto ttrs = Make<VEKITPSLightTTRS>(7);
   for (int n = 0; n < kAnnotations; ++n) {
-    auto annotation = Create<VEKITPSLightAnnotation>(container.Get(), set.Get());
+    auto annotation = Make<VEKITPSLightAnnotation>();
     ASSERT_EQ(Query<VEKITPSLightModel>(annotation.Get())->SetView(view.Get()), S_OK);
     ASSERT_EQ(annotation->AddTTRS(7), S_OK);
     ASSERT_EQ(view->AddTPS(annotation.Get()), S_OK);
   }
-  auto links = VEKTPSLightLinks::Build(set.Get());
+  auto links = VEKTPSLightLinks::Build(set_.Get());
   ASSERT_TRUE(links);
   EXPECT_EQ(links->ReferencedBy(view.Get()).size(), static_cast<std::size_t>(kAnnotations));
   EXPECT_EQ(links->ReferencedBy(ttrs.Get()).size(), static_cast<std::size_t>(kAnnotations));
-  EXPECT_EQ(links->ReferencedBy(set->GetAnnotations()->Get(kAnnotations - 1)).size(), 1u);
+  EXPECT_EQ(links->ReferencedBy(set_->GetAnnotations()->Get(kAnnotations - 1)).size(), 1u);
 }
 
 }  // namespace

@@ -55,7 +55,7 @@ TEST(JsonExportDocument, EveryMemberOfEveryFamilyInOrder) {
       RepXml("2", 1, 1, 1) +
       "<TTRS>101 101</TTRS><Grou>2 1</Grou></TPS></RootTPSs><RootViews><TPSView>"
       "<TPSId Name='Front'/><TPSLoc Id='11'/><TPSs>2 2</TPSs>"
-      "<Math><Or>0 0.5 -2</Or><No>0 0 1</No><Di>1 0 0</Di></Math></TPSView><TPSView/></RootViews>"
+      "<Math><Or>0 0.5 -2</Or><No>0 0 1</No><Di>1 0 0</Di></Math></TPSView></RootViews>"
       "<RootRefs><RefFrame Att='A|B'><TPSId Name='A|B'/><TPSLoc Id='21'/><Datum>1</Datum>"
       "<TTRS>101</TTRS></RefFrame></RootRefs><RootCGs><TPSCG Att=''><TPSId Name='Axis'/>"
       "<TPSLoc Id='31'/><TTRS>101</TTRS><TRep>7</TRep><TRep>8</TRep></TPSCG></RootCGs>"
@@ -83,9 +83,7 @@ TEST(JsonExportDocument, EveryMemberOfEveryFamilyInOrder) {
         "views":[
           {"id":11,"name":"Front",$common,
            "origin":[0.0,0.5,-2.0],"normal":[0.0,0.0,1.0],"direction":[1.0,0.0,0.0],
-           "annotations":[2,2],"captures":[41]},
-          {"id":0,"name":"",$common,
-           "origin":null,"normal":null,"direction":null,"annotations":[],"captures":[]}],
+           "annotations":[2,2],"captures":[41]}],
         "refFrames":[{"id":21,"name":"A|B",$common,
            "attribute":"A|B","datums":[1],"ttrs":[101]}],
         "cgs":[{"id":31,"name":"Axis",$common,

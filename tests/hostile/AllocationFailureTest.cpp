@@ -9,12 +9,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <ostream>
 #include <string>
 #include <tuple>
 
+#include "DocumentForms.h"
 #include "FailingAllocator.h"
 #include "ScratchDirectory.h"
 #include "VEKComPtr.h"
@@ -43,17 +41,18 @@ struct Sample {
   bool oneCall = false;
 };
 
-void PrintTo(const Sample& sample, std::ostream* out) { *out << sample.name; }
+// Where the writer writes.
+struct Target {
+  const char* name;
+  VEKTPSLightForm form;
+  bool toFile = false;
+};
 
 // The sets of one load as JSON.
 json SetsAsJson(VEKTPSLightSchema schema, HRESULT result, VEKITPSLightSet* set) {
   std::string text;
   EXPECT_EQ(VEKExportLoadToJson(schema, result, set, false, text), S_OK);
   return json::parse(text)["sets"];
-}
-
-const char* RefusalName(vektest::Refusal refusal) {
-  return refusal == vektest::Refusal::kThatOneOnly ? "once" : "from_then_on";
 }
 
 // One document of a few objects of each family, one annotation with a GLB among them, encoded in
@@ -83,9 +82,8 @@ class LoadInput {
       return document.Result();
     }
     VEKTPSLightParserUtil parser;
-    if (sample_.schema == VEKGeneratedSchema::Legacy) {
+    if (sample_.schema == VEKGeneratedSchema::Legacy)
       return parser.GenerateLightModel(work_.c_str(), nullptr, set.ReleaseAndGetAddressOf());
-    }
     if (sample_.form == VEKGeneratedForm::Zlib) {
       return parser.GenerateLightModelFromBase(text_, nullptr, set.ReleaseAndGetAddressOf(), 0,
                                                work_.data(), declared_,
@@ -124,9 +122,8 @@ class LoadInput {
 // read before it, which the object holds in another member.
 // The failed lookups a model records are left out: a missing object leaves some.
 bool CarriedOver(const json& object, const std::string& key) {
-  for (const auto& [other, value] : object.items()) {
+  for (const auto& [other, value] : object.items())
     if (other != key && value == object[key]) return true;
-  }
   return false;
 }
 
@@ -175,15 +172,26 @@ std::string WrongResult(HRESULT result) {
   return "result " + testing::PrintToString(static_cast<unsigned>(result));
 }
 
-using Case = std::tuple<Sample, vektest::Refusal>;
+// The sweeps of one operation over its samples, each refusal alone or with every later one, in a
+// scratch working directory.
+template <class Param>
+class Sweep : public testing::TestWithParam<std::tuple<Param, vektest::Refusal>> {
+ public:
+  static std::string Name(const testing::TestParamInfo<std::tuple<Param, vektest::Refusal>>& info) {
+    const bool once = std::get<1>(info.param) == vektest::Refusal::kThatOneOnly;
+    return std::string(std::get<0>(info.param).name) + (once ? "_once" : "_from_then_on");
+  }
 
-class AllocationFailure : public testing::TestWithParam<Case> {
  protected:
+  void SetUp() override { ASSERT_TRUE(scratch_.Entered()); }
   vek_test::ScratchDirectory scratch_;
 };
+using AllocationFailure = Sweep<Sample>;
+using WriterAllocationFailure = Sweep<Target>;
+const auto kRefusals =
+    testing::Values(vektest::Refusal::kThatOneOnly, vektest::Refusal::kFromThenOn);
 
 TEST_P(AllocationFailure, EachRefusedAllocationEndsCleanly) {
-  ASSERT_TRUE(scratch_.Entered());
   const Sample& sample = std::get<0>(GetParam());
   const vektest::Refusal refusal = std::get<1>(GetParam());
   LoadInput input(sample);
@@ -239,48 +247,30 @@ INSTANTIATE_TEST_SUITE_P(
             Sample{"legacy", VEKGeneratedSchema::Legacy, VEKGeneratedForm::Plain},
             Sample{"one_call_base64", VEKGeneratedSchema::Current, VEKGeneratedForm::Base64, true},
             Sample{"one_call_legacy", VEKGeneratedSchema::Legacy, VEKGeneratedForm::Plain, true}),
-        testing::Values(vektest::Refusal::kThatOneOnly, vektest::Refusal::kFromThenOn)),
-    [](const testing::TestParamInfo<Case>& info) {
-      return std::string(std::get<0>(info.param).name) + "_" + RefusalName(std::get<1>(info.param));
-    });
+        kRefusals),
+    AllocationFailure::Name);
 
 // The writer under the same sweep: each refused allocation ends in E_OUTOFMEMORY with nothing
 // written (no file either) and nothing left behind, or in a document that says no more than the
 // model. What it cannot tell: a text the model could not copy for the writer reads as empty.
-// Where the writer writes: 0 plain, 1 base64, 2 zlib into memory, 3 plain into a file.
-using WriterCase = std::tuple<int, vektest::Refusal>;
-const char* const kTargets[] = {"plain", "base64", "zlib", "plain_file"};
-
-class WriterAllocationFailure : public testing::TestWithParam<WriterCase> {
- protected:
-  vek_test::ScratchDirectory scratch_;
-};
-
 TEST_P(WriterAllocationFailure, EachRefusedAllocationEndsCleanly) {
-  ASSERT_TRUE(scratch_.Entered());
-  const int target = std::get<0>(GetParam());
+  const Target& target = std::get<0>(GetParam());
   const vektest::Refusal refusal = std::get<1>(GetParam());
   const std::string xml = VEKGenerateDocument({VEKGeneratedSchema::Current, 10, 6});
   const VEKTPSLightDocument document = VEKLoadDocument(xml.data(), xml.size());
   ASSERT_TRUE(document.Loaded());
   VEKTPSLightWriteOptions options;
-  options.form = target == 1   ? VEKTPSLightForm::Base64
-                 : target == 2 ? VEKTPSLightForm::Zlib
-                               : VEKTPSLightForm::Plain;
-  const bool toFile = target == 3;
+  options.form = target.form;
   const auto write = [&] {
-    return toFile ? VEKWriteDocumentFile("out.xml", document, options)
-                  : VEKWriteDocument(document, options);
+    return target.toFile ? VEKWriteDocumentFile("out.xml", document, options)
+                         : VEKWriteDocument(document, options);
   };
-  const auto exported = [](const std::string& bytes) {
-    const VEKTPSLightDocument written = VEKLoadDocument(bytes.data(), bytes.size());
+  // The sets of the document a write gave, read back.
+  const auto written = [&](const VEKTPSLightWriteResult& result) {
+    const std::string bytes = target.toFile ? vek_test::ReadFileBytes("out.xml") : result.bytes;
+    const VEKTPSLightDocument reread = VEKLoadDocument(bytes.data(), bytes.size());
     return SetsAsJson(VEKTPSLightSchema::Current, S_OK,
-                      written.Sets().empty() ? nullptr : written.Sets().back().Get());
-  };
-  const auto read = [&](const VEKTPSLightWriteResult& result) {
-    if (!toFile) return result.bytes;
-    std::ifstream file("out.xml", std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+                      reread.Sets().empty() ? nullptr : reread.Sets().back().Get());
   };
   std::size_t allocations = 0;
   json whole;
@@ -289,10 +279,10 @@ TEST_P(WriterAllocationFailure, EachRefusedAllocationEndsCleanly) {
     const VEKTPSLightWriteResult result = write();
     allocations = none.Requested();
     ASSERT_EQ(result.result, S_OK);
-    whole = exported(read(result));
+    whole = written(result);
   }
   RefuseEach(allocations, [&](std::size_t failing) -> std::string {
-    if (toFile) std::remove("out.xml");
+    if (target.toFile) std::remove("out.xml");
     VEKTPSLightWriteResult result;
     {
       vektest::FailingAllocations failure(failing, refusal);
@@ -301,24 +291,20 @@ TEST_P(WriterAllocationFailure, EachRefusedAllocationEndsCleanly) {
     if (result.result == E_OUTOFMEMORY) {
       if (!result.bytes.empty() || !result.warnings.empty()) return "output of a failed write";
       // Neither the file nor a temporary one.
-      return toFile && !std::filesystem::is_empty(".") ? "a file of a failed write" : "";
+      return target.toFile && !std::filesystem::is_empty(".") ? "a file of a failed write" : "";
     }
     if (result.result != S_OK) return WrongResult(result.result);
-    return SaysNoMoreThan(exported(read(result)), whole) ? "" : "says more than the model";
+    return SaysNoMoreThan(written(result), whole) ? "" : "says more than the model";
   });
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryForm, WriterAllocationFailure,
-                         testing::Combine(testing::Values(0, 1, 2, 3),
-                                          testing::Values(vektest::Refusal::kThatOneOnly,
-                                                          vektest::Refusal::kFromThenOn)),
-                         [](const testing::TestParamInfo<WriterCase>& info) {
-                           return std::string(kTargets[std::get<0>(info.param)]) + "_" +
-                                  RefusalName(std::get<1>(info.param));
-                         });
+                         testing::Combine(testing::Values(Target{"plain", VEKTPSLightForm::Plain},
+                                                          Target{"base64", VEKTPSLightForm::Base64},
+                                                          Target{"zlib", VEKTPSLightForm::Zlib},
+                                                          Target{"plain_file",
+                                                                 VEKTPSLightForm::Plain, true}),
+                                          kRefusals),
+                         WriterAllocationFailure::Name);
 
 }  // namespace
-
-namespace vektest {
-void PrintTo(Refusal refusal, std::ostream* out) { *out << RefusalName(refusal); }
-}  // namespace vektest

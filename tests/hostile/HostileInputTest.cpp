@@ -4,27 +4,18 @@
 
 #include <stdlib.h>
 #include <sys/inotify.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
-#include <cstdio>
 #include <fstream>
+#include <random>
 #include <string>
 #include <vector>
 
-#include "DocumentForms.h"
-#include "GlbBuilder.h"
-#include "ModelQueries.h"
-#include "ScratchDirectory.h"
-#include "VEKComPtr.h"
+#include "ParserTestSupport.h"
 #include "VEKDocumentGenerator.h"
-#include "VEKTPSLightParserUtil.h"
 
 namespace {
-
-constexpr const char* kDumpName = "E:\\TPSLoadXML.xml";
-constexpr HRESULT kFail = static_cast<HRESULT>(0x80004005);
 
 const std::string kCurrentOpen =
     "<Functional_Tolerancing_Annotation Version=\"1\"><AnnotationSet Standard=\"ISO\">"
@@ -34,6 +25,7 @@ const std::string kLegacyOpen =
     "<TolerancingData><AnnotationSet><I V=\"set\"/><I V=\"ISO\"/><I V=\"1\"/><I V=\"0\"/>"
     "<I V=\"u\"/></AnnotationSet>";
 const std::string kLegacyClose = "</TolerancingData>";
+constexpr HRESULT kFail = static_cast<HRESULT>(0x80004005);
 
 std::string Repeat(const std::string& piece, std::size_t times) {
   std::string text;
@@ -43,43 +35,34 @@ std::string Repeat(const std::string& piece, std::size_t times) {
 }
 
 // Every test runs in a directory of its own, where the current-schema loads write their dump.
-class HostileInput : public testing::Test {
+class HostileInput : public vek_test::CurrentLoadTest {
  protected:
-  vek_test::ScratchDirectory scratch_;
-  void SetUp() override { ASSERT_TRUE(scratch_.Entered()); }
+  void SetUp() override { ASSERT_TRUE(directory_.Entered()); }
 
-  HRESULT LoadCurrent(const std::string& xml, VEKComPtr<VEKITPSLightSet>* kept = nullptr) {
-    VEKUnicodeString text(xml.data(), xml.size());
-    VEKComPtr<VEKITPSLightSet> set;
-    const HRESULT result = parser_.GenerateLightModelFromBase(
-        text, nullptr, set.ReleaseAndGetAddressOf(), 0, nullptr, 0, 0);
-    if (kept) *kept = set;
-    return result;
-  }
   HRESULT LoadCompressed(std::string stream, int declared, int compressedSize) {
     VEKUnicodeString unused;
     VEKComPtr<VEKITPSLightSet> set;
-    return parser_.GenerateLightModelFromBase(unused, nullptr, set.ReleaseAndGetAddressOf(), 0,
-                                              stream.data(), declared, compressedSize);
+    return util_.GenerateLightModelFromBase(unused, nullptr, set.ReleaseAndGetAddressOf(), 0,
+                                            stream.data(), declared, compressedSize);
   }
   HRESULT LoadLegacy(const std::string& xml) {
     VEKComPtr<VEKITPSLightSet> set;
-    return parser_.GenerateLightModel(xml.c_str(), nullptr, set.ReleaseAndGetAddressOf());
+    return util_.GenerateLightModel(xml.c_str(), nullptr, set.ReleaseAndGetAddressOf());
   }
-  // Whether the one annotation of a loaded document got its representation.
-  bool LoadedRep(const std::string& xml) {
+  // Whether the one annotation of a current-schema document whose graphics are `glb` got them.
+  bool LoadedRep(const std::vector<char>& glb) {
+    const std::string xml =
+        kCurrentOpen +
+        "<RootTPSs><TPS><TPSId Name=\"a\" Uuid=\"b\"/><TPSLoc Type=\"1\" Id=\"7\" Status=\"0\"/>"
+        "<Rep Type=\"3\"><Buf>" +
+        vek_test::EncodeBase64(reinterpret_cast<const unsigned char*>(glb.data()), glb.size()) +
+        "</Buf></Rep></TPS></RootTPSs>" + kCurrentClose;
     VEKComPtr<VEKITPSLightSet> set;
-    EXPECT_EQ(LoadCurrent(xml, &set), S_OK);
+    EXPECT_EQ(LoadText(xml, set), S_OK);
     if (!set || set->GetAnnotations()->Count() != 1) return false;
     const auto light = vek_test::Query<VEKITPSLight>(set->GetAnnotations()->Get(0));
     return light && light->GetRep() != nullptr;
   }
-  static long long DumpSize() {
-    struct stat status {};
-    return stat(kDumpName, &status) == 0 ? static_cast<long long>(status.st_size) : -1;
-  }
-
-  VEKTPSLightParserUtil parser_;
 };
 
 bool IsResultCode(HRESULT result) { return result == S_OK || result == kFail; }
@@ -119,14 +102,12 @@ TEST_F(HostileInput, StreamsBeyondTheirDeclaredSizesFailQuietly) {
   }
 }
 
-// The peak resident memory of the process since the last ResetPeakResidentKiB, or -1 where the
-// system does not let the peak be reset.
-long long ResetPeakResidentKiB() {
-  std::ofstream clear("/proc/self/clear_refs");
-  clear << "5";
-  clear.close();
-  return clear ? 0 : -1;
+// Whether the system lets the peak resident memory of the process be reset.
+bool ResetPeakResident() {
+  // The flush makes the write, so that a refused one shows.
+  return static_cast<bool>(std::ofstream("/proc/self/clear_refs") << "5" << std::flush);
 }
+// The peak resident memory since the last reset.
 long long PeakResidentKiB() {
   std::ifstream status("/proc/self/status");
   std::string line;
@@ -139,15 +120,12 @@ long long PeakResidentKiB() {
 TEST_F(HostileInput, ADeclaredSizeBeyondTheOutputCostsAddressSpaceNotMemory) {
   // About a megabyte of letters that deflate cannot shrink much, in a valid document.
   std::string letters(1u << 20, 'a');
-  unsigned state = 1;
-  for (char& letter : letters) {
-    state = state * 1103515245u + 12345u;
-    letter = static_cast<char>('a' + (state >> 16) % 26);
-  }
+  std::minstd_rand random(1);
+  for (char& letter : letters) letter = static_cast<char>('a' + random() % 26);
   const std::string stream =
       vek_test::ZlibCompress(kCurrentOpen + "<RootTTRSs x=\"" + letters + "\"/>" + kCurrentClose);
   const int declared = static_cast<int>(stream.size()) * 1000;
-  if (ResetPeakResidentKiB() < 0) GTEST_SKIP() << "the peak resident memory cannot be reset";
+  if (!ResetPeakResident()) GTEST_SKIP() << "the peak resident memory cannot be reset";
   const long long before = PeakResidentKiB();
   EXPECT_EQ(LoadCompressed(stream, declared, static_cast<int>(stream.size())), S_OK);
   const long long grown = PeakResidentKiB() - before;
@@ -158,14 +136,12 @@ TEST_F(HostileInput, ADeclaredSizeBeyondTheOutputCostsAddressSpaceNotMemory) {
 TEST_F(HostileInput, DocumentsTruncatedAtEveryOffsetGiveAResultCode) {
   const std::string current = VEKGenerateDocument({VEKGeneratedSchema::Current, 6, 3});
   const std::string legacy = VEKGenerateDocument({VEKGeneratedSchema::Legacy, 6, 3});
-  ASSERT_EQ(LoadCurrent(current), S_OK);
+  ASSERT_EQ(LoadText(current), S_OK);
   ASSERT_EQ(LoadLegacy(legacy), S_OK);
-  for (std::size_t length = 0; length < current.size(); ++length) {
-    ASSERT_TRUE(IsResultCode(LoadCurrent(current.substr(0, length)))) << length;
-  }
-  for (std::size_t length = 0; length < legacy.size(); ++length) {
+  for (std::size_t length = 0; length < current.size(); ++length)
+    ASSERT_TRUE(IsResultCode(LoadText(current.substr(0, length)))) << length;
+  for (std::size_t length = 0; length < legacy.size(); ++length)
     ASSERT_TRUE(IsResultCode(LoadLegacy(legacy.substr(0, length)))) << length;
-  }
   const std::string stream = vek_test::ZlibCompress(current);
   for (std::size_t length = 1; length < stream.size(); ++length) {
     ASSERT_EQ(LoadCompressed(stream.substr(0, length), static_cast<int>(current.size()),
@@ -175,25 +151,13 @@ TEST_F(HostileInput, DocumentsTruncatedAtEveryOffsetGiveAResultCode) {
   }
 }
 
-TEST_F(HostileInput, AMillionNestedElementsLoadAndDumpWithoutRecursion) {
-  constexpr std::size_t kDepth = 1'000'000;
-  const std::string nested = Repeat("<a>", kDepth) + Repeat("</a>", kDepth);
-  EXPECT_EQ(LoadCurrent(kCurrentOpen + "<RootTTRSs>" + nested + "</RootTTRSs>" + kCurrentClose),
-            S_OK);
-  // The dump holds every level.
-  EXPECT_GT(DumpSize(), static_cast<long long>(kDepth * 7));
-  EXPECT_EQ(LoadLegacy(kLegacyOpen + nested + kLegacyClose), S_OK);
-}
-
-TEST_F(HostileInput, HugeValuesAndTenMillionTinyElementsLoad) {
+TEST_F(HostileInput, HugeValuesAndTenMillionTinyOrAMillionNestedElementsLoad) {
   constexpr std::size_t kValueBytes = 100u << 20;
   VEKComPtr<VEKITPSLightSet> set;
-  {
-    std::string xml = "<Functional_Tolerancing_Annotation><AnnotationSet Standard=\"";
-    xml.append(kValueBytes, 'v');
-    xml += "\"/>" + kCurrentClose;
-    ASSERT_EQ(LoadCurrent(xml, &set), S_OK);
-  }
+  ASSERT_EQ(LoadText("<Functional_Tolerancing_Annotation><AnnotationSet Standard=\"" +
+                         std::string(kValueBytes, 'v') + "\"/>" + kCurrentClose,
+                     set),
+            S_OK);
   ASSERT_TRUE(set);
   const auto standard = set->GetStandard();
   ASSERT_TRUE(standard.has_value());
@@ -202,12 +166,11 @@ TEST_F(HostileInput, HugeValuesAndTenMillionTinyElementsLoad) {
 
   // A representation of 100 MB of base64 text decodes to bytes that are no GLB: the TTRS is built
   // without it.
-  {
-    std::string xml = kCurrentOpen + "<RootTTRSs><TTRS><Rep Type=\"3\"><Buf>";
-    xml.append(kValueBytes, 'A');
-    xml += "</Buf></Rep></TTRS></RootTTRSs>" + kCurrentClose;
-    ASSERT_EQ(LoadCurrent(xml, &set), S_OK);
-  }
+  ASSERT_EQ(LoadText(kCurrentOpen + "<RootTTRSs><TTRS><Rep Type=\"3\"><Buf>" +
+                         std::string(kValueBytes, 'A') + "</Buf></Rep></TTRS></RootTTRSs>" +
+                         kCurrentClose,
+                     set),
+            S_OK);
   ASSERT_TRUE(set);
   ASSERT_EQ(set->GetTTRS().Count(), 1);
   EXPECT_EQ(vek_test::Query<VEKITPSLight>(set->GetTTRS().Get(0))->GetRep(), nullptr);
@@ -215,28 +178,34 @@ TEST_F(HostileInput, HugeValuesAndTenMillionTinyElementsLoad) {
 
   // Ten million elements that every walk passes over.
   const std::string tiny = Repeat("<t/>", 10'000'000);
-  EXPECT_EQ(LoadCurrent(kCurrentOpen + "<RootTTRSs>" + tiny + "</RootTTRSs>" + kCurrentClose),
-            S_OK);
+  EXPECT_EQ(LoadText(kCurrentOpen + "<RootTTRSs>" + tiny + "</RootTTRSs>" + kCurrentClose), S_OK);
   EXPECT_EQ(LoadLegacy(kLegacyOpen + tiny + kLegacyClose), S_OK);
+
+  // Nesting loads and dumps without recursion.
+  constexpr std::size_t kDepth = 1'000'000;
+  const std::string nested = Repeat("<a>", kDepth) + Repeat("</a>", kDepth);
+  EXPECT_EQ(LoadText(kCurrentOpen + "<RootTTRSs>" + nested + "</RootTTRSs>" + kCurrentClose), S_OK);
+  // The dump holds every level.
+  EXPECT_GT(vek_test::ReadFileBytes(vek_test::DumpFileName()).size(), kDepth * 7);
+  EXPECT_EQ(LoadLegacy(kLegacyOpen + nested + kLegacyClose), S_OK);
 }
 
 TEST_F(HostileInput, InvalidUtf8AndControlCharactersLoadOrFailCleanly) {
   const char* const pieces[] = {"\xff\xfe",         "\xc0\x80",     "\xed\xa0\x80", "\xe2\x82",
                                 "\xf4\x90\x80\x80", "\x01\x02\x1f", "\x7f",         "\xef\xbf\xbe"};
-  for (const char* piece : pieces) {
-    SCOPED_TRACE(testing::PrintToString(std::string(piece)));
-    const std::string value(piece);
+  for (const std::string value : pieces) {
+    SCOPED_TRACE(testing::PrintToString(value));
     const std::string inValue = "<Functional_Tolerancing_Annotation><AnnotationSet Standard=\"" +
                                 value + "\"><TPSId Name=\"" + value + "\" Uuid=\"x" + value +
                                 "\"/></AnnotationSet><RootTTRSs><TTRS><GeoP>1 " + value +
                                 " 2</GeoP></TTRS></RootTTRSs>" + kCurrentClose;
-    EXPECT_TRUE(IsResultCode(LoadCurrent(inValue)));
+    EXPECT_TRUE(IsResultCode(LoadText(inValue)));
     const std::string inName = kCurrentOpen + "<Root" + value + "TTRSs/><T" + value + " A" + value +
                                "=\"1\"/>" + kCurrentClose;
-    EXPECT_TRUE(IsResultCode(LoadCurrent(inName)));
-    const std::string legacy = "<TolerancingData><AnnotationSet><I V=\"" + value + "\"/><I V=\"" +
-                               value + "\"/><I V=\"" + value + "\"/><I V=\"" + value + "\"/><I" +
-                               value + " V=\"u\"/></AnnotationSet>" + kLegacyClose;
+    EXPECT_TRUE(IsResultCode(LoadText(inName)));
+    const std::string legacy = "<TolerancingData><AnnotationSet>" +
+                               vek_test::Values({value, value, value, value}) + "<I" + value +
+                               " V=\"u\"/></AnnotationSet>" + kLegacyClose;
     EXPECT_TRUE(IsResultCode(LoadLegacy(legacy)));
   }
 }
@@ -252,22 +221,12 @@ TEST_F(HostileInput, EntityDeclarationsDoNotExpand) {
                           "<Functional_Tolerancing_Annotation><AnnotationSet Standard=\"&lol9;\">"
                           "<TPSId Name=\"&lol9;\"/></AnnotationSet><RootTTRSs>&lol9;</RootTTRSs>" +
                           kCurrentClose;
-  EXPECT_TRUE(IsResultCode(LoadCurrent(xml)));
+  EXPECT_TRUE(IsResultCode(LoadText(xml)));
   // A dump, when written, holds the references as they stand, not a billion expansions.
-  EXPECT_LT(DumpSize(), 1 << 20);
+  EXPECT_LT(vek_test::ReadFileBytes(vek_test::DumpFileName()).size(), 1u << 20);
   std::string legacy = xml;
   legacy.replace(legacy.find("Functional_Tolerancing_Annotation"), 33, "TolerancingData");
   EXPECT_TRUE(IsResultCode(LoadLegacy(legacy)));
-}
-
-// A current-schema document with one annotation whose graphics are `glb`.
-std::string DocumentWithGlb(const std::vector<char>& glb) {
-  const std::string buf =
-      vek_test::EncodeBase64(reinterpret_cast<const unsigned char*>(glb.data()), glb.size());
-  return kCurrentOpen +
-         "<RootTPSs><TPS><TPSId Name=\"a\" Uuid=\"b\"/><TPSLoc Type=\"1\" Id=\"7\" Status=\"0\"/>"
-         "<Rep Type=\"3\"><Buf>" +
-         buf + "</Buf></Rep></TPS></RootTPSs>" + kCurrentClose;
 }
 
 TEST_F(HostileInput, HostileSceneGraphsInARepAreRejectedWithoutOpeningFiles) {
@@ -279,18 +238,13 @@ TEST_F(HostileInput, HostileSceneGraphsInARepAreRejectedWithoutOpeningFiles) {
 
   // Malformed blobs of every other kind are the scene-graph reader's tests.
   using vek_test::BuildGlb;
-  const std::vector<std::vector<char>> blobs = {
+  EXPECT_FALSE(LoadedRep(
       BuildGlb(R"({"asset":{"version":"2.0"},"buffers":[{"uri":"x.bin","byteLength":4}],)"
                R"("bufferViews":[{"buffer":0,"byteLength":4}],"accessors":[{"bufferView":0,)"
-               R"("componentType":5126,"count":1,"type":"SCALAR"}],"scenes":[{"nodes":[]}]})"),
-      BuildGlb(R"({"asset":{"version":"2.0"},"images":[{"uri":"x.bin"}]})"),
-  };
-  for (std::size_t row = 0; row < blobs.size(); ++row) {
-    SCOPED_TRACE(row);
-    EXPECT_FALSE(LoadedRep(DocumentWithGlb(blobs[row])));
-  }
+               R"("componentType":5126,"count":1,"type":"SCALAR"}],"scenes":[{"nodes":[]}]})")));
+  EXPECT_FALSE(LoadedRep(BuildGlb(R"({"asset":{"version":"2.0"},"images":[{"uri":"x.bin"}]})")));
   // The same document with a sound blob does carry its graphics.
-  EXPECT_TRUE(LoadedRep(DocumentWithGlb(vek_test::BuildMeshesGlb(1, 0, 0))));
+  EXPECT_TRUE(LoadedRep(vek_test::BuildMeshesGlb(1, 0, 0)));
   char events[4096];
   EXPECT_LT(read(watcher, events, sizeof events), 0) << "x.bin was opened";
   (void)close(watcher);
