@@ -312,15 +312,7 @@ bool ReadWithTinygltf(std::string_view json, const vek_scenegraph_detail::GlbLay
   if (VEKWriteGlb(json, layout.bin, layout.binLength, glb) != VEKGlbWriteResult::Written) {
     return false;
   }
-  tinygltf::TinyGLTF loader;
-  loader.SetFsCallbacks(tinygltf::FsCallbacks{
-      [](const std::string&, void*) { return false; },
-      [](const std::string& path, void*) { return path; },
-      [](std::vector<unsigned char>*, std::string*, const std::string&, void*) { return false; },
-      [](std::string*, const std::string&, const std::vector<unsigned char>&, void*) {
-        return false;
-      },
-      nullptr});
+  tinygltf::TinyGLTF loader;  // built without file callbacks: a URI naming a file fails
   loader.SetImageLoader([](tinygltf::Image*, const int, std::string*, std::string*, int, int,
                            const unsigned char*, int, void*) { return true; },
                         nullptr);
