@@ -15,10 +15,6 @@ namespace {
 using vek_fuzz::CompareGltfReaders;
 using vek_fuzz::GltfReadersVerdict;
 
-GltfReadersVerdict Compare(const std::vector<char>& glb) {
-  return CompareGltfReaders(reinterpret_cast<const std::uint8_t*>(glb.data()), glb.size());
-}
-
 // One indexed triangle under a transformed root.
 const std::string kBaseJson =
     R"({"asset":{"version":"2.0","generator":"test"},"scene":0,"scenes":[{"nodes":[0]}],)"
@@ -59,7 +55,10 @@ TEST_P(GltfReadersVariants, DecideAlikeOrByOurRule) {
   const Variant& variant = GetParam();
   std::string json = kBaseJson;
   Replace(json, variant.from, variant.to);
-  EXPECT_EQ(Compare(vek_test::BuildGlb(json, BaseBin())), variant.expected) << json;
+  const std::vector<char> glb = vek_test::BuildGlb(json, BaseBin());
+  EXPECT_EQ(CompareGltfReaders(reinterpret_cast<const std::uint8_t*>(glb.data()), glb.size()),
+            variant.expected)
+      << json;
 }
 
 constexpr GltfReadersVerdict kBothRead = GltfReadersVerdict::kBothRead;

@@ -16,13 +16,6 @@ namespace {
 constexpr VEKTPSLightForm kForms[] = {VEKTPSLightForm::Plain, VEKTPSLightForm::Base64,
                                       VEKTPSLightForm::Zlib};
 
-VEKTPSLightWriteOptions Form(VEKTPSLightForm form) {
-  VEKTPSLightWriteOptions options;
-  options.form = form;
-  options.indent = form != VEKTPSLightForm::Base64;
-  return options;
-}
-
 // (object kind, field) of each warning.
 std::set<std::pair<int, std::string>> Warned(const VEKTPSLightWriteResult& written) {
   std::set<std::pair<int, std::string>> warned;
@@ -48,7 +41,10 @@ TEST(WriterRoundTripTest, BundledDocumentsComeBackTheSameInEveryForm) {
         VEKLoadDocumentFile((std::string(VEK_EXAMPLES_DIR) + "/" + name).c_str());
     ASSERT_TRUE(document.Loaded()) << name;
     for (const VEKTPSLightForm form : kForms) {
-      const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload(document.Sets(), Form(form));
+      VEKTPSLightWriteOptions options;
+      options.form = form;
+      options.indent = form != VEKTPSLightForm::Base64;
+      const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload(document.Sets(), options);
       EXPECT_EQ(trip.difference, "") << name << " as " << VEKTPSLightFormName(form);
       if (document.Schema() == VEKTPSLightSchema::Current) {
         EXPECT_TRUE(trip.written.warnings.empty())
