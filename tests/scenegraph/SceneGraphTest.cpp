@@ -141,57 +141,54 @@ TEST(SceneGraphRead, EveryTruncationIsRejected) {
   }
 }
 
+using Glb = std::vector<char>;
+
 struct ContainerCase {
   const char* name;
-  std::function<void(std::vector<char>&)> corrupt;
+  std::function<void(Glb&)> corrupt;
 };
 
 TEST(SceneGraphRead, MalformedContainersAreRejected) {
   const auto setJsonLength = [](std::uint32_t delta) {
-    return [delta](std::vector<char>& glb) { Put32(glb, 12, Get32(glb, 12) + delta); };
+    return [delta](Glb& glb) { Put32(glb, 12, Get32(glb, 12) + delta); };
   };
   const auto setBinLength = [](std::uint32_t delta) {
-    return [delta](std::vector<char>& glb) {
-      Put32(glb, JsonChunkEnd(glb), Get32(glb, JsonChunkEnd(glb)) + delta);
-    };
-  };
-  const auto setTotal = [](std::uint32_t value) {
-    return [value](std::vector<char>& glb) { Put32(glb, 8, value); };
+    return
+        [delta](Glb& glb) { Put32(glb, JsonChunkEnd(glb), Get32(glb, JsonChunkEnd(glb)) + delta); };
   };
   const ContainerCase cases[] = {
-      {"magic", [](std::vector<char>& glb) { glb[0] = 'G'; }},
-      {"version 1", [](std::vector<char>& glb) { Put32(glb, 4, 1); }},
-      {"version 3", [](std::vector<char>& glb) { Put32(glb, 4, 3); }},
-      {"total one byte over", [](std::vector<char>& glb) { Put32(glb, 8, glb.size() + 1); }},
-      {"total below header", setTotal(19)},
-      {"total INT_MAX + 1", setTotal(0x80000000u)},
-      {"total UINT32_MAX", setTotal(0xFFFFFFFFu)},
-      {"JSON chunk type", [](std::vector<char>& glb) { glb[16] = 'j'; }},
-      {"JSON length 0", [](std::vector<char>& glb) { Put32(glb, 12, 0); }},
+      {"magic", [](Glb& glb) { glb[0] = 'G'; }},
+      {"version 1", [](Glb& glb) { Put32(glb, 4, 1); }},
+      {"version 3", [](Glb& glb) { Put32(glb, 4, 3); }},
+      {"total one byte over", [](Glb& glb) { Put32(glb, 8, glb.size() + 1); }},
+      {"total below header", [](Glb& glb) { Put32(glb, 8, 19); }},
+      {"total INT_MAX + 1", [](Glb& glb) { Put32(glb, 8, 0x80000000u); }},
+      {"total UINT32_MAX", [](Glb& glb) { Put32(glb, 8, 0xFFFFFFFFu); }},
+      {"JSON chunk type", [](Glb& glb) { glb[16] = 'j'; }},
+      {"JSON length 0", [](Glb& glb) { Put32(glb, 12, 0); }},
       {"JSON length unaligned", setJsonLength(1)},
       {"JSON length + 4", setJsonLength(4)},
       {"JSON length - 4", setJsonLength(static_cast<std::uint32_t>(-4))},
-      {"JSON length past 4 GiB", [](std::vector<char>& glb) { Put32(glb, 12, 0xFFFFFFFCu); }},
-      {"BIN chunk type", [](std::vector<char>& glb) { glb[JsonChunkEnd(glb) + 4] = 'X'; }},
+      {"JSON length past 4 GiB", [](Glb& glb) { Put32(glb, 12, 0xFFFFFFFCu); }},
+      {"BIN chunk type", [](Glb& glb) { glb[JsonChunkEnd(glb) + 4] = 'X'; }},
       {"BIN length + 4", setBinLength(4)},
       {"BIN length - 4", setBinLength(static_cast<std::uint32_t>(-4))},
       {"BIN length unaligned", setBinLength(static_cast<std::uint32_t>(-1))},
       {"BIN length and total unaligned",
-       [](std::vector<char>& glb) {
+       [](Glb& glb) {
          glb.pop_back();
          Put32(glb, 8, glb.size());
          Put32(glb, JsonChunkEnd(glb), Get32(glb, JsonChunkEnd(glb)) - 1);
        }},
-      {"BIN length 0", [](std::vector<char>& glb) { Put32(glb, JsonChunkEnd(glb), 0); }},
-      {"BIN length past 4 GiB",
-       [](std::vector<char>& glb) { Put32(glb, JsonChunkEnd(glb), 0xFFFFFFF0u); }},
+      {"BIN length 0", [](Glb& glb) { Put32(glb, JsonChunkEnd(glb), 0); }},
+      {"BIN length past 4 GiB", [](Glb& glb) { Put32(glb, JsonChunkEnd(glb), 0xFFFFFFF0u); }},
       {"BIN chunk missing",
-       [](std::vector<char>& glb) {
+       [](Glb& glb) {
          glb.resize(JsonChunkEnd(glb));
          Put32(glb, 8, glb.size());
        }},
       {"chunk after BIN",
-       [](std::vector<char>& glb) {
+       [](Glb& glb) {
          const char unknown[] = {4, 0, 0, 0, 'U', 'N', 'K', 0, 1, 2, 3, 4};
          glb.insert(glb.end(), unknown, unknown + sizeof unknown);
          Put32(glb, 8, glb.size());
