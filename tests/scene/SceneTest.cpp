@@ -53,19 +53,12 @@ std::vector<const VEKRep*> GraphicsOf(VEKBaseUnknown* object) {
   return reps;
 }
 
-struct Family {
-  const char* name;
-  const VEKLightObjectList& (*list)(VEKITPSLightSet&);
-};
-const Family kFamilies[] = {
-    {"ttrs", [](VEKITPSLightSet& s) -> const VEKLightObjectList& { return s.GetTTRS(); }},
-    {"annotations",
-     [](VEKITPSLightSet& s) -> const VEKLightObjectList& { return *s.GetAnnotations(); }},
-    {"views", [](VEKITPSLightSet& s) -> const VEKLightObjectList& { return s.GetViews(); }},
-    {"refFrames", [](VEKITPSLightSet& s) -> const VEKLightObjectList& { return s.GetRefFrames(); }},
-    {"cgs", [](VEKITPSLightSet& s) -> const VEKLightObjectList& { return s.GetCGs(); }},
-    {"captures", [](VEKITPSLightSet& s) -> const VEKLightObjectList& { return s.GetCaptures(); }},
-};
+// The families of a set, in the order of kFamilies.
+const char* const kFamilies[] = {"ttrs", "annotations", "views", "refFrames", "cgs", "captures"};
+std::vector<const VEKLightObjectList*> Lists(VEKITPSLightSet& set) {
+  return {&set.GetTTRS(),      set.GetAnnotations(), &set.GetViews(),
+          &set.GetRefFrames(), &set.GetCGs(),        &set.GetCaptures()};
+}
 
 // World-space triangles (9 floats) and segments (6 floats) of a representation, sorted so that
 // two representations of the same geometry compare equal whatever their node order.
@@ -94,16 +87,15 @@ void ExpectSceneOfModel(const Sets& sets, const std::vector<char>& glb) {
   std::size_t distinctMeshes = 0;
   int cameras = 0;
   for (std::size_t s = 0; s < sets.size(); ++s) {
-    for (const Family& family : kFamilies) {
-      const VEKLightObjectList& list = family.list(*sets[s].Get());
+    for (std::size_t family = 0; family < std::size(kFamilies); ++family) {
+      const VEKLightObjectList& list = *Lists(*sets[s].Get())[family];
+      const std::string name = kFamilies[family];
       for (int k = 0; k < list.Count(); ++k) {
         const std::vector<const VEKRep*> reps = GraphicsOf(list.Get(k));
-        const bool always =
-            family.name == std::string("views") || family.name == std::string("captures");
-        if (reps.empty() && !always) continue;
+        if (reps.empty() && name != "views" && name != "captures") continue;
         const std::optional<int> id = Query<VEKITPSLight>(list.Get(k))->GetId();
-        expected.push_back(std::string(family.name) + " " + std::to_string(s) + " " +
-                           std::to_string(k) + " " + (id ? std::to_string(*id) : "null"));
+        expected.push_back(name + " " + std::to_string(s) + " " + std::to_string(k) + " " +
+                           (id ? std::to_string(*id) : "null"));
         for (const VEKRep* rep : reps) {
           AddShapes(*rep, modelShapes);
           if (distinctBlobs.insert(rep->GetGlb()).second) distinctMeshes += rep->GetMeshes().size();
