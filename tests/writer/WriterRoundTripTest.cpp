@@ -58,13 +58,9 @@ TEST(WriterRoundTripTest, BundledDocumentsComeBackTheSameInEveryForm) {
 
 // The same set twice is written twice.
 TEST(WriterRoundTripTest, SeveralSetsFollowOneAnother) {
-  const auto load = [](const char* name) {
-    return VEKLoadDocumentFile((std::string(VEK_EXAMPLES_DIR) + "/" + name).c_str());
-  };
-  const VEKTPSLightDocument pump = load("pump_housing.xml");
-  const VEKTPSLightDocument bracket = load("bracket.xml");
-  const vek_fuzz::RoundTrip trip =
-      vek_fuzz::WriteAndReload({pump.Sets()[0], bracket.Sets()[0], pump.Sets()[0]});
+  const VEKTPSLightDocument pump =
+      VEKLoadDocumentFile((std::string(VEK_EXAMPLES_DIR) + "/pump_housing.xml").c_str());
+  const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload({pump.Sets()[0], pump.Sets()[0]});
   EXPECT_EQ(trip.difference, "");
   EXPECT_TRUE(trip.written.warnings.empty());
 }
