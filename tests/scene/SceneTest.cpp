@@ -169,6 +169,7 @@ Vec Unit(Vec v) {
   return {v[0] / length, v[1] / length, v[2] / length};
 }
 
+// Each camera node also names what its capture shows.
 TEST_F(SceneModel, CaptureCameraLooksAlongItsDirectionWithItsZenithUp) {
   struct Row {
     std::optional<Vec> position, direction, zenith, target;
@@ -188,8 +189,10 @@ TEST_F(SceneModel, CaptureCameraLooksAlongItsDirectionWithItsZenithUp) {
       {Vec{0, 0, 5}, Vec{inf, 0, 0}, Vec{0, 1, 0}, std::nullopt, std::nullopt, std::nullopt},
       {Vec{0, 0, 5}, Vec{0, 0, 0}, Vec{0, 1, 0}, Vec{0, 0, 5}, std::nullopt, std::nullopt},
   };
+  VEKComPtr<VEKITPSLightCapture> first;
   for (const Row& row : rows) {
     auto capture = Make<VEKITPSLightCapture>(500);
+    if (!first) first = capture;
     auto set = [&](HRESULT (VEKITPSLightCapture::*setter)(double, double, double),
                    const std::optional<Vec>& v) {
       if (v) {
@@ -201,11 +204,32 @@ TEST_F(SceneModel, CaptureCameraLooksAlongItsDirectionWithItsZenithUp) {
     set(&VEKITPSLightCapture::SetCameraZenith, row.zenith);
     set(&VEKITPSLightCapture::SetCameraTarget, row.target);
   }
+  auto annotation = Make<VEKITPSLightAnnotation>(7);
+  auto view = Make<VEKITPSLightView>(201);
+  auto cg = Make<VEKITPSLightCG>(401);
+  ASSERT_EQ(S_OK, first->AddTPS(Query<VEKBaseUnknown>(annotation.Get()).Get()));
+  ASSERT_EQ(S_OK, first->AddView(Query<VEKBaseUnknown>(view.Get()).Get()));
+  ASSERT_EQ(S_OK, first->SetActiveView(Query<VEKBaseUnknown>(view.Get()).Get()));
+  ASSERT_EQ(S_OK, view->AddCapture(Query<VEKBaseUnknown>(first.Get()).Get()));
+  ASSERT_EQ(S_OK, first->AddCG(Query<VEKBaseUnknown>(cg.Get()).Get()));
+  ASSERT_EQ(S_OK, first->SetClippingPlane(1));
+  ASSERT_EQ(S_OK, first->SetCameraType(1));
+  ASSERT_EQ(S_OK, view->SetOrigin(0, 0, 0));
+  ASSERT_EQ(S_OK, view->SetNormal(0, -1, 0));
   const Json gltf = JsonOf(Build(sets_));
   std::vector<const Json*> cameraNodes;
+  Json viewNode;
   for (const Json& node : gltf["nodes"]) {
     if (node.contains("camera")) cameraNodes.push_back(&node);
+    if (node.contains("extras") && node["extras"].value("family", "") == "views")
+      viewNode = node["extras"];
   }
+  ASSERT_FALSE(cameraNodes.empty());
+  EXPECT_EQ(Json::parse(R"({"capture":500,"cameraType":1,"target":[0.0,0.0,0.0],
+    "annotations":[7],"views":[201],"cgs":[401],"activeView":201,"clipping":1})"),
+            (*cameraNodes[0])["extras"]);
+  EXPECT_EQ(Json::parse(R"([0.0,-1.0,0.0])"), viewNode["normal"]);
+  EXPECT_EQ(Json::parse(R"([500])"), viewNode["captures"]);
   std::size_t next = 0;
   for (const Row& row : rows) {
     if (!row.forward) continue;
@@ -224,36 +248,6 @@ TEST_F(SceneModel, CaptureCameraLooksAlongItsDirectionWithItsZenithUp) {
   }
   EXPECT_EQ(next, cameraNodes.size());
   EXPECT_NEAR(kVEKSceneFieldOfView, gltf["cameras"][0]["perspective"]["yfov"].get<double>(), 0);
-}
-
-TEST_F(SceneModel, CameraNodeNamesWhatTheCaptureShows) {
-  auto annotation = Make<VEKITPSLightAnnotation>(7);
-  auto view = Make<VEKITPSLightView>(201);
-  auto cg = Make<VEKITPSLightCG>(401);
-  auto capture = Make<VEKITPSLightCapture>(501);
-  ASSERT_EQ(S_OK, capture->AddTPS(Query<VEKBaseUnknown>(annotation.Get()).Get()));
-  ASSERT_EQ(S_OK, capture->AddView(Query<VEKBaseUnknown>(view.Get()).Get()));
-  ASSERT_EQ(S_OK, capture->SetActiveView(Query<VEKBaseUnknown>(view.Get()).Get()));
-  ASSERT_EQ(S_OK, view->AddCapture(Query<VEKBaseUnknown>(capture.Get()).Get()));
-  ASSERT_EQ(S_OK, capture->AddCG(Query<VEKBaseUnknown>(cg.Get()).Get()));
-  ASSERT_EQ(S_OK, capture->SetClippingPlane(1));
-  ASSERT_EQ(S_OK, capture->SetCameraType(1));
-  ASSERT_EQ(S_OK, capture->SetCameraPosition(0, -400, 0));
-  ASSERT_EQ(S_OK, capture->SetCameraTarget(0, 0, 0));
-  ASSERT_EQ(S_OK, view->SetOrigin(0, 0, 0));
-  ASSERT_EQ(S_OK, view->SetNormal(0, -1, 0));
-  const Json gltf = JsonOf(Build(sets_));
-  Json camera, viewNode;
-  for (const Json& node : gltf["nodes"]) {
-    if (node.contains("camera")) camera = node["extras"];
-    if (node.contains("extras") && node["extras"].value("family", "") == "views")
-      viewNode = node["extras"];
-  }
-  EXPECT_EQ(Json::parse(R"({"capture":501,"cameraType":1,"target":[0.0,0.0,0.0],
-    "annotations":[7],"views":[201],"cgs":[401],"activeView":201,"clipping":1})"),
-            camera);
-  EXPECT_EQ(Json::parse(R"([0.0,-1.0,0.0])"), viewNode["normal"]);
-  EXPECT_EQ(Json::parse(R"([501])"), viewNode["captures"]);
 }
 
 // A blob is carried whole or not at all: one the scene cannot carry faithfully, or whose indices
