@@ -441,8 +441,7 @@ TEST(RepGeometry, EveryModeIndexedOrNot) {
         expected.insert(expected.end(), {float(vertex), vertex + 0.5f, -float(vertex)});
       }
     }
-    std::vector<float> triangles;
-    std::vector<float> lines;
+    std::vector<float> triangles, lines;
     ASSERT_EQ(VEKRepTriangles(*rep, triangles), S_OK);
     ASSERT_EQ(VEKRepLines(*rep, lines), S_OK);
     const bool drawsTriangles = row.mode >= 4;
