@@ -49,22 +49,11 @@ class HostModel : vek_test::OneSet {
   VEKITPSLightSet* Set() const { return set_.Get(); }
   Sets AsSets() const { return {set_}; }
 
-  // Sets name, uuid, type, id and status.
-  static void Name(VEKBaseUnknown* object, int id) {
-    VEKComPtr<VEKITPSLight> light = Query<VEKITPSLight>(object);
-    const std::wstring name = L"object " + std::to_wstring(id);
-    (void)light->SetName(name.c_str());
-    (void)light->SetUuid((name + L" uuid").c_str());
-    (void)light->SetType(2);
-    (void)light->SetId(id);
-    (void)light->SetStatus(1);
-  }
-
   VEKComPtr<VEKITPSLightTTRS> TTRS(int id) { return Named(Make<VEKITPSLightTTRS>(), id); }
   // Named unless `id` is absent.
   VEKComPtr<VEKITPSLightAnnotation> Annotation(std::optional<int> id) {
-    VEKComPtr<VEKITPSLightAnnotation> annotation = BareAnnotation();
-    if (id) Name(annotation.Get(), *id);
+    VEKComPtr<VEKITPSLightAnnotation> annotation =
+        id ? Named(BareAnnotation(), *id) : BareAnnotation();
     (void)annotation->SetValue(0.5);
     (void)annotation->SetReference(0);
     (void)annotation->SetAttribute(L"");
@@ -96,9 +85,16 @@ class HostModel : vek_test::OneSet {
   }
 
  private:
+  // `object` with its name, uuid, type, id and status set.
   template <class Interface>
   static VEKComPtr<Interface> Named(VEKComPtr<Interface> object, int id) {
-    Name(object.Get(), id);
+    VEKComPtr<VEKITPSLight> light = Query<VEKITPSLight>(object.Get());
+    const std::wstring name = L"object " + std::to_wstring(id);
+    (void)light->SetName(name.c_str());
+    (void)light->SetUuid((name + L" uuid").c_str());
+    (void)light->SetType(2);
+    (void)light->SetId(id);
+    (void)light->SetStatus(1);
     return object;
   }
 };
