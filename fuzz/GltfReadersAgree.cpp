@@ -168,11 +168,12 @@ const Json* Member(const Json& object, const char* name) {
   return member == object.end() ? nullptr : &*member;
 }
 
-// tinygltf reads an int from an integer literal by wrapping its 64 bits to 32.
-bool TinygltfInt(const Json* value, int& out) {
-  if (value == nullptr || !value->is_number_integer()) return false;
-  out = static_cast<int>(value->get<std::int64_t>());
-  return true;
+// The element of `items` that `index` names, as tinygltf reads an int: from an integer literal, by
+// wrapping its 64 bits to 32. A negative one wraps past any size.
+const Json* At(const Json& items, const Json* index) {
+  if (index == nullptr || !index->is_number_integer()) return nullptr;
+  const auto at = static_cast<std::size_t>(static_cast<int>(index->get<std::int64_t>()));
+  return at < items.size() ? &items[at] : nullptr;
 }
 
 std::uint64_t TinygltfUnsigned(const Json* value, std::uint64_t fallback) {
@@ -227,20 +228,12 @@ bool RefusedByOurRule(const Json& document) {
       if (uri->is_string() && !DataUri(uri, prefix, payload)) return true;
       continue;
     }
-    int index = -1, bufferIndex = -1;
-    if (!TinygltfInt(viewIndex, index) || index < 0 ||
-        static_cast<std::size_t>(index) >= views.size())
-      continue;
-    const Json& view = views[static_cast<std::size_t>(index)];
-    if (!TinygltfInt(Member(view, "buffer"), bufferIndex) || bufferIndex < 0 ||
-        static_cast<std::size_t>(bufferIndex) >= buffers.size()) {
-      continue;
-    }
-    const std::uint64_t size =
-        TinygltfUnsigned(Member(buffers[static_cast<std::size_t>(bufferIndex)], "byteLength"), 0);
-    if (!vek_scenegraph_detail::RangeWithin(TinygltfUnsigned(Member(view, "byteOffset"), 0),
-                                            TinygltfUnsigned(Member(view, "byteLength"), 0),
-                                            size)) {
+    const Json* view = At(views, viewIndex);
+    const Json* buffer = view != nullptr ? At(buffers, Member(*view, "buffer")) : nullptr;
+    if (buffer == nullptr) continue;
+    if (!vek_scenegraph_detail::RangeWithin(TinygltfUnsigned(Member(*view, "byteOffset"), 0),
+                                            TinygltfUnsigned(Member(*view, "byteLength"), 0),
+                                            TinygltfUnsigned(Member(*buffer, "byteLength"), 0))) {
       return true;
     }
   }
@@ -312,15 +305,7 @@ bool ReadWithTinygltf(std::string_view json, const vek_scenegraph_detail::GlbLay
   if (VEKWriteGlb(json, layout.bin, layout.binLength, glb) != VEKGlbWriteResult::Written) {
     return false;
   }
-  tinygltf::TinyGLTF loader;
-  loader.SetFsCallbacks(tinygltf::FsCallbacks{
-      [](const std::string&, void*) { return false; },
-      [](const std::string& path, void*) { return path; },
-      [](std::vector<unsigned char>*, std::string*, const std::string&, void*) { return false; },
-      [](std::string*, const std::string&, const std::vector<unsigned char>&, void*) {
-        return false;
-      },
-      nullptr});
+  tinygltf::TinyGLTF loader;  // built without file callbacks: a URI naming a file fails
   loader.SetImageLoader([](tinygltf::Image*, const int, std::string*, std::string*, int, int,
                            const unsigned char*, int, void*) { return true; },
                         nullptr);

@@ -53,19 +53,12 @@ std::vector<const VEKRep*> GraphicsOf(VEKBaseUnknown* object) {
   return reps;
 }
 
-struct Family {
-  const char* name;
-  const VEKLightObjectList& (*list)(VEKITPSLightSet&);
-};
-const Family kFamilies[] = {
-    {"ttrs", [](VEKITPSLightSet& s) -> const VEKLightObjectList& { return s.GetTTRS(); }},
-    {"annotations",
-     [](VEKITPSLightSet& s) -> const VEKLightObjectList& { return *s.GetAnnotations(); }},
-    {"views", [](VEKITPSLightSet& s) -> const VEKLightObjectList& { return s.GetViews(); }},
-    {"refFrames", [](VEKITPSLightSet& s) -> const VEKLightObjectList& { return s.GetRefFrames(); }},
-    {"cgs", [](VEKITPSLightSet& s) -> const VEKLightObjectList& { return s.GetCGs(); }},
-    {"captures", [](VEKITPSLightSet& s) -> const VEKLightObjectList& { return s.GetCaptures(); }},
-};
+// The families of a set, in the order of kFamilies.
+const char* const kFamilies[] = {"ttrs", "annotations", "views", "refFrames", "cgs", "captures"};
+std::vector<const VEKLightObjectList*> Lists(VEKITPSLightSet& set) {
+  return {&set.GetTTRS(),      set.GetAnnotations(), &set.GetViews(),
+          &set.GetRefFrames(), &set.GetCGs(),        &set.GetCaptures()};
+}
 
 // World-space triangles (9 floats) and segments (6 floats) of a representation, sorted so that
 // two representations of the same geometry compare equal whatever their node order.
@@ -94,16 +87,15 @@ void ExpectSceneOfModel(const Sets& sets, const std::vector<char>& glb) {
   std::size_t distinctMeshes = 0;
   int cameras = 0;
   for (std::size_t s = 0; s < sets.size(); ++s) {
-    for (const Family& family : kFamilies) {
-      const VEKLightObjectList& list = family.list(*sets[s].Get());
+    for (std::size_t family = 0; family < std::size(kFamilies); ++family) {
+      const VEKLightObjectList& list = *Lists(*sets[s].Get())[family];
+      const std::string name = kFamilies[family];
       for (int k = 0; k < list.Count(); ++k) {
         const std::vector<const VEKRep*> reps = GraphicsOf(list.Get(k));
-        const bool always =
-            family.name == std::string("views") || family.name == std::string("captures");
-        if (reps.empty() && !always) continue;
+        if (reps.empty() && name != "views" && name != "captures") continue;
         const std::optional<int> id = Query<VEKITPSLight>(list.Get(k))->GetId();
-        expected.push_back(std::string(family.name) + " " + std::to_string(s) + " " +
-                           std::to_string(k) + " " + (id ? std::to_string(*id) : "null"));
+        expected.push_back(name + " " + std::to_string(s) + " " + std::to_string(k) + " " +
+                           (id ? std::to_string(*id) : "null"));
         for (const VEKRep* rep : reps) {
           AddShapes(*rep, modelShapes);
           if (distinctBlobs.insert(rep->GetGlb()).second) distinctMeshes += rep->GetMeshes().size();
@@ -177,6 +169,7 @@ Vec Unit(Vec v) {
   return {v[0] / length, v[1] / length, v[2] / length};
 }
 
+// Each camera node also names what its capture shows.
 TEST_F(SceneModel, CaptureCameraLooksAlongItsDirectionWithItsZenithUp) {
   struct Row {
     std::optional<Vec> position, direction, zenith, target;
@@ -196,8 +189,10 @@ TEST_F(SceneModel, CaptureCameraLooksAlongItsDirectionWithItsZenithUp) {
       {Vec{0, 0, 5}, Vec{inf, 0, 0}, Vec{0, 1, 0}, std::nullopt, std::nullopt, std::nullopt},
       {Vec{0, 0, 5}, Vec{0, 0, 0}, Vec{0, 1, 0}, Vec{0, 0, 5}, std::nullopt, std::nullopt},
   };
+  VEKComPtr<VEKITPSLightCapture> first;
   for (const Row& row : rows) {
     auto capture = Make<VEKITPSLightCapture>(500);
+    if (!first) first = capture;
     auto set = [&](HRESULT (VEKITPSLightCapture::*setter)(double, double, double),
                    const std::optional<Vec>& v) {
       if (v) {
@@ -209,11 +204,32 @@ TEST_F(SceneModel, CaptureCameraLooksAlongItsDirectionWithItsZenithUp) {
     set(&VEKITPSLightCapture::SetCameraZenith, row.zenith);
     set(&VEKITPSLightCapture::SetCameraTarget, row.target);
   }
+  auto annotation = Make<VEKITPSLightAnnotation>(7);
+  auto view = Make<VEKITPSLightView>(201);
+  auto cg = Make<VEKITPSLightCG>(401);
+  ASSERT_EQ(S_OK, first->AddTPS(Query<VEKBaseUnknown>(annotation.Get()).Get()));
+  ASSERT_EQ(S_OK, first->AddView(Query<VEKBaseUnknown>(view.Get()).Get()));
+  ASSERT_EQ(S_OK, first->SetActiveView(Query<VEKBaseUnknown>(view.Get()).Get()));
+  ASSERT_EQ(S_OK, view->AddCapture(Query<VEKBaseUnknown>(first.Get()).Get()));
+  ASSERT_EQ(S_OK, first->AddCG(Query<VEKBaseUnknown>(cg.Get()).Get()));
+  ASSERT_EQ(S_OK, first->SetClippingPlane(1));
+  ASSERT_EQ(S_OK, first->SetCameraType(1));
+  ASSERT_EQ(S_OK, view->SetOrigin(0, 0, 0));
+  ASSERT_EQ(S_OK, view->SetNormal(0, -1, 0));
   const Json gltf = JsonOf(Build(sets_));
   std::vector<const Json*> cameraNodes;
+  Json viewNode;
   for (const Json& node : gltf["nodes"]) {
     if (node.contains("camera")) cameraNodes.push_back(&node);
+    if (node.contains("extras") && node["extras"].value("family", "") == "views")
+      viewNode = node["extras"];
   }
+  ASSERT_FALSE(cameraNodes.empty());
+  EXPECT_EQ(Json::parse(R"({"capture":500,"cameraType":1,"target":[0.0,0.0,0.0],
+    "annotations":[7],"views":[201],"cgs":[401],"activeView":201,"clipping":1})"),
+            (*cameraNodes[0])["extras"]);
+  EXPECT_EQ(Json::parse(R"([0.0,-1.0,0.0])"), viewNode["normal"]);
+  EXPECT_EQ(Json::parse(R"([500])"), viewNode["captures"]);
   std::size_t next = 0;
   for (const Row& row : rows) {
     if (!row.forward) continue;
@@ -234,83 +250,47 @@ TEST_F(SceneModel, CaptureCameraLooksAlongItsDirectionWithItsZenithUp) {
   EXPECT_NEAR(kVEKSceneFieldOfView, gltf["cameras"][0]["perspective"]["yfov"].get<double>(), 0);
 }
 
-TEST_F(SceneModel, CameraNodeNamesWhatTheCaptureShows) {
-  auto annotation = Make<VEKITPSLightAnnotation>(7);
-  auto view = Make<VEKITPSLightView>(201);
-  auto cg = Make<VEKITPSLightCG>(401);
-  auto capture = Make<VEKITPSLightCapture>(501);
-  ASSERT_EQ(S_OK, capture->AddTPS(Query<VEKBaseUnknown>(annotation.Get()).Get()));
-  ASSERT_EQ(S_OK, capture->AddView(Query<VEKBaseUnknown>(view.Get()).Get()));
-  ASSERT_EQ(S_OK, capture->SetActiveView(Query<VEKBaseUnknown>(view.Get()).Get()));
-  ASSERT_EQ(S_OK, view->AddCapture(Query<VEKBaseUnknown>(capture.Get()).Get()));
-  ASSERT_EQ(S_OK, capture->AddCG(Query<VEKBaseUnknown>(cg.Get()).Get()));
-  ASSERT_EQ(S_OK, capture->SetClippingPlane(1));
-  ASSERT_EQ(S_OK, capture->SetCameraType(1));
-  ASSERT_EQ(S_OK, capture->SetCameraPosition(0, -400, 0));
-  ASSERT_EQ(S_OK, capture->SetCameraTarget(0, 0, 0));
-  ASSERT_EQ(S_OK, view->SetOrigin(0, 0, 0));
-  ASSERT_EQ(S_OK, view->SetNormal(0, -1, 0));
-  const Json gltf = JsonOf(Build(sets_));
-  Json camera, viewNode;
-  for (const Json& node : gltf["nodes"]) {
-    if (node.contains("camera")) camera = node["extras"];
-    if (node.contains("extras") && node["extras"].value("family", "") == "views")
-      viewNode = node["extras"];
-  }
-  EXPECT_EQ(Json::parse(R"({"capture":501,"cameraType":1,"target":[0.0,0.0,0.0],
-    "annotations":[7],"views":[201],"cgs":[401],"activeView":201,"clipping":1})"),
-            camera);
-  EXPECT_EQ(Json::parse(R"([0.0,-1.0,0.0])"), viewNode["normal"]);
-  EXPECT_EQ(Json::parse(R"([501])"), viewNode["captures"]);
-}
-
 // A blob is carried whole or not at all: one the scene cannot carry faithfully, or whose indices
 // or offsets are out of range, is left out and its object keeps its node.
 TEST_F(SceneModel, BlobsThatCannotBeCarriedAreLeftOut) {
   struct Row {
     const char* what;
-    void (*spoil)(vek_test::GlbParts&);
+    void (*spoil)(Json& json, std::vector<unsigned char>& bin);
     bool carried;
   };
   const Row rows[] = {
-      {"as generated", [](vek_test::GlbParts&) {}, true},
+      {"as generated", [](Json&, std::vector<unsigned char>&) {}, true},
       {"a required extension",
-       [](vek_test::GlbParts& parts) {
-         Json json = Json::parse(parts.json);
+       [](Json& json, std::vector<unsigned char>&) {
          json["extensionsUsed"] = json["extensionsRequired"] = {"EXT_meshopt_compression"};
-         parts.json = json.dump();
        },
        false},
       {"an index past the vertices",
-       [](vek_test::GlbParts& parts) {
-         const Json json = Json::parse(parts.json);
+       [](Json& json, std::vector<unsigned char>& bin) {
          const std::size_t view = json["accessors"][1]["bufferView"];
-         parts.bin[json["bufferViews"][view]["byteOffset"].get<std::size_t>()] = 9;
+         bin[json["bufferViews"][view]["byteOffset"].get<std::size_t>()] = 9;
        },
        false},
       {"a sparse accessor",
-       [](vek_test::GlbParts& parts) {
-         Json json = Json::parse(parts.json);
+       [](Json& json, std::vector<unsigned char>&) {
          json["accessors"][0]["sparse"] = {
              {"count", 1},
              {"indices", {{"bufferView", 1}, {"componentType", 5123}}},
              {"values", {{"bufferView", 0}}}};
-         parts.json = json.dump();
        },
        false},
       {"a morph target of fewer vertices",
-       [](vek_test::GlbParts& parts) {
-         Json json = Json::parse(parts.json);
+       [](Json& json, std::vector<unsigned char>&) {
          const Json line = json["meshes"][1]["primitives"][0]["attributes"]["POSITION"];
          json["meshes"][0]["primitives"][0]["targets"] = {{{"POSITION", line}}};
-         parts.json = json.dump();
        },
        false},
   };
   for (const Row& row : rows) {
     vek_test::GlbParts parts = vek_test::MakeMeshesParts(1, 1, 0);
-    row.spoil(parts);
-    std::vector<char> glb = vek_test::BuildGlb(parts);
+    Json json = Json::parse(parts.json);
+    row.spoil(json, parts.bin);
+    std::vector<char> glb = vek_test::BuildGlb(json.dump(), parts.bin);
     VEKRep* rep = VEKReadSceneGraph(glb.data(), static_cast<int>(glb.size()));
     ASSERT_TRUE(rep) << row.what;
     auto annotation = Make<VEKITPSLightAnnotation>(1);

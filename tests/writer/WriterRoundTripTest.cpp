@@ -16,13 +16,6 @@ namespace {
 constexpr VEKTPSLightForm kForms[] = {VEKTPSLightForm::Plain, VEKTPSLightForm::Base64,
                                       VEKTPSLightForm::Zlib};
 
-VEKTPSLightWriteOptions Form(VEKTPSLightForm form) {
-  VEKTPSLightWriteOptions options;
-  options.form = form;
-  options.indent = form != VEKTPSLightForm::Base64;
-  return options;
-}
-
 // (object kind, field) of each warning.
 std::set<std::pair<int, std::string>> Warned(const VEKTPSLightWriteResult& written) {
   std::set<std::pair<int, std::string>> warned;
@@ -48,7 +41,10 @@ TEST(WriterRoundTripTest, BundledDocumentsComeBackTheSameInEveryForm) {
         VEKLoadDocumentFile((std::string(VEK_EXAMPLES_DIR) + "/" + name).c_str());
     ASSERT_TRUE(document.Loaded()) << name;
     for (const VEKTPSLightForm form : kForms) {
-      const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload(document.Sets(), Form(form));
+      VEKTPSLightWriteOptions options;
+      options.form = form;
+      options.indent = form != VEKTPSLightForm::Base64;
+      const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload(document.Sets(), options);
       EXPECT_EQ(trip.difference, "") << name << " as " << VEKTPSLightFormName(form);
       if (document.Schema() == VEKTPSLightSchema::Current) {
         EXPECT_TRUE(trip.written.warnings.empty())
@@ -62,13 +58,9 @@ TEST(WriterRoundTripTest, BundledDocumentsComeBackTheSameInEveryForm) {
 
 // The same set twice is written twice.
 TEST(WriterRoundTripTest, SeveralSetsFollowOneAnother) {
-  const auto load = [](const char* name) {
-    return VEKLoadDocumentFile((std::string(VEK_EXAMPLES_DIR) + "/" + name).c_str());
-  };
-  const VEKTPSLightDocument pump = load("pump_housing.xml");
-  const VEKTPSLightDocument bracket = load("bracket.xml");
-  const vek_fuzz::RoundTrip trip =
-      vek_fuzz::WriteAndReload({pump.Sets()[0], bracket.Sets()[0], pump.Sets()[0]});
+  const VEKTPSLightDocument pump =
+      VEKLoadDocumentFile((std::string(VEK_EXAMPLES_DIR) + "/pump_housing.xml").c_str());
+  const vek_fuzz::RoundTrip trip = vek_fuzz::WriteAndReload({pump.Sets()[0], pump.Sets()[0]});
   EXPECT_EQ(trip.difference, "");
   EXPECT_TRUE(trip.written.warnings.empty());
 }

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -34,7 +35,7 @@ VEKRep* ReadRep(std::size_t extraBytes = 0) {
 
 // A set built the way a host builds one, with helpers that give each object every value a
 // document always carries, so that only what a test leaves out draws a warning.
-class HostModel {
+class HostModel : vek_test::OneSet {
  public:
   HostModel() {
     VEKComPtr<VEKITPSLight> light = Query<VEKITPSLight>(set_.Get());
@@ -48,74 +49,54 @@ class HostModel {
   VEKITPSLightSet* Set() const { return set_.Get(); }
   Sets AsSets() const { return {set_}; }
 
-  // Sets name, uuid, type, id and status.
-  static void Name(VEKBaseUnknown* object, int id) {
-    VEKComPtr<VEKITPSLight> light = Query<VEKITPSLight>(object);
-    const std::wstring name = L"object " + std::to_wstring(id);
-    (void)light->SetName(name.c_str());
-    (void)light->SetUuid((name + L" uuid").c_str());
-    (void)light->SetType(2);
-    (void)light->SetId(id);
-    (void)light->SetStatus(1);
-  }
-
-  VEKComPtr<VEKITPSLightTTRS> TTRS(int id) { return Named(Bare<VEKITPSLightTTRS>(), id); }
-  VEKComPtr<VEKITPSLightAnnotation> Annotation(int id) {
-    VEKComPtr<VEKITPSLightAnnotation> annotation = Named(BareAnnotation(), id);
+  VEKComPtr<VEKITPSLightTTRS> TTRS(int id) { return Named(Make<VEKITPSLightTTRS>(), id); }
+  // Named unless `id` is absent.
+  VEKComPtr<VEKITPSLightAnnotation> Annotation(std::optional<int> id) {
+    VEKComPtr<VEKITPSLightAnnotation> annotation =
+        id ? Named(BareAnnotation(), *id) : BareAnnotation();
     (void)annotation->SetValue(0.5);
     (void)annotation->SetReference(0);
     (void)annotation->SetAttribute(L"");
     return annotation;
   }
-  VEKComPtr<VEKITPSLightAnnotation> BareAnnotation() { return Bare<VEKITPSLightAnnotation>(); }
-  VEKComPtr<VEKITPSLightView> View(int id) { return Named(Bare<VEKITPSLightView>(), id); }
+  VEKComPtr<VEKITPSLightAnnotation> BareAnnotation() { return Make<VEKITPSLightAnnotation>(); }
+  VEKComPtr<VEKITPSLightView> View(int id) { return Named(Make<VEKITPSLightView>(), id); }
   VEKComPtr<VEKITPSLightRefFrame> RefFrame(int id) {
-    VEKComPtr<VEKITPSLightRefFrame> frame = Named(Bare<VEKITPSLightRefFrame>(), id);
+    VEKComPtr<VEKITPSLightRefFrame> frame = Named(Make<VEKITPSLightRefFrame>(), id);
     (void)frame->SetAttribute(L"A|B");
     return frame;
   }
   VEKComPtr<VEKITPSLightCG> CG(int id) {
-    VEKComPtr<VEKITPSLightCG> geometry = Named(Bare<VEKITPSLightCG>(), id);
+    VEKComPtr<VEKITPSLightCG> geometry = Named(Make<VEKITPSLightCG>(), id);
     (void)geometry->SetAttribute(L"axis");
     return geometry;
   }
   VEKComPtr<VEKITPSLightCapture> Capture(int id) {
-    VEKComPtr<VEKITPSLightCapture> capture = Named(Bare<VEKITPSLightCapture>(), id);
+    VEKComPtr<VEKITPSLightCapture> capture = Named(Make<VEKITPSLightCapture>(), id);
     (void)capture->SetClippingPlane(0);
     return capture;
   }
 
-  // Links `view` and `annotation` both ways, as a load does.
-  static void Show(VEKITPSLightView* view, VEKITPSLightAnnotation* annotation) {
-    (void)view->AddTPS(annotation);
-    (void)Query<VEKITPSLightModel>(annotation)->SetView(view);
-  }
   static void Group(VEKITPSLightAnnotation* annotation,
                     const std::vector<VEKBaseUnknown*>& members) {
     auto* group = new VEKLightObjectList();
     for (VEKBaseUnknown* member : members) (void)group->Append(member);
     EXPECT_EQ(Query<VEKITPSLightModel>(annotation)->SetOrderGroup(group), S_OK);
   }
-  static VEKRawCollint* Ints(const std::vector<int>& values) {
-    auto* list = new VEKRawCollint(0);
-    for (const int value : values) (void)list->Append(value);
-    return list;
-  }
 
  private:
-  // A new object of family I, with nothing set.
-  template <class I>
-  VEKComPtr<I> Bare() {
-    return vek_test::Create<I>(container_.Get(), set_.Get());
-  }
+  // `object` with its name, uuid, type, id and status set.
   template <class Interface>
   static VEKComPtr<Interface> Named(VEKComPtr<Interface> object, int id) {
-    Name(object.Get(), id);
+    VEKComPtr<VEKITPSLight> light = Query<VEKITPSLight>(object.Get());
+    const std::wstring name = L"object " + std::to_wstring(id);
+    (void)light->SetName(name.c_str());
+    (void)light->SetUuid((name + L" uuid").c_str());
+    (void)light->SetType(2);
+    (void)light->SetId(id);
+    (void)light->SetStatus(1);
     return object;
   }
-
-  VEKComPtr<VEKTPSLightContainer> container_ = vek_test::MakeContainer();
-  VEKComPtr<VEKITPSLightSet> set_ = vek_test::MakeSet(container_.Get());
 };
 
 // The JSON export writes infinities and NaN as null: values are compared on the model itself.
@@ -197,7 +178,9 @@ TEST(WriterValuesTest, EachThingTheDocumentCannotKeepIsNamedOnce) {
        {{Issue::ZeroInList, kAnnotation, 0, "ttrs"}}},
       {"0 in a geometry list",
        [](HostModel& m) {
-         (void)m.TTRS(1)->AddGeometry(HostModel::Ints({0, 3, 0}));
+         auto* ids = new VEKRawCollint(0);
+         for (const int id : {0, 3, 0}) (void)ids->Append(id);
+         (void)m.TTRS(1)->AddGeometry(ids);
        },
        {{Issue::ZeroInList, kTTRS, 0, "geometry"}}},
       {"0 among representation numbers",
@@ -212,10 +195,7 @@ TEST(WriterValuesTest, EachThingTheDocumentCannotKeepIsNamedOnce) {
       {"a datum without an id",
        [](HostModel& m) {
          VEKComPtr<VEKITPSLightAnnotation> datum = m.Annotation(1);
-         VEKComPtr<VEKITPSLightAnnotation> unnamed = m.BareAnnotation();
-         (void)unnamed->SetValue(0);
-         (void)unnamed->SetReference(0);
-         (void)unnamed->SetAttribute(L"");
+         VEKComPtr<VEKITPSLightAnnotation> unnamed = m.Annotation(std::nullopt);
          VEKComPtr<VEKITPSLightRefFrame> frame = m.RefFrame(2);
          (void)frame->AddDatum(datum.Get());
          (void)frame->AddDatum(unnamed.Get());
@@ -252,7 +232,9 @@ TEST(WriterValuesTest, EachThingTheDocumentCannotKeepIsNamedOnce) {
        [](HostModel& m) {
          (void)m.Annotation(1);
          VEKComPtr<VEKITPSLightAnnotation> second = m.Annotation(1);
-         HostModel::Show(m.View(2).Get(), second.Get());
+         VEKComPtr<VEKITPSLightView> view = m.View(2);  // linked both ways, as a load does
+         (void)view->AddTPS(second.Get());
+         (void)Query<VEKITPSLightModel>(second.Get())->SetView(view.Get());
        },
        {{Issue::LinksDiffer, kAnnotation, 1, "views"},
         {Issue::LinkLeftOut, kView, 0, "annotations"}}},
