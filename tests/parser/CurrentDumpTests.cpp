@@ -28,14 +28,6 @@ const char kDocument[] =
     "<Functional_Tolerancing_Annotation><AnnotationSet Standard='ISO'/>"
     "<RootTTRSs><TTRS><GeoP>1 2 3</GeoP></TTRS></RootTTRSs></Functional_Tolerancing_Annotation>";
 
-std::vector<std::string> Entries(const fs::path& directory) {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(directory))
-    names.push_back(entry.path().filename().string());
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
 // While set, the random source gives the same bits every time, so that a temporary name of the
 // dump can be told in advance.
 std::atomic<bool> gFixedRandom{false};
@@ -86,7 +78,8 @@ TEST_F(DumpFile, PlantedLinksAreNeverFollowed) {
     EXPECT_EQ(vek_test::ParseXml(ReadFileBytes(name)).GetName(),
               "Functional_Tolerancing_Annotation");
   }
-  EXPECT_EQ(Entries(directory_.Path()).size(), static_cast<std::size_t>(planted - 2 + 3));
+  EXPECT_EQ(vek_test::FileNames(directory_.Path()).size(),
+            static_cast<std::size_t>(planted - 2 + 3));
 }
 
 TEST_F(DumpFile, AFileAtTheTemporaryNameIsNeverReused) {
@@ -125,7 +118,7 @@ TEST_F(DumpFile, AWriteErrorKeepsTheEarlierDump) {
   ASSERT_TRUE(WIFEXITED(status));
   EXPECT_EQ(WEXITSTATUS(status), 0) << "the load's result must not depend on its dump";
   EXPECT_EQ(ReadFileBytes(DumpFileName()), earlier);
-  EXPECT_EQ(Entries(directory_.Path()), std::vector<std::string>{DumpFileName()});
+  EXPECT_EQ(vek_test::FileNames(directory_.Path()), std::vector<std::string>{DumpFileName()});
   // Without the limit the larger document's dump replaces it.
   ASSERT_EQ(LoadText(larger), S_OK);
   EXPECT_GT(ReadFileBytes(DumpFileName()).size(), 4096u);

@@ -5,9 +5,11 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <system_error>
+#include <vector>
 
 namespace vek_test {
 
@@ -36,5 +38,14 @@ class ScratchDirectory {
   char previous_[4096] = {};
   bool entered_ = false;
 };
+
+// The names of the entries of `directory`, sorted.
+inline std::vector<std::string> FileNames(const std::filesystem::path& directory) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(directory))
+    names.push_back(entry.path().filename().string());
+  std::sort(names.begin(), names.end());
+  return names;
+}
 
 }  // namespace vek_test

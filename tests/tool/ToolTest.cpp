@@ -102,11 +102,7 @@ class Vektps : public testing::Test {
   }
 
   std::vector<std::string> WorkFiles(const std::string& folder = "") const {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(root_ / "work" / folder))
-      names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
+    return vek_test::FileNames(root_ / "work" / folder);
   }
 
   // Runs the tool and checks its exit status and what it writes to each stream.

@@ -294,11 +294,7 @@ TEST(WriterValuesTest, FilesAreReplacedOnlyWhole) {
   EXPECT_NE(refused.error.find("taken"), std::string::npos) << refused.error;
   const VEKTPSLightWriteResult nowhere = VEKWriteSetsFile("absent/out.xml", document.Sets());
   EXPECT_EQ(nowhere.result, E_FAIL);
-  std::vector<std::string> left;
-  for (const auto& entry : std::filesystem::directory_iterator("."))
-    left.push_back(entry.path().filename().string());
-  std::sort(left.begin(), left.end());
-  EXPECT_EQ(left, (std::vector<std::string>{"out.xml", "taken"}));
+  EXPECT_EQ(vek_test::FileNames("."), (std::vector<std::string>{"out.xml", "taken"}));
 }
 
 TEST(WriterValuesTest, RequestsThatCannotBeWrittenAreRefused) {
