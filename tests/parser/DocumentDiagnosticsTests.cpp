@@ -41,6 +41,7 @@ VEKTPSLightDocument Load(const std::string& xml, std::uint64_t maxObjects = 5000
 TEST(Diagnostics, CurrentSchemaRecordsEachProblemAtItsLine) {
   const VEKTPSLightDocument document = Load(
       "<Functional_Tolerancing_Annotation>\n"
+      "<RootTTRSs><TTRS><TPSLoc Id='1'/></TTRS></RootTTRSs>\n"
       "<AnnotationSet><TPSId Name='S'/></AnnotationSet>\n"
       "<RootTTRSs><TTRS><TPSLoc Id='1'/></TTRS></RootTTRSs>\n"
       "<RootTPSs>\n"
@@ -54,27 +55,30 @@ TEST(Diagnostics, CurrentSchemaRecordsEachProblemAtItsLine) {
       "<RootTPSs><TPS><TPSLoc Id='8'/></TPS></RootTPSs>\n"
       "</Functional_Tolerancing_Annotation>");
   ASSERT_TRUE(document.Loaded());
+  EXPECT_EQ(document.Sets()[0]->GetTTRS().Count(), 1);
   ExpectRecords(
       document,
-      {{Kind::BadNumber, 0, 5, "TPS", "\"abc\" in TPS is not a number, so its value is left unset"},
-       {Kind::DuplicateId, 0, 6, "TPS",
+      {{Kind::FamilyBeforeSet, -1, 2, "RootTTRSs",
+        "RootTTRSs comes before any AnnotationSet, so its objects are not built"},
+       {Kind::BadNumber, 0, 6, "TPS", "\"abc\" in TPS is not a number, so its value is left unset"},
+       {Kind::DuplicateId, 0, 7, "TPS",
         "duplicate annotation id 5: an earlier annotation of the set carries it too"},
-       {Kind::UnknownTTRS, 0, 6, "TTRS",
+       {Kind::UnknownTTRS, 0, 7, "TTRS",
         "annotation 5 \"Flat\" names TTRS 999, which no TTRS of the set carries"},
-       {Kind::UnresolvedId, 0, 7, "Grou",
+       {Kind::UnresolvedId, 0, 8, "Grou",
         "annotation 5 \"Flat\" names annotation 42 in its order group, which no annotation of "
         "the set carries"},
-       {Kind::UnknownRefFrame, 0, 8, "TPS",
+       {Kind::UnknownRefFrame, 0, 9, "TPS",
         "annotation 6 names reference frame 77 as its reference, which no reference frame of the "
         "set carries"},
-       {Kind::UnresolvedId, 0, 11, "TPSs",
+       {Kind::UnresolvedId, 0, 12, "TPSs",
         "view 7 names annotation 999, which no annotation of the set carries"},
-       {Kind::UnresolvedId, 0, 11, "TPSs",
+       {Kind::UnresolvedId, 0, 12, "TPSs",
         "view 7 names annotation 8, which comes later in the document; a reference finds only "
         "objects built before it"}});
-  EXPECT_EQ(document.Diagnostics()[0].text, "abc");
-  EXPECT_EQ(document.Diagnostics()[5].objectKind, VEKTPSLightKindAnnotation);
-  EXPECT_EQ(document.Diagnostics()[5].id, 999);
+  EXPECT_EQ(document.Diagnostics()[1].text, "abc");
+  EXPECT_EQ(document.Diagnostics()[6].objectKind, VEKTPSLightKindAnnotation);
+  EXPECT_EQ(document.Diagnostics()[6].id, 999);
 }
 
 // A legacy document of `sets` sets, each with one TTRS and an annotation of two values.
@@ -87,19 +91,6 @@ std::string LegacyDocument(int sets) {
          "<TTRSRoot><TTRS><Na V='t'/><In V='1'/></TTRS></TTRSRoot>\n"
          "<Annotations>\n<TPS><Ty V='1'/><Va V='1'/></TPS>\n</Annotations>\n"
          "</TolerancingData>";
-}
-
-TEST(Diagnostics, AFamilyRootBeforeAnySetIsNotBuilt) {
-  const VEKTPSLightDocument document = Load(
-      "<Functional_Tolerancing_Annotation>\n"
-      "<RootTTRSs><TTRS><TPSLoc Id='1'/></TTRS></RootTTRSs>\n"
-      "<AnnotationSet/><RootTTRSs/>\n"
-      "</Functional_Tolerancing_Annotation>");
-  ASSERT_TRUE(document.Loaded());
-  EXPECT_EQ(document.Sets()[0]->GetTTRS().Count(), 0);
-  ExpectRecords(document, {{Kind::FamilyBeforeSet, -1, 2, "RootTTRSs",
-                            "RootTTRSs comes before any AnnotationSet, so its objects are not "
-                            "built"}});
 }
 
 TEST(Diagnostics, LegacySchemaRecordsPassedOverObjectsAndRebuiltSets) {
