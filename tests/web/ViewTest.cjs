@@ -125,6 +125,17 @@ async function checkCapture(page, file, data, set, capture) {
     ...shapesOf('views', capture.views),
     ...['ttrs', 'refFrames'].flatMap((family) => shapesOf(family, data.model.sets[set][family].map((o) => o.id))),
   ];
+  // Every point, segment and triangle of what the capture shows is drawn, once.
+  const vertices = await page.evaluate(() => {
+    const counts = [0, 0, 0];
+    window.vekView.viewer.batch.traverse((o) => {
+      if (o.geometry) counts[o.isPoints ? 0 : o.isMesh ? 2 : 1] += o.geometry.attributes.position.count;
+    });
+    return counts;
+  });
+  const expectedVertices = [0, 0, 0];
+  for (const shape of shown) expectedVertices[shape.length - 1] += shape.length;
+  assert.deepStrictEqual(vertices, expectedVertices, `${file} capture ${capture.id}: vertices of points, segments, triangles`);
   const status = await page.$eval('#status', (node) => {
     const r = node.getBoundingClientRect();
     return [r.left - 2, r.top - 2, r.right + 2, r.bottom + 2];
