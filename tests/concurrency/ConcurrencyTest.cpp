@@ -10,15 +10,13 @@
 #include <vector>
 
 #include "DocumentForms.h"
-#include "ScratchDirectory.h"
+#include "LoadTestSupport.h"
 #include "VEKDocumentGenerator.h"
 #include "VEKTPSLightDocument.h"
 #include "VEKTPSLightJsonExport.h"
 #include "VEKTPSLightParserUtil.h"
 
 namespace {
-
-constexpr const char* kDumpName = "E:\\TPSLoadXML.xml";
 
 struct Document {
   VEKTPSLightSchema schema;
@@ -85,7 +83,7 @@ TEST(ConcurrentLoads, GiveTheModelsAndRecordsOfLoadsAloneAndAWholeDump) {
     if (document.oneCall) {
       ASSERT_NE(expected.back().find('\n'), std::string::npos) << "nothing recorded";
     } else if (document.schema == VEKTPSLightSchema::Current) {
-      dumps.insert(vek_test::ReadFileBytes(kDumpName));
+      dumps.insert(vek_test::ReadFileBytes(vek_test::DumpFileName()));
     }
   }
   ASSERT_EQ(dumps.size(), 4u);
@@ -107,7 +105,7 @@ TEST(ConcurrentLoads, GiveTheModelsAndRecordsOfLoadsAloneAndAWholeDump) {
   int torn = 0;
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
   while (std::chrono::steady_clock::now() < end) {
-    if (dumps.count(vek_test::ReadFileBytes(kDumpName)) == 0) ++torn;
+    if (dumps.count(vek_test::ReadFileBytes(vek_test::DumpFileName())) == 0) ++torn;
     ++dumpChecks;
   }
   stop = true;

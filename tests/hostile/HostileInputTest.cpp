@@ -12,7 +12,10 @@
 #include <string>
 #include <vector>
 
-#include "ParserTestSupport.h"
+#include "DocumentForms.h"
+#include "GlbBuilder.h"
+#include "LoadTestSupport.h"
+#include "ModelQueries.h"
 #include "VEKDocumentGenerator.h"
 
 namespace {
